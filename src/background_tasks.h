@@ -1,0 +1,45 @@
+// Detached work that is counted and never outlives the service.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+
+namespace Vard {
+
+/// Starts every background thread of the process, counts them, and lets the owner wait for all. Any thread.
+class BackgroundTasks {
+public:
+    BackgroundTasks() = default;
+    BackgroundTasks(const BackgroundTasks&) = delete;
+    BackgroundTasks& operator=(const BackgroundTasks&) = delete;
+    /// Blocks until every task has ended.
+    ~BackgroundTasks();
+
+    /// Runs `task` on a thread of its own; an exception that leaves it is logged under `name`. False, after an error line,
+    /// when no thread can be had: the task did not run.
+    bool run(const char* name, std::function<void()> task) noexcept;
+
+    /// Sleeps, for a task; false as soon as the service stops.
+    bool sleep(std::chrono::milliseconds duration);
+    /// Ends all sleeps, now and from now on.
+    void stop();
+    /// True after stop().
+    [[nodiscard]] bool stopping() const;
+    /// Waits until no task is left; false after `timeout`.
+    bool drain(std::chrono::milliseconds timeout);
+
+private:
+    void ended();
+
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    size_t running_ = 0;
+    bool stopping_ = false;
+};
+
+/// Gives threads created from now on stacks of 256 KiB instead of the system's 8 MiB. Called once at the start.
+void useSmallThreadStacks();
+
+} // namespace Vard

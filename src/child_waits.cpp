@@ -1,0 +1,129 @@
+// Children waited for in the background.
+#include "child_waits.h"
+
+#include "logger.h"
+
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <thread>
+
+namespace Vard {
+
+using namespace std::chrono_literals;
+
+int waitProcessPid(pid_t pid) {
+    Syslog::debug("%s: wait pid: %d", "waitProcessPid", pid);
+    int status = -1;
+    while (::waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR) {
+            return -1;
+        }
+    }
+    Utils::syslogWaitStatus(status, "waitProcessPid", pid);
+    return status;
+}
+
+// The handle is taken before anybody waits: once reaped, the number could be another process's.
+ChildWait::ChildWait(BackgroundTasks& tasks, pid_t pid)
+    : pid_(pid), process_(ProcessHandle::of(pid)),
+      task_(std::make_shared<std::packaged_task<int()>>([pid] { return waitProcessPid(pid); })),
+      status_(task_->get_future()) {
+    if (tasks.run("waitProcessPid", [task = task_] { (*task)(); })) {
+        task_.reset();
+    }
+}
+
+// Without a thread of its own, the child is reaped here as soon as it has ended.
+void ChildWait::reapWithoutThread() {
+    siginfo_t info{};
+    if (task_ && ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid_) {
+        (*task_)();
+        task_.reset();
+    }
+}
+
+bool ChildWait::ready(std::chrono::system_clock::time_point deadline) {
+    reapWithoutThread();
+    return !task_ && status_.wait_until(deadline) == std::future_status::ready;
+}
+
+int ChildWait::get() {
+    if (task_) {
+        (*task_)();
+        task_.reset();
+    }
+    return status_.get();
+}
+
+int ChildWait::getWithin(std::chrono::milliseconds limit, const char* func) {
+    const auto end = std::chrono::system_clock::now() + limit;
+    while (task_ && !ready({}) && std::chrono::system_clock::now() < end) {
+        std::this_thread::sleep_for(20ms);
+    }
+    if (!ready(end)) {
+        Syslog::warning("%s: child did not end, killed, pid: %d", func, pid_);
+        process_.kill();
+    }
+    return get();
+}
+
+void ChildWait::killOverdue(const char* func) {
+    const auto told = process_.toldToEndFor();
+    if (!killed_ && told && *told > endGrace) {
+        Syslog::warning("%s: child did not end, killed, pid: %d", func, pid_);
+        process_.kill();
+        killed_ = true;
+    }
+}
+
+void ChildWaits::add(ChildWait child) {
+    const std::scoped_lock lock(mutex_);
+    addLocked(std::move(child));
+}
+
+void ChildWaits::addLocked(ChildWait child) { children_.push_back(std::move(child)); }
+
+bool ChildWaits::holds(pid_t pid) {
+    const std::scoped_lock lock(mutex_);
+    return std::ranges::any_of(children_, [pid](const auto& child) { return child.valid() && child.pid() == pid; });
+}
+
+void ChildWaits::collectLocked(const char* func, const std::function<void(pid_t pid, int status)>& ended) {
+    // One deadline for the whole pass: a millisecond for each of 400 children would hold both locks for most of a second.
+    const auto deadline = std::chrono::system_clock::now() + 1ms;
+    for (auto& child : children_) {
+        if (!child.valid()) {
+            continue;
+        }
+        if (!child.ready(deadline)) {
+            child.killOverdue(func);
+            continue;
+        }
+        const int status = child.get();
+        Utils::syslogWaitStatus(status, func, child.pid());
+        ended(child.pid(), status);
+    }
+    std::erase_if(children_, [](const auto& child) { return !child.valid(); });
+}
+
+void ChildWaits::endAll(const char* func) {
+    const std::scoped_lock lock(mutex_);
+    if (children_.empty()) {
+        return;
+    }
+    Syslog::warning("%s: running childs: %u, killed all", func, static_cast<unsigned>(children_.size()));
+    for (const auto& child : children_) {
+        child.process().terminate();
+    }
+    std::this_thread::sleep_for(100ms);
+    const auto deadline = std::chrono::steady_clock::now() + endGrace;
+    for (auto& child : children_) {
+        const auto left = deadline - std::chrono::steady_clock::now();
+        child.getWithin(std::max(std::chrono::duration_cast<std::chrono::milliseconds>(left), 0ms), func);
+    }
+    children_.clear();
+}
+
+} // namespace Vard

@@ -1,0 +1,80 @@
+// Children waited for in the background.
+#pragma once
+
+#include "background_tasks.h"
+#include "process.h"
+
+#include <chrono>
+#include <functional>
+#include <future>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+namespace Vard {
+
+/// A child told to end that is still there after this long is killed.
+inline constexpr std::chrono::seconds endGrace{10};
+
+/// Waits for a child and returns its raw wait status, which is also logged at debug level. Blocks. -1 when there is no such
+/// child.
+int waitProcessPid(pid_t pid);
+
+/// One child, waited for by a background thread, or, when no thread could be had, by whoever asks.
+class ChildWait {
+public:
+    /// Takes over the wait for a child that was just started.
+    ChildWait(BackgroundTasks& tasks, pid_t pid);
+    ChildWait(ChildWait&&) = default;
+    ChildWait& operator=(ChildWait&&) = default;
+    ~ChildWait() = default;
+
+    [[nodiscard]] const ProcessHandle& process() const { return process_; }
+    [[nodiscard]] pid_t pid() const { return pid_; }
+    /// False once the status was taken.
+    [[nodiscard]] bool valid() const { return status_.valid(); }
+    /// True when the child has ended by `deadline`; a deadline in the past only looks.
+    bool ready(std::chrono::system_clock::time_point deadline);
+    /// Takes the status; blocks until the child has ended. Afterwards valid() is false.
+    int get();
+    /// Takes the status; a child that has not ended after `limit` is killed, with a warning under `func`.
+    int getWithin(std::chrono::milliseconds limit, const char* func);
+    /// Kills the child, with a warning under `func`, when it was told to end more than endGrace ago. Once.
+    void killOverdue(const char* func);
+
+private:
+    void reapWithoutThread();
+
+    pid_t pid_ = 0;
+    ProcessHandle process_;
+    std::shared_ptr<std::packaged_task<int()>> task_; // only set where no thread could be had for it
+    std::future<int> status_;
+    bool killed_ = false;
+};
+
+/// The list of children waited for, in the order of their start. Lock order: the session table's lock first.
+class ChildWaits {
+public:
+    /// Guards the list; the stopped-children watcher takes it together with the session table's.
+    std::mutex& mutex() { return mutex_; }
+
+    /// Adds a child; takes the lock.
+    void add(ChildWait child);
+    /// Adds a child; the caller holds the lock.
+    void addLocked(ChildWait child);
+    /// True when a child of that pid is still waited for; takes the lock.
+    bool holds(pid_t pid);
+    /// Calls `ended(pid, status)` for every child that has ended, in list order, and forgets it; kills overdue ones. The
+    /// caller holds the lock. The status is logged under `func`.
+    void collectLocked(const char* func, const std::function<void(pid_t pid, int status)>& ended);
+    /// Tells all children to end, waits for each (killing those that stay) and empties the list. Takes the lock. Logs under
+    /// `func`.
+    void endAll(const char* func);
+
+private:
+    std::mutex mutex_;
+    std::list<ChildWait> children_;
+};
+
+} // namespace Vard

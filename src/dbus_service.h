@@ -1,0 +1,231 @@
+// The one service object: its header is the table of contents of the files that make it.
+#pragma once
+
+#include "audit_log.h"
+#include "background_tasks.h"
+#include "child_waits.h"
+#include "dispatcher.h"
+#include "json_config.h"
+#include "logger.h"
+#include "program_list.h"
+#include "runtime_directory.h"
+#include "session_table.h"
+
+#include <dbus-c++/dbus.h>
+#include <vard_adaptor.h>
+
+#include <atomic>
+#include <filesystem>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace Vard {
+
+/// What a session start is asked for.
+struct StartRequest {
+    const std::string& user;
+    const std::string& password;
+    unsigned char depth = 24;
+    unsigned short width = 1280;
+    unsigned short height = 1024;
+    std::filesystem::path program{};
+    std::list<std::string> args{};
+};
+
+/// The bus object "/ru/korvex/vard". Methods run on the main thread, one at a time; the watchers run on the worker thread;
+/// everything else runs in counted background tasks. Lock order: the session table's lock, then the child list's; neither
+/// is held while waiting on the bus or the audit socket.
+class DBusService final : public Syslog,
+                          public ru::korvex::vard_adaptor,
+                          public DBus::IntrospectableAdaptor,
+                          public DBus::ObjectAdaptor {
+public:
+    // dbus_service.cpp: construction, the start of the service, configuration and its reload.
+
+    /// Reads the configuration, makes the runtime directory and the pid file, opens the audit connection, loads the program
+    /// list. Throws vard_error or jsoncpp's exception, after an error line, when the configuration cannot be used or the
+    /// runtime directory cannot be made.
+    DBusService(DBus::Connection& connection, const std::string& path);
+    /// Removes the pid file and waits, in bounded time, for the background tasks.
+    ~DBusService() override;
+    DBusService(const DBusService&) = delete;
+    DBusService& operator=(const DBusService&) = delete;
+
+    /// Runs the service with the configuration file `path` until it is asked to stop. Main thread. Throws DBus::Error
+    /// without a bus, std::runtime_error when another instance owns the name, and what the constructor throws.
+    static void start(const std::string& path);
+
+    // bus_boundary.cpp: every call gets an answer, whatever it is and whatever a method throws (private below).
+
+    // service_status.cpp: alive, version, credentials test, stop, log level, audit records.
+
+    void busServiceShutdown() override;
+    void busSetDebugLevel(const std::string& value) override;
+    bool vardStatus() override;
+    std::string vardTest() override;
+    bool vardTestConnect(const std::string& user, const std::string& domain, const std::string& pass) override;
+    double vardLoadAverage() override;
+    uint32_t zabbixSessionsTotal() override;
+    uint32_t zabbixSessionsOnline() override;
+
+    // service_queries.cpp: views of the session table.
+
+    std::vector<DBus::Struct<uint32_t, std::string, std::string, uint32_t, uint32_t, uint32_t>> busSessionsInfo() override;
+    std::vector<DBus::Struct<std::string, uint32_t>> vardSessions() override;
+    std::string vardSessionInfoJson(const uint32_t& session) override;
+    std::string vardUserInfoJson(const std::string& user) override;
+    std::string vardSessionProcess(const uint32_t& session) override;
+
+    // service_shutdown.cpp: the ends of sessions on request and at the stop of the service.
+
+    bool busSessionShutdown(const std::string& username) override;
+    bool vardSessionShutdown(const uint32_t& session) override;
+    bool vardDisconnect(const uint32_t& session) override;
+    /// Ends all sessions and all children, and waits for the children; a child that stays ten seconds is killed. Main thread,
+    /// after the dispatcher and the worker have ended.
+    void sessionsClear();
+
+    // service_watchers.cpp: the worker thread, children waited for, limits.
+
+    void vardSessionDurationLimit(const uint32_t& session, const uint32_t& countsec) override;
+    void vardSessionInactivityLimit(const uint32_t& session, const uint32_t& countsec) override;
+
+    // service_notify.cpp: notices to users.
+
+    bool vardSendNotify(const uint32_t& session, const std::string& header, const std::string& message,
+                        const uint8_t& urgency) override;
+
+    // service_requests.cpp: the session requests of the front ends.
+
+    int32_t busSessionRequest(const std::string& user, const std::string& pass, const uint8_t& depth,
+                              const uint16_t& width, const uint16_t& height) override;
+    int32_t busSessionDomainRequest(const std::string& user, const std::string& domain, const std::string& pass,
+                                    const uint8_t& depth, const uint16_t& width, const uint16_t& height) override;
+    int32_t vardSessionRequest(const std::string& params) override;
+    bool vardLogin(const std::string& user, const std::string& domain, const std::string& pass) override;
+    int32_t busProgramRequest(const std::string& user, const std::string& domain, const std::string& pass,
+                              const uint16_t& width, const uint16_t& height, const std::string& prog) override;
+    std::vector<std::string> vardProgramList() override;
+    bool vardCheckAuthUser(const std::string& user, const std::string& pass, const std::string& service) override;
+
+    // service_transport.cpp: the handshake with the proxy and the transports, and the hash line that these need.
+
+    void proxyListenStarted(const uint32_t& session, const bool& status) override;
+    void proxyClientConnected(const uint32_t& session, const std::string& ipaddr) override;
+    void proxySessionConnected(const uint32_t& session, const uint32_t& pid, const std::string& ipaddr) override;
+    void proxyListenTimeout(const uint32_t& timeout) override;
+    void vardRdpSecurityPolicy(const uint32_t& session, const bool& nla, const bool& tls, const bool& rdp) override;
+    bool vardConnectRdpTransport(const uint32_t& session, const uint32_t& timeout) override;
+    bool vardCheckProxyListen() override;
+
+    // service_desktop.cpp: preparing a session's desktop, its size and its windows.
+
+    void vardSessionGeometry(const uint32_t& session, const uint16_t& width, const uint16_t& height) override;
+    std::string vardSessionDBusAddress(const std::string& username) override;
+
+private:
+    using SessionPtr = std::shared_ptr<Session>;
+
+    // dbus_service.cpp
+    /// The configuration as it stands: one snapshot for one operation. Any thread.
+    std::shared_ptr<const JsonConfig> config() const;
+    /// The program list as it stands. Any thread.
+    std::shared_ptr<const ProgramList> programs() const;
+    void reloadPrograms(const JsonConfig& config);
+    void createRuntimeDirectory();
+    void writePidFile() const;
+    std::filesystem::path pidFile() const;
+    void run(const std::string& path);
+    void reloadConfigWatcher(const std::string& path);
+    void reloadConfig(const std::string& path);
+
+    // bus_boundary.cpp
+    bool handle_message(const DBus::Message& message) override;
+    DBus::Message answer(const DBus::CallMessage& call);
+    DBus::Message dispatchGuarded(DBus::InterfaceAdaptor& adaptor, const DBus::CallMessage& call,
+                                  const std::string& method);
+
+    // service_status.cpp
+    void auditUserMessage(const unsigned& display, const char* address, int type, std::string_view operation,
+                          std::string_view user, bool result);
+    /// Emits a signal unless the bus has gone. Any thread; never under a lock. `emit` calls the adaptor's emitter.
+    void emitSignal(const std::function<void()>& emit) noexcept;
+
+    // service_queries.cpp
+    std::string sessionJson(const SessionPtr& session);
+
+    // service_watchers.cpp
+    void worker(const std::string& path);
+    bool busAlive();
+    void stoppedChildsWatcher();
+    void sessionEnded(const SessionPtr& session);
+    /// Waits for a child in the background; the result is the handle to signal it by.
+    ProcessHandle saveWaitPidBackground(pid_t pid);
+
+    // service_display.cpp
+    std::pair<std::filesystem::path, std::vector<uint8_t>> createXauthFile(unsigned display, const std::string& user);
+    pid_t runXvfbDisplay(unsigned display, unsigned char depth, unsigned short width, unsigned short height,
+                         const std::string& user, const std::filesystem::path& authfile);
+    std::filesystem::path displaySocket(unsigned display) const;
+    bool startDisplay(Session& session, const StartRequest& request, std::vector<uint8_t>& cookie);
+    bool waitDisplay(Session& session, pid_t pid);
+    bool connectDisplay(Session& session, const std::vector<uint8_t>& cookie);
+
+    // service_session_start.cpp
+    /// Answers the user's existing session for the same program, resized, or a new one; empty after logging the reason.
+    SessionPtr startSession(const std::string& user, const std::string& password, const unsigned char& depth,
+                            const unsigned short& width, const unsigned short& height, const std::string& sessionPath,
+                            const std::list<std::string>& sessionArgs);
+    SessionPtr findReusableLocked(const StartRequest& request);
+    std::shared_ptr<const uint32_t> takeSlotLocked(SessionPtr*& slot);
+    SessionPtr newRecord(const StartRequest& request, std::shared_ptr<const uint32_t> lease);
+    bool checkAccount(Session& session, const std::string& password);
+    bool checkHome(const Session& session);
+    void sessionMountProfile(Session* session);
+    void logIdentity(const Session& session);
+    bool startProgram(Session& session, const StartRequest& request);
+    SessionPtr buildSession(const StartRequest& request, std::shared_ptr<const uint32_t> lease, LoginAudit& audit,
+                            bool& homeMissing);
+    void repeatGeometry(const SessionPtr& session, unsigned short width, unsigned short height);
+
+    // service_requests.cpp
+    StartRequest desktopRequest(const std::string& user, const std::string& password) const;
+    SessionPtr startSession(const StartRequest& request);
+    void admit(const SessionPtr& session, const std::string& password, const std::string& domain, bool ntlmv2);
+    bool chooseProgram(const std::string& name, StartRequest& request) const;
+    void applySecurity(Session& session, const JsonConfig& json);
+    bool checkCredentials(const std::string& service, const std::string& user, const std::string& pass);
+
+    // service_transport.cpp
+    bool vardCreateNTLMhashFile(const SessionPtr& session, const std::string& password, bool ntlmv2);
+
+    // service_desktop.cpp
+    void waitSessionDBus(const Session* session);
+    void waitSessionFixSetxkbmapEvdev(const Session* session);
+    void waitSessionLoadX11Resources(const Session* session);
+    bool waitSessionGeometryUpdate(const Session* session, unsigned short width, unsigned short height);
+    void sessionCorrectMainWindowSize(const SessionPtr& session);
+
+    // The tasks go last: they use everything else.
+    BackgroundTasks tasks_;
+    AuditLog auditLog_;
+    SessionTable table_;
+    ChildWaits childWaits_;
+    std::map<uint32_t, ProcessHandle> lateServers_; // X servers of failed starts, by display; under the table's lock
+    mutable std::mutex configLock_;                  // guards the two pointers, not what they point to
+    std::shared_ptr<const JsonConfig> config_;
+    std::shared_ptr<const ProgramList> programs_;
+    std::atomic<time_t> configTime_{0}; // of the file, as last observed; 0: not yet
+    std::filesystem::path runtimeDir_;
+    std::atomic<bool> busAlive_{true};
+    bool proxyListenActive_ = false; // main thread only
+};
+
+} // namespace Vard

@@ -1,0 +1,51 @@
+// The bus loop of the process, and the flag that keeps it running.
+#include "dispatcher.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+
+namespace Vard {
+
+ServiceDispatcher serviceDispatcher;
+std::atomic<bool> serviceRunning{false};
+std::atomic<bool> stopRequested{false};
+
+void requestStop() noexcept {
+    stopRequested = true;
+    serviceRunning = false;
+}
+
+ServiceDispatcher::ServiceDispatcher() {
+    // The library leaves the pipe open to children and blocking: a byte that a child wrote would keep a core busy for ever.
+    for (const int fd : _fdunlock) {
+        ::fcntl(fd, F_SETFD, FD_CLOEXEC);
+        ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
+    }
+}
+
+void ServiceDispatcher::enter() {
+    while (!leaving_) {
+        do_iteration();
+        drain();
+    }
+}
+
+void ServiceDispatcher::leave() {
+    leaving_ = true;
+    wake();
+}
+
+void ServiceDispatcher::wake() noexcept {
+    // A full pipe wakes the loop just as well.
+    [[maybe_unused]] const auto written = ::write(_fdunlock[1], "", 1);
+}
+
+void ServiceDispatcher::drain() noexcept {
+    std::array<char, 64> bytes{};
+    while (::read(_fdunlock[0], bytes.data(), bytes.size()) > 0) {
+    }
+}
+
+} // namespace Vard

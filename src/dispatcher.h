@@ -1,0 +1,40 @@
+// The bus loop of the process, and the flag that keeps it running.
+#pragma once
+
+#include <dbus-c++/dbus.h>
+
+#include <atomic>
+
+namespace Vard {
+
+/// A dispatcher that may be left and woken from any thread at any time: before it was entered, twice, or while it waits.
+/// The library's own loses a leave() that comes before enter(), and closes its pipe under the feet of other threads.
+class ServiceDispatcher : public DBus::BusDispatcher {
+public:
+    ServiceDispatcher();
+
+    /// Runs the loop on the calling thread until leave().
+    void enter() override;
+    /// Ends the loop, now or at its next start. Any thread, any number of times.
+    void leave() override;
+    /// Makes a waiting loop look again: what another thread could not write to the bus at once goes out then. Any thread.
+    void wake() noexcept;
+
+private:
+    void drain() noexcept;
+
+    std::atomic<bool> leaving_{false};
+};
+
+/// The one dispatcher of the process.
+extern ServiceDispatcher serviceDispatcher;
+
+/// True from the end of the start until a stop is asked for; every loop of the worker thread tests it.
+extern std::atomic<bool> serviceRunning;
+/// Set for good by a stop signal, so that one that comes during the start is not forgotten.
+extern std::atomic<bool> stopRequested;
+
+/// Asks the service to stop. Async-signal-safe; any thread.
+void requestStop() noexcept;
+
+} // namespace Vard

@@ -1,0 +1,147 @@
+// Read-only access to a JSON object of flat keys.
+#include "json_config.h"
+
+#include "exceptions.h"
+#include "file_descriptor.h"
+#include "logger.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <sstream>
+
+namespace Vard {
+
+namespace {
+
+constexpr size_t largestFile = 16 << 20;
+
+// Never waits: a fifo in the file's place must not hold the service up.
+FileDescriptor openRegular(const std::filesystem::path& path) {
+    FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    struct stat info {};
+    if (!file || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode) ||
+        static_cast<size_t>(info.st_size) > largestFile) {
+        return {};
+    }
+    return file;
+}
+
+bool readAll(int fd, std::string& text) {
+    std::array<char, 16384> block{};
+    for (;;) {
+        const ssize_t count = ::read(fd, block.data(), block.size());
+        if (count == 0) {
+            return true;
+        }
+        if (count < 0 && errno != EINTR) {
+            return false;
+        }
+        text.append(block.data(), count > 0 ? static_cast<size_t>(count) : 0);
+        if (text.size() > largestFile) {
+            return false;
+        }
+    }
+}
+
+Json::Value parse(const std::string& text) {
+    std::istringstream stream(text);
+    Json::Value value;
+    stream >> value;
+    return value;
+}
+
+// A broken value of the configuration must not stop an operation.
+template <typename Result, typename Read> Result settingOr(std::string_view key, Result fallback, Read read) noexcept {
+    try {
+        return read();
+    } catch (const std::exception&) {
+        Syslog::error("%s: bad value, key: %.*s", "JsonConfig", static_cast<int>(key.size()), key.data());
+        return fallback;
+    }
+}
+
+} // namespace
+
+Json::Value readJson(const std::filesystem::path& path) {
+    Syslog::info("%s: file: %s", "readJson", path.c_str());
+    const FileDescriptor file = openRegular(path);
+    std::string text;
+    if (!file || !readAll(file.get(), text)) {
+        Syslog::error("%s: open failed, path: %s", "readJson", path.c_str());
+        throw vard_error("readJson");
+    }
+    return parse(text);
+}
+
+JsonConfig::JsonConfig(Json::Value object) : object_(std::move(object)) {}
+
+const Json::Value* JsonConfig::find(std::string_view key) const {
+    return object_.find(key.data(), key.data() + key.size());
+}
+
+std::string JsonConfig::getString(std::string_view key, std::string_view defaultValue) const {
+    const auto* value = find(key);
+    return value != nullptr ? value->asString() : std::string(defaultValue);
+}
+
+int JsonConfig::getInteger(std::string_view key, int defaultValue) const {
+    const auto* value = find(key);
+    return value != nullptr ? value->asInt() : defaultValue;
+}
+
+double JsonConfig::getDouble(std::string_view key, double defaultValue) const {
+    const auto* value = find(key);
+    return value != nullptr ? value->asDouble() : defaultValue;
+}
+
+bool JsonConfig::getBoolean(std::string_view key, bool defaultValue) const {
+    const auto* value = find(key);
+    return value != nullptr ? value->asBool() : defaultValue;
+}
+
+std::list<std::string> JsonConfig::getStringList(std::string_view key) const {
+    std::list<std::string> result;
+    const auto* value = find(key);
+    if (value != nullptr && value->isArray()) {
+        for (const auto& element : *value) {
+            result.push_back(element.asString());
+        }
+    }
+    return result;
+}
+
+std::vector<std::string> JsonConfig::getVectorList(std::string_view key) const {
+    const auto list = getStringList(key);
+    return {list.begin(), list.end()};
+}
+
+bool JsonConfig::hasValue(std::string_view key) const { return find(key) != nullptr; }
+
+std::string JsonConfig::settingString(std::string_view key, std::string_view defaultValue) const noexcept {
+    return settingOr(key, std::string(defaultValue), [&] { return getString(key, defaultValue); });
+}
+
+int JsonConfig::settingInteger(std::string_view key, int defaultValue) const noexcept {
+    return settingOr(key, defaultValue, [&] { return getInteger(key, defaultValue); });
+}
+
+bool JsonConfig::settingBoolean(std::string_view key, bool defaultValue) const noexcept {
+    return settingOr(key, defaultValue, [&] { return getBoolean(key, defaultValue); });
+}
+
+std::list<std::string> JsonConfig::settingStringList(std::string_view key) const noexcept {
+    return settingOr(key, std::list<std::string>{}, [&] { return getStringList(key); });
+}
+
+JsonConfigString::JsonConfigString(const std::string& text) {
+    object_ = parse(text);
+    if (!object_.isObject()) {
+        Syslog::error("%s: config failed, not json object: `%s'", "JsonConfigString", text.c_str());
+        throw vard_error("JsonConfigString");
+    }
+}
+
+} // namespace Vard

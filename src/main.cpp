@@ -1,0 +1,81 @@
+// The process entry: arguments, checks, signals, start.
+#include "dbus_service.h"
+#include "process.h"
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <optional>
+#include <string>
+
+namespace {
+
+struct Arguments {
+    std::string config = "vard_service.json";
+    bool background = false;
+};
+
+std::optional<Arguments> parseArguments(int argc, char** argv) {
+    Arguments result;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--background") == 0) {
+            result.background = true;
+        } else if (std::strcmp(argv[i], "--config") == 0 && i + 1 < argc) {
+            result.config = argv[++i];
+        } else {
+            return std::nullopt;
+        }
+    }
+    return result;
+}
+
+void signalHandler(int number) {
+    if (number == SIGTERM || number == SIGINT) {
+        Vard::requestStop();
+    }
+}
+
+void setSignals(bool background) {
+    std::signal(SIGTERM, signalHandler);
+    // A detached service must not be stopped by an interrupt from the terminal that it came from.
+    std::signal(SIGINT, background ? SIG_IGN : signalHandler);
+}
+
+void runService(const std::string& config) {
+    try {
+        Vard::DBusService::start(config);
+    } catch (const DBus::Error& err) {
+        std::cerr << "dbus error: " << err.message() << '\n';
+    } catch (const std::exception& err) {
+        std::cerr << "exception: " << err.what() << '\n';
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    Vard::programArgv = argv;
+    const auto arguments = parseArguments(argc, argv);
+    if (!arguments) {
+        std::cout << "usage: " << argv[0] << "--config <path> [--background]\n";
+        return 0;
+    }
+    std::error_code failed;
+    if (!std::filesystem::exists(arguments->config, failed)) {
+        std::cerr << "config not found\n";
+        return 1;
+    }
+    if (::getuid() != 0) {
+        std::cerr << "root privileges required to run\n";
+        return 1;
+    }
+    if (arguments->background && ::fork() != 0) {
+        return 0; // the parent, or no child could be made: either way there is nothing more to do here
+    }
+    setSignals(arguments->background);
+    runService(arguments->config);
+    return 0;
+}

@@ -1,0 +1,56 @@
+// One PAM transaction of one user.
+#pragma once
+
+#include "exceptions.h"
+#include "secret.h"
+
+#include <security/pam_appl.h>
+
+#include <list>
+#include <string>
+#include <string_view>
+
+namespace Vard {
+
+/// A PAM transaction that answers the modules' prompts with the name and password it was given. The password is wiped
+/// when the object goes. One thread at a time; every failure is logged with PAM's own text.
+class PamService {
+public:
+    /// Starts the transaction. Logs and throws pam_error("PamService") when that fails, also for a name or password that
+    /// PAM could not carry (an embedded NUL).
+    PamService(std::string_view service, const std::string& login, const std::string& password);
+    /// Closes the session if it was marked open, deletes the credentials, ends the transaction.
+    ~PamService();
+    PamService(const PamService&) = delete;
+    PamService& operator=(const PamService&) = delete;
+
+    [[nodiscard]] const std::string& getLogin() const { return login_; }
+    [[nodiscard]] const std::string& getPassword() const { return password_.text(); }
+
+    /// Account check; an expired password is changed through the same conversation. False also when the modules changed
+    /// the user's name meanwhile.
+    bool validateAccount();
+    /// Password check. False also when the modules changed the user's name meanwhile.
+    bool checkAuthenticate();
+    /// Establishes credentials and opens the PAM session; false for a null handle.
+    static bool openSession(pam_handle* handle);
+    /// Makes destruction close the PAM session.
+    void setSessionOpened() { opened_ = true; }
+
+    [[nodiscard]] pam_handle* getHandle() const { return handle_; }
+    /// The PAM environment, as NAME=value in PAM's order.
+    [[nodiscard]] std::list<std::string> getEnvironments() const;
+
+private:
+    static int auth_conv(int count, const pam_message** messages, pam_response** responses, void* data);
+    bool sameUser(const char* func);
+
+    pam_handle_t* handle_ = nullptr;
+    std::string login_;
+    Secret password_;
+    pam_conv conversation_;
+    int status_ = PAM_SUCCESS;
+    bool opened_ = false;
+};
+
+} // namespace Vard

@@ -1,0 +1,208 @@
+// Processes: handles, identities, and the parent's half of running a program under a user's identity.
+#include "process.h"
+
+#include "exceptions.h"
+#include "file_descriptor.h"
+#include "logger.h"
+#include "parsec.h"
+#include "user_database.h"
+
+#include <fcntl.h>
+// This C library's header forgets to say that it is C.
+extern "C" {
+#include <sys/pidfd.h>
+}
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <map>
+
+namespace fs = std::filesystem;
+
+namespace Vard {
+
+char** programArgv = nullptr;
+
+using Clock = std::chrono::steady_clock;
+
+struct ProcessHandle::State {
+    pid_t pid = 0;
+    FileDescriptor pidfd;
+    std::atomic<Clock::rep> toldAt{0}; // 0: not told to end yet
+
+    [[nodiscard]] bool signal(int number) const { return ::pidfd_send_signal(pidfd.get(), number, nullptr, 0) == 0; }
+};
+
+ProcessHandle ProcessHandle::of(pid_t pid) {
+    ProcessHandle handle;
+    FileDescriptor pidfd(pid > 0 ? ::pidfd_open(pid, 0) : -1);
+    if (pidfd) {
+        handle.state_ = std::make_shared<State>();
+        handle.state_->pid = pid;
+        handle.state_->pidfd = std::move(pidfd);
+    }
+    return handle;
+}
+
+pid_t ProcessHandle::pid() const { return state_ ? state_->pid : 0; }
+
+bool ProcessHandle::exists() const { return state_ && state_->signal(0); }
+
+bool ProcessHandle::terminate() const {
+    if (!state_) {
+        return false;
+    }
+    Clock::rep never = 0;
+    state_->toldAt.compare_exchange_strong(never, Clock::now().time_since_epoch().count());
+    return state_->signal(SIGTERM);
+}
+
+bool ProcessHandle::kill() const { return state_ && state_->signal(SIGKILL); }
+
+std::optional<Clock::duration> ProcessHandle::toldToEndFor() const {
+    const Clock::rep told = state_ ? state_->toldAt.load() : 0;
+    if (told == 0) {
+        return std::nullopt;
+    }
+    return Clock::now() - Clock::time_point(Clock::duration(told));
+}
+
+Identity Identity::of(const std::string& user) {
+    const UserInfo info = Utils::getUserInfo(user);
+    if (!info.known()) {
+        Syslog::error("%s: user not found: `%s'", "Identity", user.c_str());
+        throw vard_error("Identity");
+    }
+    Identity identity{info.user, info.home, info.shell, info.uid, info.gid, {}, Parsec::userIntegrity(info.uid)};
+    if (user != "root") {
+        identity.groups = Utils::getUserGroups(user, info.gid);
+    }
+    return identity;
+}
+
+std::list<std::string> Identity::environment() const {
+    return {"USER=" + user, "LOGNAME=" + user, "HOME=" + home, "SHELL=" + shell, "TERM=linux",
+            "PATH=/usr/local/bin:/usr/bin:/bin:/usr/local/games:/usr/games"};
+}
+
+std::vector<char*> createARGV(const std::string& program, const std::list<std::string>& args) {
+    std::vector<char*> argv{const_cast<char*>(program.c_str())}; // NOLINT: exec's type, it changes nothing
+    for (const auto& arg : args) {
+        argv.push_back(const_cast<char*>(arg.c_str())); // NOLINT
+    }
+    argv.push_back(nullptr);
+    return argv;
+}
+
+std::vector<char*> createENVP(const std::list<std::string>& environment) {
+    std::vector<char*> envp;
+    for (const auto& entry : environment) {
+        envp.push_back(const_cast<char*>(entry.c_str())); // NOLINT
+    }
+    envp.push_back(nullptr);
+    return envp;
+}
+
+namespace {
+
+// The variables in their order, of each name only the last: programs differ in which of two they take.
+std::list<std::string> lastOfEach(std::list<std::string> environment) {
+    std::map<std::string, const std::string*> last;
+    const auto name = [](const std::string& entry) { return entry.substr(0, entry.find('=')); };
+    for (const auto& entry : environment) {
+        last[name(entry)] = &entry;
+    }
+    environment.remove_if([&](const std::string& entry) { return last[name(entry)] != &entry; });
+    return environment;
+}
+
+// What comes between fork and exec must not be disturbed by a signal that is meant for the service.
+class BlockedSignals {
+public:
+    BlockedSignals() {
+        sigset_t all{};
+        ::sigfillset(&all);
+        ::pthread_sigmask(SIG_SETMASK, &all, &before_);
+    }
+    ~BlockedSignals() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    BlockedSignals(const BlockedSignals&) = delete;
+    BlockedSignals& operator=(const BlockedSignals&) = delete;
+
+private:
+    sigset_t before_{};
+};
+
+} // namespace
+
+void changeProcessName(const char* name) {
+    ::prctl(PR_SET_NAME, name);
+    if (programArgv == nullptr || programArgv[0] == nullptr) {
+        return;
+    }
+    const size_t room = std::strlen(programArgv[0]);
+    const size_t used = std::min(room, std::strlen(name));
+    std::memcpy(programArgv[0], name, used);
+    std::memset(programArgv[0] + used, ' ', room - used);
+    for (char** arg = programArgv + 1; *arg != nullptr; ++arg) {
+        std::memset(*arg, 0, std::strlen(*arg));
+    }
+}
+
+void movingProcessToVardCgroup() {
+    const fs::path cgroup = "/sys/fs/cgroup/cpu";
+    std::error_code failed;
+    if (!fs::is_directory(cgroup, failed)) {
+        Syslog::error("%s: cgroup not found: %s", "movingProcessToVardCgroup", cgroup.c_str());
+        return;
+    }
+    const fs::path slice = cgroup / "vard.slice";
+    if (::mkdir(slice.c_str(), 0755) != 0 && errno != EEXIST) {
+        Utils::syslogErrno("movingProcessToVardCgroup", "mkdir", errno);
+        return;
+    }
+    const FileDescriptor procs(::open((slice / "cgroup.procs").c_str(), O_WRONLY | O_CLOEXEC));
+    const std::string pid = std::to_string(::getpid());
+    if (!procs || ::write(procs.get(), pid.data(), pid.size()) < 0) {
+        Utils::syslogErrno("movingProcessToVardCgroup", "cgroup.procs", errno);
+    }
+}
+
+namespace Utils {
+
+pid_t runChildProcess(const fs::path& program, const std::list<std::string>& args, const std::string& user,
+                      const std::list<std::string>& environment, const fs::path& log) {
+    return runChildProcess(program, args, Identity::of(user), environment, log);
+}
+
+pid_t runChildProcess(const fs::path& program, const std::list<std::string>& args, const Identity& identity,
+                      const std::list<std::string>& environment, const fs::path& log, bool endWithParent) {
+    std::error_code failed;
+    if (!fs::exists(program, failed)) {
+        Syslog::error("%s: program not found: %s", "runChildProcess", program.c_str());
+        throw vard_error("runChildProcess");
+    }
+    auto variables = identity.environment();
+    variables.insert(variables.end(), environment.begin(), environment.end());
+    variables = lastOfEach(std::move(variables));
+    const auto argv = createARGV(program.native(), args);
+    const auto envp = createENVP(variables);
+    const BlockedSignals blocked;
+    const pid_t pid = ::fork();
+    if (pid < 0) {
+        syslogErrno("runChildProcess", "fork", errno);
+        throw vard_error("runChildProcess");
+    }
+    if (pid == 0) {
+        runOwnerCommand(program.c_str(), argv, envp, identity, log, endWithParent);
+    }
+    return pid;
+}
+
+} // namespace Utils
+} // namespace Vard

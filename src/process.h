@@ -1,0 +1,119 @@
+// Processes: a safe handle on one, and running a program under a user's identity.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Vard {
+
+/// The process's argument vector, kept by main so that a child can rename itself; null in tests that never set it.
+extern char** programArgv;
+
+/// A handle on one process, by pidfd: a signal never reaches another process that was given the same number later, and
+/// numbers that mean groups (0, -1) cannot be held. Copies share the process. Any thread.
+class ProcessHandle {
+public:
+    /// No process.
+    ProcessHandle() = default;
+    /// The running (or not yet reaped) process `pid`; no process when the number is not positive or nobody bears it.
+    static ProcessHandle of(pid_t pid);
+
+    /// The process id, 0 when none. Stays after the process has ended.
+    [[nodiscard]] pid_t pid() const;
+    explicit operator bool() const { return state_ != nullptr; }
+    /// True while the process is there, as a zombie too.
+    [[nodiscard]] bool exists() const;
+
+    /// Sends SIGTERM and remembers when the process was told first. False when there is none or it has gone.
+    bool terminate() const;
+    /// Sends SIGKILL.
+    bool kill() const;
+    /// How long ago terminate() was called first; none when it never was.
+    [[nodiscard]] std::optional<std::chrono::steady_clock::duration> toldToEndFor() const;
+
+    /// Lets go of the process; the handle then holds none.
+    void reset() { state_.reset(); }
+
+private:
+    struct State;
+    std::shared_ptr<State> state_;
+};
+
+/// What a child needs to become a user, all looked up before the fork.
+struct Identity {
+    std::string user;
+    std::string home;
+    std::string shell;
+    uid_t uid = static_cast<uid_t>(-1);
+    gid_t gid = static_cast<gid_t>(-1);
+    std::vector<gid_t> groups;             ///< empty for root
+    std::optional<uint32_t> integrity;     ///< mandatory integrity level, where the platform has one
+
+    /// The identity of a user; logs and throws vard_error when the name is empty or unknown.
+    static Identity of(const std::string& user);
+    /// USER, LOGNAME, HOME, SHELL, TERM and a default PATH, as NAME=value.
+    [[nodiscard]] std::list<std::string> environment() const;
+};
+
+/// The argument vector of a program: its path, the arguments, a null. The strings must outlive it.
+std::vector<char*> createARGV(const std::string& program, const std::list<std::string>& args);
+/// The environment vector of NAME=value strings, in order, ended by a null. The strings must outlive it.
+std::vector<char*> createENVP(const std::list<std::string>& environment);
+
+/// Renames the current process to `name` (its thread name, argv[0]; the other arguments are blanked). Only in a forked
+/// child.
+void changeProcessName(const char* name);
+/// Puts the current process into the service's own CPU cgroup (version 1 hierarchy); logs when there is none.
+void movingProcessToVardCgroup();
+
+namespace Utils {
+
+/// Starts `program` as `user` in a session of its own, with `environment` on top of the identity's variables (later
+/// entries win), standard input from /dev/null and its outputs to `log` or, when empty, to /dev/null; the log is opened
+/// under the user's identity. Default signals but SIGINT and SIGHUP ignored, no descriptor inherited. Returns the child's
+/// pid, which the caller must wait for. Logs and throws vard_error when the program does not exist, the user is unknown
+/// or fork fails. A child that cannot become the user, or cannot execute the program, ends with a non-zero status.
+pid_t runChildProcess(const std::filesystem::path& program, const std::list<std::string>& args, const std::string& user,
+                      const std::list<std::string>& environment, const std::filesystem::path& log = {});
+/// The same for an identity that was looked up before; what runs between fork and exec touches no database.
+/// `endWithParent`: the program gets SIGTERM when the calling thread's process ends before it.
+pid_t runChildProcess(const std::filesystem::path& program, const std::list<std::string>& args, const Identity& identity,
+                      const std::list<std::string>& environment, const std::filesystem::path& log = {},
+                      bool endWithParent = false);
+
+/// The child half: becomes the user and executes; never returns, not even by an exception. `argv` and `envp` are built
+/// before the fork.
+[[noreturn]] void runOwnerCommand(const char* program, const std::vector<char*>& argv, const std::vector<char*>& envp,
+                                  const Identity& identity, const std::filesystem::path& log,
+                                  bool endWithParent) noexcept;
+
+/// Gives the current process the user's identity: supplementary groups (but for root), home directory, group, user, and
+/// the variables USER, LOGNAME, HOME, SHELL, TERM. False, with an error line, when the ids could not be taken: the caller
+/// must end then. Only in a forked child.
+bool switchToUser(const std::string& user);
+bool switchToUser(const Identity& identity) noexcept;
+
+/// Points standard output and error at the file: created or truncated, mode 0640, a regular file and no link; /dev/null
+/// when that fails. An empty path means /dev/null. Only in a forked child.
+void redirectOutputsFdTo(const std::filesystem::path& path) noexcept;
+
+/// Puts signal actions and the signal mask back to their defaults in a forked child; SIGINT and SIGHUP are ignored.
+void resetChildSignals() noexcept;
+/// Closes every descriptor above standard error in a forked child that goes on without exec, but for the journal's, so
+/// that its log lines still arrive, and `keep`.
+void closeInheritedDescriptors(int keep = -1) noexcept;
+
+/// The first line of a file of at most 64 KiB, without its end; opened without blocking and without following a final
+/// link, regular files only. Empty when it cannot be read. Call it under the identity of the file's owner.
+std::string readFirstLine(const std::filesystem::path& path);
+
+} // namespace Utils
+} // namespace Vard

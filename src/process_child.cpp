@@ -1,0 +1,231 @@
+// What runs in a forked child: it becomes the user and executes a program. Everything it needs from the databases was
+// looked up before the fork, and nothing of it ever returns into the service.
+#include "file_descriptor.h"
+#include "logger.h"
+#include "parsec.h"
+#include "process.h"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <linux/close_range.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+namespace Vard::Utils {
+
+namespace {
+
+constexpr mode_t logMode = 0640;
+constexpr mode_t logDirectoryMode = 0700;
+constexpr mode_t userMask = 022; // what users expect of a new file; the service's own is stricter
+constexpr size_t largestLine = 64 << 10;
+
+// The parent must see a failed child.
+[[noreturn]] void endAsFailure() noexcept {
+    ::execl("/bin/false", "/bin/false", nullptr);
+    ::_exit(EXIT_FAILURE);
+}
+
+void warnErrno(const char* call) noexcept {
+    Syslog::warning("%s: %s failed, error: %s, code: %d", "switchToUser", call, ::strerrordesc_np(errno), errno);
+}
+
+void redirectInput() noexcept {
+    const int null = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (null >= 0) {
+        ::dup2(null, STDIN_FILENO);
+    }
+}
+
+// A file of the user's, opened under the user's identity: no link, no fifo, nothing but a regular file.
+int openLog(const fs::path& path) noexcept {
+    if (path.empty()) {
+        return -1;
+    }
+    const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, logMode);
+    struct stat info {};
+    if (fd >= 0 && ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && ::ftruncate(fd, 0) == 0) {
+        return fd;
+    }
+    if (fd >= 0) {
+        ::close(fd);
+    }
+    return -1;
+}
+
+void setVariables(const Identity& identity) noexcept {
+    ::setenv("USER", identity.user.c_str(), 1);
+    ::setenv("LOGNAME", identity.user.c_str(), 1);
+    ::setenv("HOME", identity.home.c_str(), 1);
+    ::setenv("SHELL", identity.shell.c_str(), 1);
+    ::setenv("TERM", "linux", 1);
+}
+
+// The journal's socket is the only one here that has neither a name nor a peer.
+bool isJournalSocket(int fd) noexcept {
+    int type = 0;
+    socklen_t length = sizeof type;
+    sockaddr_un name{};
+    socklen_t nameLength = sizeof name;
+    sockaddr_un peer{};
+    socklen_t peerLength = sizeof peer;
+    return ::getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &length) == 0 && type == SOCK_DGRAM &&
+           ::getsockname(fd, reinterpret_cast<sockaddr*>(&name), &nameLength) == 0 && name.sun_family == AF_UNIX &&
+           nameLength == sizeof name.sun_family &&
+           ::getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0 && errno == ENOTCONN;
+}
+
+bool stillRoot(const Identity& identity) noexcept {
+    return identity.uid != 0 && (::getuid() == 0 || ::geteuid() == 0 || ::setuid(0) == 0);
+}
+
+void becomeOwner(const Identity& identity) noexcept {
+    if (identity.integrity && !Parsec::applyIntegrity(*identity.integrity, "runChildProcess")) {
+        endAsFailure();
+    }
+    if (::getuid() != 0) {
+        return;
+    }
+    if (!switchToUser(identity)) {
+        endAsFailure();
+    }
+    Syslog::debug("%s: switched user: %s, current uid: %d, gid: %d", "runOwnerCommand", identity.user.c_str(),
+                  static_cast<int>(::getuid()), static_cast<int>(::getgid()));
+}
+
+} // namespace
+
+void resetChildSignals() noexcept {
+    struct sigaction action {};
+    action.sa_handler = SIG_DFL;
+    for (int number = 1; number < NSIG; ++number) {
+        ::sigaction(number, &action, nullptr);
+    }
+    action.sa_handler = SIG_IGN;
+    ::sigaction(SIGINT, &action, nullptr);
+    ::sigaction(SIGHUP, &action, nullptr);
+    sigset_t none{};
+    ::sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+void closeInheritedDescriptors(int keep) noexcept {
+    try {
+        std::vector<int> descriptors;
+        for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+            descriptors.push_back(std::atoi(entry.path().filename().c_str()));
+        }
+        for (const int fd : descriptors) {
+            if (fd > STDERR_FILENO && fd != keep && !isJournalSocket(fd)) {
+                ::close(fd);
+            }
+        }
+    } catch (...) {
+        ::close_range(STDERR_FILENO + 1, ~0U, 0);
+    }
+}
+
+bool switchToUser(const std::string& user) {
+    if (user.empty()) {
+        Syslog::error("%s: user empty", "switchToUser");
+        return false;
+    }
+    try {
+        return switchToUser(Identity::of(user));
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+// Groups need root and come before the user id; the directory is changed in between, while root may still enter it.
+bool switchToUser(const Identity& identity) noexcept {
+    if (identity.user.empty()) {
+        Syslog::error("%s: user empty", "switchToUser");
+        return false;
+    }
+    Syslog::info("%s: user: %s", "switchToUser", identity.user.c_str());
+    Syslog::debug("%s: uid: %d, gid: %d, home: %s", "switchToUser", static_cast<int>(identity.uid),
+                  static_cast<int>(identity.gid), identity.home.c_str());
+    // Without this, groups of the service itself would stay; root keeps none of its own.
+    if (::setgroups(identity.groups.size(), identity.groups.data()) != 0) {
+        warnErrno("setgroups");
+        return false;
+    }
+    if (::chdir(identity.home.c_str()) != 0) {
+        warnErrno("chdir");
+    }
+    if (::setgid(identity.gid) != 0) {
+        syslogErrno("switchToUser", "setgid", errno);
+        return false;
+    }
+    if (::setuid(identity.uid) != 0 || stillRoot(identity)) {
+        syslogErrno("switchToUser", "setuid", errno);
+        return false;
+    }
+    setVariables(identity);
+    return true;
+}
+
+void redirectOutputsFdTo(const fs::path& path) noexcept {
+    int fd = -1;
+    if (!path.empty()) {
+        ::mkdir(path.parent_path().c_str(), logDirectoryMode); // usually there
+        fd = openLog(path);
+    }
+    while (fd < 0) {
+        fd = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+    }
+    ::dup2(fd, STDERR_FILENO);
+    ::dup2(fd, STDOUT_FILENO);
+    if (fd > STDERR_FILENO) {
+        ::close(fd);
+    }
+}
+
+void runOwnerCommand(const char* program, const std::vector<char*>& argv, const std::vector<char*>& envp,
+                     const Identity& identity, const fs::path& log, bool endWithParent) noexcept {
+    Syslog::syslogChildOpen();
+    Syslog::debug("%s: cmd: `%s', owner: `%s', pid: %d, process uid: %d", "runOwnerCommand", program,
+                  identity.user.c_str(), ::getpid(), static_cast<int>(::getuid()));
+    // Closed at exec rather than now: the journal's cached socket is among them, and a failed exec is worth a line.
+    ::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+    ::setsid(); // away from the terminal of the service, which a user's program could type into
+    resetChildSignals();
+    becomeOwner(identity);
+    if (endWithParent) {
+        ::prctl(PR_SET_PDEATHSIG, SIGTERM); // the change of ids would have undone it
+    }
+    ::umask(userMask);
+    redirectInput();
+    redirectOutputsFdTo(log);
+    ::execve(program, argv.data(), envp.data());
+    syslogErrno("runOwnerCommand", "execv", errno);
+    endAsFailure();
+}
+
+std::string readFirstLine(const fs::path& path) {
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    struct stat info {};
+    if (!file || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
+        return "";
+    }
+    std::string text(largestLine, '\0');
+    const ssize_t count = ::read(file.get(), text.data(), text.size());
+    text.resize(count > 0 ? static_cast<size_t>(count) : 0);
+    return text.substr(0, text.find('\n'));
+}
+
+} // namespace Vard::Utils

@@ -1,0 +1,118 @@
+// Users' profile partitions.
+#include "profile_volume.h"
+
+#include "file_descriptor.h"
+#include "logger.h"
+
+#include <blkid/blkid.h>
+#include <fcntl.h>
+#include <sys/mount.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <thread>
+
+namespace Vard {
+
+namespace {
+
+constexpr int unmountAttempts = 5;
+constexpr std::chrono::milliseconds unmountPause{350};
+
+std::string blkPartLabel(blkid_dev dev) {
+    std::string label;
+    const char* type = nullptr;
+    const char* value = nullptr;
+    blkid_tag_iterate tags = ::blkid_tag_iterate_begin(dev);
+    while (label.empty() && ::blkid_tag_next(tags, &type, &value) == 0) {
+        if (std::strcmp(type, "PARTLABEL") == 0) {
+            label = value;
+            break;
+        }
+    }
+    ::blkid_tag_iterate_end(tags);
+    return label;
+}
+
+std::string blkPartEntryType(blkid_dev dev) {
+    const std::unique_ptr<blkid_struct_probe, decltype(&::blkid_free_probe)> probe(
+        ::blkid_new_probe_from_filename(::blkid_dev_devname(dev)), &::blkid_free_probe);
+    if (!probe) {
+        return "";
+    }
+    ::blkid_probe_enable_partitions(probe.get(), 1);
+    ::blkid_probe_set_partitions_flags(probe.get(), BLKID_PARTS_ENTRY_DETAILS);
+    ::blkid_do_fullprobe(probe.get());
+    const char* value = nullptr;
+    return ::blkid_probe_lookup_value(probe.get(), "PART_ENTRY_TYPE", &value, nullptr) == 0 ? value : "";
+}
+
+std::list<PVOL> listDevices(blkid_cache cache) {
+    std::list<PVOL> result;
+    blkid_dev dev = nullptr;
+    blkid_dev_iterate devices = ::blkid_dev_iterate_begin(cache);
+    while (::blkid_dev_next(devices, &dev) == 0) {
+        if (const char* name = ::blkid_dev_devname(dev)) {
+            result.push_back({name, blkPartEntryType(dev), blkPartLabel(dev)});
+        }
+    }
+    ::blkid_dev_iterate_end(devices);
+    return result;
+}
+
+} // namespace
+
+std::list<PVOL> PVOL::getPartitions() {
+    blkid_cache cache = nullptr;
+    // A cache file that is nobody's: nothing is read from or kept in a persistent one.
+    int code = ::blkid_get_cache(&cache, "/dev/null");
+    if (code != 0) {
+        Syslog::error("%s: %s failed, error: %d", "getPartitions", "blkid_get_cache", code);
+        return {};
+    }
+    const std::unique_ptr<blkid_struct_cache, decltype(&::blkid_put_cache)> owner(cache, &::blkid_put_cache);
+    code = ::blkid_probe_all(cache);
+    if (code != 0) {
+        Syslog::error("%s: %s failed, error: %d", "getPartitions", "blkid_probe_all", code);
+        return {};
+    }
+    return listDevices(cache);
+}
+
+const PVOL* findProfileVolume(const std::list<PVOL>& partitions, const std::string& username) {
+    const auto found = std::ranges::find_if(
+        partitions, [&](const PVOL& volume) { return volume.type == profilePartitionType && volume.label == username; });
+    return found == partitions.end() ? nullptr : &*found;
+}
+
+bool mountProfile(const std::string& username, const std::string& home, const std::string& fstype,
+                  const std::string& option) {
+    const auto partitions = PVOL::getPartitions();
+    const PVOL* volume = findProfileVolume(partitions, username);
+    if (volume == nullptr) {
+        return false;
+    }
+    // The directory itself, not what a link in its place points to.
+    const FileDescriptor target(::open(home.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const std::string path = "/proc/self/fd/" + std::to_string(target.get());
+    if (!target || ::mount(volume->devname.c_str(), path.c_str(), fstype.c_str(), 0,
+                           option.empty() ? nullptr : option.c_str()) != 0) {
+        Utils::syslogErrno("sessionMountProfile", "mount", errno);
+        return false;
+    }
+    return true;
+}
+
+void unmountProfile(const std::string& home) {
+    for (int attempt = 0; attempt < unmountAttempts; ++attempt) {
+        std::this_thread::sleep_for(unmountPause);
+        if (::umount2(home.c_str(), UMOUNT_NOFOLLOW) == 0) {
+            return;
+        }
+    }
+}
+
+} // namespace Vard

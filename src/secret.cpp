@@ -1,0 +1,68 @@
+// Text that must not stay in memory.
+#include "secret.h"
+
+#include "utils.h"
+
+#include <pthread.h>
+
+#include <mutex>
+#include <set>
+
+namespace Vard {
+
+namespace {
+
+// Fork waits for the lock: a child must not find it taken by a thread that it does not have.
+class Registry {
+public:
+    static Registry& instance() {
+        static Registry registry;
+        return registry;
+    }
+    void add(Secret* secret) {
+        const std::scoped_lock lock(mutex_);
+        secrets_.insert(secret);
+    }
+    void remove(Secret* secret) {
+        const std::scoped_lock lock(mutex_);
+        secrets_.erase(secret);
+    }
+    void wipeAll() {
+        const std::scoped_lock lock(mutex_);
+        for (auto* secret : secrets_) {
+            secret->wipe();
+        }
+    }
+
+private:
+    Registry() {
+        ::pthread_atfork([] { instance().mutex_.lock(); }, [] { instance().mutex_.unlock(); },
+                         [] { instance().mutex_.unlock(); });
+    }
+
+    std::mutex mutex_;
+    std::set<Secret*> secrets_;
+};
+
+} // namespace
+
+Secret::Secret() { Registry::instance().add(this); }
+
+Secret::Secret(const std::string& text) : text_(text) { Registry::instance().add(this); }
+
+Secret::~Secret() {
+    Registry::instance().remove(this);
+    wipe();
+}
+
+void Secret::take(std::string& text) {
+    wipe();
+    text_ = text;
+    Utils::wipe(text);
+}
+
+void Secret::wipe() noexcept { Utils::wipe(text_); }
+
+void Secret::wipeAll() noexcept { Registry::instance().wipeAll(); }
+
+} // namespace Vard

@@ -1,0 +1,30 @@
+// Text that must not stay in memory.
+#pragma once
+
+#include <string>
+
+namespace Vard {
+
+/// Owns a secret text and overwrites it when it goes. All live secrets of the process are known, so that a forked child that
+/// lives on can wipe those that are not its own. Any thread may make or destroy one; its text is guarded by its owner.
+class Secret {
+public:
+    Secret();
+    explicit Secret(const std::string& text);
+    ~Secret();
+    Secret(const Secret&) = delete;
+    Secret& operator=(const Secret&) = delete;
+
+    [[nodiscard]] const std::string& text() const { return text_; }
+    /// Replaces the text; the argument is wiped.
+    void take(std::string& text);
+    void wipe() noexcept;
+
+    /// Wipes every secret of the process. For a forked child; never blocks there.
+    static void wipeAll() noexcept;
+
+private:
+    std::string text_;
+};
+
+} // namespace Vard

@@ -1,0 +1,97 @@
+// Preparing a session's desktop from outside: small tools run as the user, the screen's size, the windows' size.
+#include "dbus_service.h"
+
+#include "bus_boundary.h"
+#include "screen_mode.h"
+#include "session_command.h"
+#include "window_fitting.h"
+
+#include <system_error>
+
+namespace Vard {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr int fittingPasses = 10;
+constexpr auto fittingPause = 550ms;
+
+/// Runs a tool in the session and waits for its end; whatever happens is logged under `name`, and the caller goes on.
+void waitTool(const Session* session, const char* name, const std::string& program, const std::list<std::string>& args) {
+    if (session == nullptr) {
+        return;
+    }
+    try {
+        auto tool = runSessionCommand(*session, program, args, {}, false);
+        Syslog::debug("%s: wait pid: %d", name, tool.pid());
+        const int status = tool.getWithin(toolLimit, name);
+        Utils::syslogWaitStatus(status, name, tool.pid());
+    } catch (const std::system_error& err) {
+        Syslog::error("%s: system error: %s", name, err.what());
+    } catch (const std::exception& err) {
+        Syslog::error("%s: exception: %s", name, err.what());
+    }
+}
+
+} // namespace
+
+void DBusService::waitSessionDBus(const Session* session) {
+    waitTool(session, "waitSessionDBus", "/usr/bin/dbus-update-activation-environment", {"--systemd", "--all"});
+}
+
+void DBusService::waitSessionFixSetxkbmapEvdev(const Session* session) {
+    waitTool(session, "waitSessionFixSetxkbmapEvdev", "/usr/bin/setxkbmap", {"-keycodes", "evdev+aliases(qwerty)"});
+}
+
+void DBusService::waitSessionLoadX11Resources(const Session* session) {
+    waitTool(session, "waitSessionLoadX11Resources", "/usr/bin/xrdb", {"-quiet", "-load", "/etc/X11/Xresources/x11-vard"});
+}
+
+bool DBusService::waitSessionGeometryUpdate(const Session* session, unsigned short width, unsigned short height) {
+    if (session == nullptr || !session->xcb) {
+        return false;
+    }
+    const auto root = session->xcb->getWindowGeometry(session->xcb->windowRoot());
+    if (root.width == width && root.height == height) {
+        return true;
+    }
+    const auto mode = chooseScreenMode(session->xcb->getScreenSizes(), {width, height});
+    waitTool(session, "waitSessionGeometryUpdate", config()->settingString("xrandr:path", "/usr/bin/xrandr"),
+             {"--size", std::to_string(mode.width) + "x" + std::to_string(mode.height), "--display",
+              ":" + std::to_string(session->display), "--verbose"});
+    return true;
+}
+
+void DBusService::vardSessionGeometry(const uint32_t& session, const uint16_t& width, const uint16_t& height) {
+    static_cast<void>(session);
+    static_cast<void>(width);
+    static_cast<void>(height);
+    throw not_supported("vardSessionGeometry");
+}
+
+void DBusService::sessionCorrectMainWindowSize(const SessionPtr& session) {
+    tasks_.run("sessionCorrectMainWindowSize", [this, session] {
+        const auto xcb = session->xcb;
+        if (!xcb) {
+            warning("%s: xcb session destroyed, session id: 0x%08x", "sessionCorrectMainWindowSize", session->sid);
+            return;
+        }
+        for (int counter = fittingPasses - 1; counter >= 0; --counter) {
+            // Holding the record of an ended session would keep its display from being used again.
+            if (session->ended || !tasks_.sleep(fittingPause)) {
+                return;
+            }
+            fitWindows(*xcb);
+            debug("%s: wait next iteration: %d", "sessionCorrectMainWindowSize", counter);
+        }
+        logWindows(*xcb);
+    });
+}
+
+std::string DBusService::vardSessionDBusAddress(const std::string& username) {
+    static_cast<void>(username);
+    throw not_supported("vardSessionDBusAddress");
+}
+
+} // namespace Vard

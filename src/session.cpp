@@ -1,0 +1,53 @@
+// The record of one session, and its destruction.
+#include "session.h"
+
+#include "logger.h"
+#include "profile_volume.h"
+
+namespace Vard {
+
+namespace {
+
+void tellToEnd(const ProcessHandle& process, const char* what) {
+    if (process) {
+        Syslog::debug("kill %s, pid: %d", what, process.pid());
+        process.terminate();
+    }
+}
+
+} // namespace
+
+// The children are reaped by those who wait for them. The X connection and the PAM transaction go after this.
+Session::~Session() {
+    const std::scoped_lock guard(lock);
+    tellToEnd(pid3, "connector");
+    tellToEnd(pid2, "xsession");
+    tellToEnd(pid1, "xvfb");
+    std::error_code ignored;
+    if (!xauthfile.empty()) {
+        std::filesystem::remove(xauthfile, ignored);
+    }
+    if (profileMounted) {
+        const std::string mounted = home.string();
+        if (!tasks_.run("unmountProfile", [mounted] { unmountProfile(mounted); })) {
+            unmountProfile(mounted);
+        }
+    }
+    xcb.reset();
+    pam.reset();
+}
+
+std::list<std::string> Session::environments() const {
+    std::list<std::string> result{"DISPLAY=:" + std::to_string(display), "XAUTHORITY=" + xauthfile.string(),
+                                  "XDG_RUNTIME_DIR=" + runtimedir.string()};
+    if (pam) {
+        result.splice(result.end(), pam->getEnvironments());
+    }
+    return result;
+}
+
+std::filesystem::path Session::commandLog() const {
+    return home / ".vard" / xauthfile.filename().replace_extension(".log");
+}
+
+} // namespace Vard

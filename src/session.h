@@ -1,0 +1,77 @@
+// The record of one session, and its destruction.
+#pragma once
+
+#include "background_tasks.h"
+#include "pam_service.h"
+#include "process.h"
+#include "secret.h"
+#include "xcb_connector.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace Vard {
+
+/// One session, always held through a shared pointer. Its fields are guarded by the session table's lock once the record is
+/// in the table. Destruction tells the session's processes to end (it does not wait for them), removes the X authority
+/// file, and unmounts the profile in the background.
+struct Session {
+    /// `tasks` runs the unmounting; it must outlive the record.
+    explicit Session(BackgroundTasks& tasks) : tasks_(tasks) {}
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    /// DISPLAY, XAUTHORITY and XDG_RUNTIME_DIR as NAME=value, then the PAM environment.
+    [[nodiscard]] std::list<std::string> environments() const;
+    /// The file that takes the outputs of the session's logged commands: in ".vard" in the home directory, named after the
+    /// X authority file.
+    [[nodiscard]] std::filesystem::path commandLog() const;
+    /// Where background work of this session runs.
+    [[nodiscard]] BackgroundTasks& tasks() const { return tasks_; }
+
+    /// Keeps the display from being handed out again; declared first, so that it goes when everything else of the record has.
+    std::shared_ptr<const uint32_t> displayLease;
+    std::filesystem::path home;
+    std::filesystem::path xauthfile;
+    std::filesystem::path runtimedir;
+    std::filesystem::path xsession; ///< the program run as the user's session
+    std::chrono::system_clock::time_point start{};
+    std::chrono::steady_clock::time_point transportEndedAt{}; ///< zero while never set
+    std::string gecos;
+    std::string shell;
+    std::string username;
+    std::string domain;
+    std::string remoteaddr;
+    Secret ntlm; ///< the NTLM hash line
+    uint32_t uid = static_cast<uint32_t>(-1);
+    uint32_t gid = static_cast<uint32_t>(-1);
+    uint32_t display = 0;
+    uint32_t sid = 0; ///< the session id, equal to the display
+    uint32_t durationLimit = 0;   ///< seconds, 0: none
+    uint32_t inactivityLimit = 0; ///< seconds, 0: none; only stored
+    ProcessHandle pid1; ///< the X server
+    ProcessHandle pid2; ///< the session program's supervisor
+    ProcessHandle pid3; ///< the transport
+    std::unique_ptr<PamService> pam;
+    std::shared_ptr<Xcb::Connector> xcb;
+    std::mutex lock; ///< held by the destructor while it ends the children
+    bool profileMounted = false;
+    bool nla = true;
+    bool tls = true;
+    bool rdp = true;
+    bool auth = true;
+    bool seamless = false;
+    std::atomic<bool> ended{false}; ///< out of the table: work that still holds the record is to end soon
+
+private:
+    BackgroundTasks& tasks_;
+};
+
+} // namespace Vard

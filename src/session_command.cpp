@@ -1,0 +1,151 @@
+// Running programs inside a session.
+#include "session_command.h"
+
+#include "exceptions.h"
+#include "file_descriptor.h"
+#include "logger.h"
+#include "parsec.h"
+#include "process.h"
+#include "session_supervisor.h"
+#include "sockets.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+
+namespace Vard {
+
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr size_t largestAnswer = 64 << 10;
+
+// The socket is in a directory of the user's: only what is a socket of his own is told to his programs.
+std::list<std::string> busAddress(const Session& session) {
+    const auto path = session.runtimedir / "bus";
+    struct stat info {};
+    if (::lstat(path.c_str(), &info) != 0 || !S_ISSOCK(info.st_mode) || info.st_uid != session.uid) {
+        return {};
+    }
+    return {"DBUS_SESSION_BUS_ADDRESS=unix:path=" + path.string()};
+}
+
+void writeAnswer(int fd, const std::string& answer) noexcept {
+    const size_t size = std::min(answer.size(), largestAnswer);
+    for (size_t done = 0; done < size;) {
+        const ssize_t count = ::write(fd, answer.data() + done, size - done);
+        if (count < 0 && errno != EINTR) {
+            return;
+        }
+        done += count > 0 ? static_cast<size_t>(count) : 0;
+    }
+}
+
+[[noreturn]] void answerAsUser(const Identity& identity, const std::function<std::string()>& function, int fd) noexcept {
+    Syslog::syslogChildOpen();
+    Utils::resetChildSignals();
+    Utils::closeInheritedDescriptors(fd);
+    const bool switched = (!identity.integrity || Parsec::applyIntegrity(*identity.integrity, "callUserScope")) &&
+                          Utils::switchToUser(identity);
+    if (switched) {
+        try {
+            writeAnswer(fd, function());
+        } catch (const std::exception& err) {
+            Syslog::error("%s: exception: %s", "callUserScope", err.what());
+        } catch (...) {
+            Syslog::error("%s: exception: %s", "callUserScope", "unknown");
+        }
+    }
+    ::_exit(switched ? EXIT_SUCCESS : EXIT_FAILURE);
+}
+
+// What the child wrote until it closed its end; the user may stop or kill it at any moment.
+std::string readAnswer(int fd) {
+    std::string answer;
+    const auto end = Clock::now() + toolLimit;
+    for (;;) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
+        pollfd entry{fd, POLLIN, 0};
+        if (left <= 0 || ::poll(&entry, 1, static_cast<int>(left)) == 0) {
+            return "";
+        }
+        std::array<char, 4096> block{};
+        const ssize_t count = ::read(fd, block.data(), block.size());
+        if (count == 0 || (count < 0 && errno != EINTR && errno != EAGAIN)) {
+            return answer;
+        }
+        answer.append(block.data(), count > 0 ? static_cast<size_t>(count) : 0);
+    }
+}
+
+} // namespace
+
+std::list<std::string> sessionEnvironment(const Session& session) {
+    auto environment = busAddress(session);
+    environment.splice(environment.end(), session.environments());
+    return environment;
+}
+
+ChildWait runSessionCommand(const Session& session, const std::filesystem::path& program,
+                            const std::list<std::string>& args, const std::list<std::string>& environment, bool log) {
+    auto variables = sessionEnvironment(session);
+    variables.insert(variables.end(), environment.begin(), environment.end());
+    const pid_t pid = Utils::runChildProcess(program, args, session.username, variables,
+                                             log ? session.commandLog() : std::filesystem::path{});
+    return ChildWait(session.tasks(), pid);
+}
+
+std::optional<ChildWait> runSessionOpen(const Session* session, const std::filesystem::path& program,
+                                        const std::list<std::string>& args) {
+    if (session == nullptr) {
+        Syslog::error("%s: xvfb session null", "runSessionOpen");
+        return std::nullopt;
+    }
+    const Identity identity = Identity::of(session->username);
+    // A stop signal that comes before the supervisor listens must wait for it, not be lost or kill it.
+    const SupervisorSignals blocked;
+    const pid_t pid = ::fork();
+    if (pid < 0) {
+        Utils::syslogErrno("runSessionOpen", "fork", errno);
+        return std::nullopt;
+    }
+    if (pid == 0) {
+        superviseSession(*session, identity, program, args);
+    }
+    Syslog::info("%s: session id: 0x%08x, username: %s, cmd: `%s', pid: %d", "runSessionOpen", session->sid,
+                 session->username.c_str(), program.c_str(), pid);
+    return ChildWait(session->tasks(), pid);
+}
+
+std::string callUserScope(const Session& session, const std::function<std::string()>& function) {
+    const Identity identity = Identity::of(session.username);
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+        Utils::syslogErrno("callUserScope", "pipe2", errno);
+        throw vard_error("callUserScope");
+    }
+    const FileDescriptor reader(ends[0]);
+    FileDescriptor writer(ends[1]);
+    const pid_t pid = ::fork();
+    if (pid < 0) {
+        Utils::syslogErrno("callUserScope", "fork", errno);
+        throw vard_error("callUserScope");
+    }
+    if (pid == 0) {
+        answerAsUser(identity, function, writer.get());
+    }
+    writer.reset();
+    ChildWait child(session.tasks(), pid);
+    std::string answer = readAnswer(reader.get());
+    const int status = child.getWithin(std::chrono::seconds(1), "callUserScope");
+    return status == 0 ? answer : "";
+}
+
+} // namespace Vard

@@ -1,0 +1,199 @@
+// The supervisor of a session's program. It is a copy of the service that never executes anything else, so it first lets go
+// of all that is the service's: descriptors, which would keep the bus name after a crash, and secrets of other users.
+#include "session_supervisor.h"
+
+#include "logger.h"
+#include "pam_service.h"
+#include "session_command.h"
+
+#include <grp.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <vector>
+
+namespace Vard {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// How long the program and what it left behind are given after SIGTERM.
+constexpr std::chrono::seconds patience{3};
+
+[[noreturn]] void endAsFailure() {
+    ::execl("/bin/false", "/bin/false", nullptr);
+    ::_exit(EXIT_FAILURE);
+}
+
+void require(bool done, const char* call) {
+    if (!done) {
+        Utils::syslogErrno("runSessionOpen", call, errno);
+        endAsFailure();
+    }
+}
+
+void leaveService() {
+    Syslog::syslogChildOpen();
+    Utils::resetChildSignals();
+    const sigset_t taken = SupervisorSignals::set();
+    ::sigprocmask(SIG_SETMASK, &taken, nullptr);
+    ::setsid();
+    ::closelog(); // before its descriptor is closed and given to somebody else
+    Utils::closeInheritedDescriptors();
+    ::prctl(PR_SET_DUMPABLE, 0);
+    ::prctl(PR_SET_CHILD_SUBREAPER, 1); // what the program leaves behind comes here and is ended
+}
+
+void openPam(const Session& session, const Identity& identity) {
+    require(::initgroups(identity.user.c_str(), identity.gid) == 0, "initgroups");
+    if (!session.pam) {
+        Syslog::error("%s: pam session null", "runSessionOpen");
+        endAsFailure();
+    }
+    if (!PamService::openSession(session.pam->getHandle())) {
+        Syslog::error("%s: pam session failed", "runSessionOpen");
+        endAsFailure();
+    }
+    Secret::wipeAll();
+}
+
+void giveUpRoot(const Identity& identity) {
+    if (::chdir(identity.home.c_str()) != 0) {
+        Utils::syslogErrno("runSessionOpen", "chdir", errno); // a missing home is no reason to end the session
+        require(::chdir("/") == 0, "chdir");
+    }
+    require(::setgid(identity.gid) == 0, "setgid");
+    require(::setuid(identity.uid) == 0, "setuid");
+    ::prctl(PR_SET_DUMPABLE, 0);
+}
+
+std::vector<pid_t> children() {
+    std::vector<pid_t> result;
+    std::ifstream list("/proc/self/task/" + std::to_string(::getpid()) + "/children");
+    for (pid_t pid = 0; list >> pid;) {
+        result.push_back(pid);
+    }
+    return result;
+}
+
+/// Waits for the program and reaps whatever else comes here.
+class Watch {
+public:
+    explicit Watch(pid_t program) : program_(program) {}
+
+    /// Until the program has ended or the supervisor is told to end.
+    void untilEnd() {
+        const sigset_t taken = SupervisorSignals::set();
+        while (reap() && !programEnded_) {
+            if (::sigwaitinfo(&taken, nullptr) == SIGTERM) {
+                return;
+            }
+        }
+    }
+
+    /// Ends everything that is left, gently first.
+    void endAll() {
+        tell(SIGTERM);
+        const auto deadline = Clock::now() + patience;
+        while (reap() && Clock::now() < deadline) {
+            waitChild(deadline - Clock::now());
+            tell(SIGTERM); // who came here meanwhile, orphaned by those that went
+        }
+        // Who cannot be killed (a program with another identity) must not keep the session from ending.
+        const auto giveUp = Clock::now() + patience;
+        while (reap() && Clock::now() < giveUp) {
+            tell(SIGKILL);
+            waitChild(std::chrono::milliseconds(100));
+        }
+    }
+
+    [[nodiscard]] int status() const { return status_; }
+
+private:
+    // False when there are no children left.
+    bool reap() {
+        int status = 0;
+        pid_t pid = 0;
+        while ((pid = ::waitpid(-1, &status, WNOHANG)) > 0) {
+            if (pid == program_) {
+                status_ = status;
+                programEnded_ = true;
+            }
+        }
+        return pid == 0;
+    }
+
+    static void tell(int number) {
+        for (const pid_t pid : children()) {
+            ::kill(pid, number);
+        }
+    }
+
+    static void waitChild(Clock::duration limit) {
+        const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(limit).count();
+        const timespec time{nanoseconds / 1000000000, nanoseconds % 1000000000};
+        sigset_t child{};
+        ::sigemptyset(&child);
+        ::sigaddset(&child, SIGCHLD);
+        ::sigtimedwait(&child, nullptr, &time);
+    }
+
+    pid_t program_;
+    int status_ = 0;
+    bool programEnded_ = false;
+};
+
+int exitCode(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status); }
+
+[[noreturn]] void supervise(const Session& session, const Identity& identity, const std::filesystem::path& program,
+                            const std::list<std::string>& args) {
+    leaveService();
+    openPam(session, identity);
+    const pid_t pid = Utils::runChildProcess(program, args, identity, sessionEnvironment(session), {}, true);
+    Watch watch(pid);
+    giveUpRoot(identity);
+    changeProcessName("vard_manager");
+    Syslog::debug("%s: wait pid: %d", "vardManagerWait", pid);
+    watch.untilEnd();
+    watch.endAll();
+    Utils::syslogWaitStatus(watch.status(), "vardManagerWait", pid);
+    ::_exit(exitCode(watch.status()));
+}
+
+} // namespace
+
+SupervisorSignals::SupervisorSignals() {
+    const sigset_t taken = set();
+    ::pthread_sigmask(SIG_BLOCK, &taken, &before_);
+}
+
+SupervisorSignals::~SupervisorSignals() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+sigset_t SupervisorSignals::set() {
+    sigset_t signals{};
+    ::sigemptyset(&signals);
+    ::sigaddset(&signals, SIGTERM);
+    ::sigaddset(&signals, SIGCHLD);
+    return signals;
+}
+
+void superviseSession(const Session& session, const Identity& identity, const std::filesystem::path& program,
+                      const std::list<std::string>& args) noexcept {
+    try {
+        supervise(session, identity, program, args);
+    } catch (const std::exception& err) {
+        Syslog::error("%s: exception: %s", "runSessionOpen", err.what());
+    } catch (...) {
+        Syslog::error("%s: exception: %s", "runSessionOpen", "unknown");
+    }
+    endAsFailure();
+}
+
+} // namespace Vard

@@ -1,0 +1,73 @@
+// The table of display slots.
+#include "session_table.h"
+
+#include "logger.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace Vard {
+
+namespace {
+constexpr long lastDisplay = 59535;
+}
+
+std::optional<DisplayRange> DisplayRange::of(int min, int max, const char* func) {
+    const long low = std::min(std::labs(min), std::labs(max));
+    const long high = std::max(std::labs(min), std::labs(max));
+    if (high > lastDisplay + 1) {
+        Syslog::error("%s: display range refused: %d, %d", func, min, max);
+        return std::nullopt;
+    }
+    return DisplayRange{static_cast<int>(low), static_cast<size_t>(high - low)};
+}
+
+void SessionTable::setRange(const DisplayRange& range) {
+    const std::scoped_lock lock(mutex_);
+    if (slots_.size() < range.count) {
+        slots_.resize(range.count);
+    }
+    base_ = range.first;
+}
+
+std::shared_ptr<Session> SessionTable::findSession(const uint32_t& sid) const {
+    const std::scoped_lock lock(mutex_);
+    const auto found = std::ranges::find_if(slots_, [&](const auto& slot) { return slot && slot->sid == sid; });
+    return found == slots_.end() ? nullptr : *found;
+}
+
+std::shared_ptr<Session> SessionTable::findUserSession(const std::string& username) const {
+    const std::scoped_lock lock(mutex_);
+    const auto found = std::ranges::find_if(
+        slots_, [&](const auto& slot) { return slot && !slot->seamless && slot->username == username; });
+    return found == slots_.end() ? nullptr : *found;
+}
+
+std::shared_ptr<const uint32_t> SessionTable::leaseLocked(uint32_t display) {
+    std::erase_if(leases_, [](const auto& lease) { return lease.expired(); });
+    const bool taken = std::ranges::any_of(leases_, [&](const auto& lease) {
+        const auto held = lease.lock();
+        return held && *held == display;
+    });
+    if (taken) {
+        return nullptr;
+    }
+    auto lease = std::make_shared<const uint32_t>(display);
+    leases_.emplace_back(lease);
+    return lease;
+}
+
+void SessionTable::clear() {
+    std::vector<std::shared_ptr<Session>> released;
+    {
+        const std::scoped_lock lock(mutex_);
+        slots_.swap(released);
+    }
+    for (const auto& session : released) {
+        if (session) {
+            session->ended = true;
+        }
+    }
+}
+
+} // namespace Vard

@@ -1,0 +1,52 @@
+// A bounds-checked reader over bytes that somebody else owns.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace Vard {
+
+/// Reads from a borrowed buffer, which the caller keeps alive. The reading operations are const yet advance the position.
+/// A read past the end is logged, throws (std::invalid_argument("getRaw") unless said otherwise) and moves nothing.
+class StreamBufRef {
+public:
+    StreamBufRef() = default;
+    /// A null pointer gives an empty reader whatever the length.
+    StreamBufRef(const void* ptr, size_t len);
+    StreamBufRef(StreamBufRef&& other) noexcept;
+    StreamBufRef& operator=(StreamBufRef&& other) noexcept;
+    StreamBufRef(const StreamBufRef&) = delete;
+    StreamBufRef& operator=(const StreamBufRef&) = delete;
+    ~StreamBufRef() = default;
+
+    void reset(const void* ptr, size_t len);
+
+    void getRaw(void* dst, size_t len) const;
+    /// Throws std::invalid_argument("getBytes").
+    std::vector<uint8_t> getBytes(size_t len) const;
+    /// Throws std::invalid_argument("skip").
+    void skip(size_t len) const;
+    /// Bytes left.
+    size_t last() const;
+    /// The next byte, not consumed. Throws std::out_of_range("peek") at the end.
+    uint8_t peek() const;
+    const uint8_t* data() const;
+
+    uint8_t getInt8() const;
+    uint16_t getIntLE16() const;
+    uint32_t getIntLE32() const;
+    uint64_t getIntLE64() const;
+    uint16_t getIntBE16() const;
+    uint32_t getIntBE32() const;
+    uint64_t getIntBE64() const;
+
+private:
+    template <typename Int> Int getLE() const;
+    template <typename Int> Int getBE() const;
+
+    mutable const uint8_t* pos_ = nullptr;
+    const uint8_t* end_ = nullptr;
+};
+
+} // namespace Vard

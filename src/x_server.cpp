@@ -1,0 +1,81 @@
+// What must be true of a display before its X server starts, and the server's command line.
+#include "x_server.h"
+
+#include "file_descriptor.h"
+#include "logger.h"
+#include "sockets.h"
+#include "utils.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace fs = std::filesystem;
+
+namespace Vard {
+
+namespace {
+
+const std::list<std::string> builtInArguments{
+    ":%{display}", "-nolisten",  "tcp",        "-logfile", "/dev/null",  "-auth", "%{authfile}",
+    "-config",     "vard.conf",  "-depth",     "%{depth}", "+extension", "DAMAGE", "+extension",
+    "MIT-SHM",     "+extension", "RANDR",      "+extension", "XFIXES",   "+extension", "XTEST"};
+
+std::string fill(std::string word, unsigned display, unsigned depth, unsigned width, unsigned height,
+                 const fs::path& authfile) {
+    word = Utils::stringReplace(word, "%{display}", std::to_string(display));
+    word = Utils::stringReplace(word, "%{depth}", std::to_string(depth));
+    word = Utils::stringReplace(word, "%{width}", std::to_string(width));
+    word = Utils::stringReplace(word, "%{height}", std::to_string(height));
+    return Utils::stringReplace(word, "%{authfile}", authfile.string());
+}
+
+void warnPassedOver(unsigned display, const char* why, const std::string& what) {
+    Syslog::warning("%s: display passed over: %u, %s: %s", "startSession", display, why, what.c_str());
+}
+
+/// Removes a file of a dead server, if it is there; a link itself, never what it points to. False when it stays.
+bool removeLeftover(unsigned display, const fs::path& path) {
+    if (::unlink(path.c_str()) == 0 || errno == ENOENT) {
+        return true;
+    }
+    warnPassedOver(display, "leftover cannot be removed", path.string());
+    return false;
+}
+
+} // namespace
+
+unsigned validDepth(unsigned char depth) {
+    if (depth == 16 || depth == 24) {
+        return depth;
+    }
+    Syslog::warning("%s: unknown depth: %u", "runXvfbDisplay", depth);
+    return 24;
+}
+
+std::list<std::string> serverArguments(const std::list<std::string>& templates, unsigned display, unsigned depth,
+                                       unsigned short width, unsigned short height, const fs::path& authfile) {
+    std::list<std::string> args;
+    for (const auto& word : templates.empty() ? builtInArguments : templates) {
+        args.push_back(fill(word, display, depth, width, height, authfile));
+    }
+    return args;
+}
+
+// A server of another user would refuse to start over a lock file that it may not remove, and would share a name with
+// whoever holds the abstract socket; so both count.
+bool claimDisplay(unsigned display, const fs::path& socket) {
+    const auto file = Socket::probeUnix(socket.string());
+    if (file == Socket::Probe::Live || Socket::probeUnix(socket.string(), true) == Socket::Probe::Live) {
+        warnPassedOver(display, "somebody answers on", socket.string());
+        return false;
+    }
+    if (file != Socket::Probe::Absent && !removeLeftover(display, socket)) {
+        return false;
+    }
+    return removeLeftover(display, "/tmp/.X" + std::to_string(display) + "-lock");
+}
+
+} // namespace Vard

@@ -1,0 +1,81 @@
+// X authority files.
+#include "xauthority.h"
+
+#include "exceptions.h"
+#include "file_descriptor.h"
+#include "logger.h"
+#include "user_database.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string_view>
+
+namespace Vard {
+
+namespace {
+
+constexpr std::string_view cookieName = "MIT-MAGIC-COOKIE-1";
+constexpr mode_t fileMode = 0440;
+
+void appendBE16(std::vector<uint8_t>& out, size_t value) {
+    out.push_back(static_cast<uint8_t>(value >> 8 & 0xFF));
+    out.push_back(static_cast<uint8_t>(value & 0xFF));
+}
+
+template <typename Bytes> void appendField(std::vector<uint8_t>& out, const Bytes& bytes) {
+    appendBE16(out, bytes.size());
+    out.insert(out.end(), bytes.begin(), bytes.end());
+}
+
+// A new file that nobody else can open before it is finished. The umask is everybody's: it is changed for one call only.
+FileDescriptor createPrivate(const std::filesystem::path& path) {
+    const mode_t before = ::umask(077);
+    FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    ::umask(before);
+    return file;
+}
+
+bool writeAll(int fd, const std::vector<uint8_t>& bytes) {
+    for (size_t done = 0; done < bytes.size();) {
+        const ssize_t count = ::write(fd, bytes.data() + done, bytes.size() - done);
+        if (count < 0 && errno != EINTR) {
+            return false;
+        }
+        done += count > 0 ? static_cast<size_t>(count) : 0;
+    }
+    return true;
+}
+
+} // namespace
+
+std::vector<uint8_t> xauthorityRecord(const std::string& host, unsigned display, const std::vector<uint8_t>& cookie) {
+    std::vector<uint8_t> record{0x01, 0x00}; // the family of local displays
+    appendField(record, host);
+    appendField(record, std::to_string(display));
+    appendField(record, cookieName);
+    appendField(record, cookie);
+    return record;
+}
+
+void writeXauthority(const std::filesystem::path& path, const std::vector<uint8_t>& record, const std::string& user,
+                     const std::string& group) {
+    std::error_code ignored;
+    std::filesystem::remove(path, ignored);
+    const FileDescriptor file = createPrivate(path);
+    if (!file || !writeAll(file.get(), record)) {
+        Syslog::error("%s: create xauthfile failed, path: %s", "createXauthFile", path.c_str());
+        if (file) {
+            std::filesystem::remove(path, ignored);
+        }
+        throw vard_error("createXauthFile");
+    }
+    // The group first and apart, so that a missing one does not keep the file from its user.
+    Utils::setOwner(file.get(), "", group);
+    Utils::setOwner(file.get(), user, "");
+    ::fchmod(file.get(), fileMode);
+}
+
+} // namespace Vard

@@ -1,0 +1,288 @@
+// The service's own X client on one session's display: the connection, geometry and pixels.
+#include "xcb_connector.h"
+
+#include "logger.h"
+#include "sockets.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <xcb/xcbext.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <condition_variable>
+#include <cstring>
+#include <string>
+#include <thread>
+
+namespace Vard::Xcb {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr auto answerLimit = 2s;
+constexpr auto silence = 5s;
+
+/// Ends a wait inside the library, which knows no time-outs, by shutting the connection down.
+class Watchdog {
+public:
+    explicit Watchdog(int fd) : fd_(::dup(fd)), thread_([this] { watch(); }) {}
+    ~Watchdog() {
+        {
+            const std::scoped_lock lock(mutex_);
+            done_ = true;
+        }
+        changed_.notify_all();
+        thread_.join();
+    }
+    Watchdog(const Watchdog&) = delete;
+    Watchdog& operator=(const Watchdog&) = delete;
+
+private:
+    void watch() {
+        std::unique_lock lock(mutex_);
+        if (!changed_.wait_for(lock, answerLimit, [this] { return done_; })) {
+            ::shutdown(fd_.get(), SHUT_RDWR);
+        }
+    }
+
+    FileDescriptor fd_; // of its own: the library closes the other one when it fails
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool done_ = false;
+    std::thread thread_;
+};
+
+[[noreturn]] void fail(const char* call) {
+    Syslog::error("%s: %s failed", "Connector", call);
+    throw xcb_error("Connector");
+}
+
+} // namespace
+
+Connector::Connector(uint32_t display, const Cookie* auth, FileDescriptor socket) {
+    if (!socket) {
+        // The file, not the abstract name of the same text: anybody could have taken that.
+        socket.reset(Socket::unixConnect("/tmp/.X11-unix/X" + std::to_string(display)));
+    }
+    connect(display, auth, std::move(socket));
+    readSetup();
+}
+
+Connector::~Connector() = default;
+
+void Connector::connect(uint32_t display, const Cookie* auth, FileDescriptor socket) {
+    std::string name = "MIT-MAGIC-COOKIE-1";
+    Cookie data = auth != nullptr ? *auth : Cookie{};
+    xcb_auth_info_t info{static_cast<int>(name.size()), name.data(), static_cast<int>(data.size()),
+                         reinterpret_cast<char*>(data.data())};
+    if (socket) {
+        const Watchdog watchdog(socket.get());
+        connection_.reset(::xcb_connect_to_fd(socket.release(), auth != nullptr ? &info : nullptr));
+        if (::xcb_connection_has_error(connection_.get()) == 0) {
+            // Asked for once here, later from the library's memory.
+            const auto* randr = ::xcb_get_extension_data(connection_.get(), &xcb_randr_id);
+            hasRandr_ = randr != nullptr && randr->present != 0;
+        }
+    }
+    if (!connection_ || ::xcb_connection_has_error(connection_.get()) != 0) {
+        const std::string address = ":" + std::to_string(display);
+        Syslog::error("%s: %s failed, addr: %s", "Connector", "xcb_connect", address.c_str());
+        throw xcb_error("Connector");
+    }
+}
+
+void Connector::readSetup() {
+    setup_ = ::xcb_get_setup(connection_.get());
+    if (setup_ == nullptr) {
+        fail("xcb_get_setup");
+    }
+    const auto roots = ::xcb_setup_roots_iterator(setup_);
+    if (roots.rem <= 0 || roots.data == nullptr) {
+        fail("xcb_setup_roots");
+    }
+    screen_ = roots.data;
+    format_ = findFormat(screen_->root_depth);
+    if (format_ == nullptr) {
+        Syslog::error("%s: %s failed, error: %s", "Connector", "xcb_setup_pixmap_format", "no format of the root's depth");
+        throw xcb_error("Connector");
+    }
+}
+
+xcb_window_t Connector::windowRoot() const { return screen_->root; }
+
+uint8_t Connector::depth() const { return format_->depth; }
+
+uint8_t Connector::bitsPerPixel() const { return format_->bits_per_pixel; }
+
+const xcb_format_t* Connector::findFormat(uint8_t depth) const {
+    for (auto it = ::xcb_setup_pixmap_formats_iterator(setup_); it.rem > 0; ::xcb_format_next(&it)) {
+        if (it.data->depth == depth) {
+            return it.data;
+        }
+    }
+    return nullptr;
+}
+
+const xcb_visualtype_t* Connector::findVisual(xcb_visualid_t id) const {
+    for (auto depths = ::xcb_screen_allowed_depths_iterator(screen_); depths.rem > 0; ::xcb_depth_next(&depths)) {
+        for (auto it = ::xcb_depth_visuals_iterator(depths.data); it.rem > 0; ::xcb_visualtype_next(&it)) {
+            if (it.data->visual_id == id) {
+                return it.data;
+            }
+        }
+    }
+    return nullptr;
+}
+
+uint8_t Connector::bppFromDepth(uint8_t depth) const {
+    const auto* format = findFormat(depth);
+    return format != nullptr ? format->bits_per_pixel : uint8_t{0};
+}
+
+uint8_t Connector::depthFromBpp(uint8_t bpp) const {
+    for (auto it = ::xcb_setup_pixmap_formats_iterator(setup_); it.rem > 0; ::xcb_format_next(&it)) {
+        if (it.data->bits_per_pixel == bpp) {
+            return it.data->depth;
+        }
+    }
+    return 0;
+}
+
+// After a missed answer, requests fail at once until something arrives from the server or a while has passed.
+bool Connector::unresponsive() {
+    if (Clock::now() >= silentUntil_) {
+        return false;
+    }
+    pollfd entry{::xcb_get_file_descriptor(connection_.get()), POLLIN, 0};
+    return ::poll(&entry, 1, 0) == 0;
+}
+
+ReplyError<void> Connector::waitReply(unsigned sequence) {
+    const auto end = Clock::now() + answerLimit;
+    ::xcb_flush(connection_.get());
+    for (;;) {
+        void* reply = nullptr;
+        xcb_generic_error_t* error = nullptr;
+        if (::xcb_poll_for_reply(connection_.get(), sequence, &reply, &error) != 0) {
+            // Nobody reads events here, and a hostile server could pile them up.
+            while (ReplyPtr<xcb_generic_event_t>(::xcb_poll_for_queued_event(connection_.get()))) {
+            }
+            silentUntil_ = {};
+            return {ReplyPtr<void>(reply), ErrorPtr(error)};
+        }
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
+        pollfd entry{::xcb_get_file_descriptor(connection_.get()), POLLIN, 0};
+        const bool late = left <= 0 || (::poll(&entry, 1, static_cast<int>(left)) == 0);
+        if (late || ::xcb_connection_has_error(connection_.get()) != 0) {
+            ::xcb_discard_reply(connection_.get(), sequence);
+            silentUntil_ = Clock::now() + silence;
+            return {};
+        }
+    }
+}
+
+Rect Connector::getWindowGeometry(xcb_window_t win) {
+    const auto [size, sizeError] =
+        ask<xcb_get_geometry_reply_t>([&](xcb_connection_t* conn) { return ::xcb_get_geometry(conn, win); });
+    if (!size) {
+        toSyslogError(sizeError.get(), "getWindowGeometry", "xcb_get_geometry");
+        return {};
+    }
+    const auto [place, placeError] = ask<xcb_translate_coordinates_reply_t>(
+        [&](xcb_connection_t* conn) { return ::xcb_translate_coordinates(conn, win, windowRoot(), 0, 0); });
+    if (!place) {
+        toSyslogError(placeError.get(), "getWindowGeometry", "xcb_translate_coordinates");
+        return {};
+    }
+    return {place->dst_x, place->dst_y, size->width, size->height};
+}
+
+bool Connector::setWindowGeometry(xcb_window_t win, int16_t x, int16_t y, uint16_t width, uint16_t height) {
+    constexpr uint16_t mask =
+        XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y | XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT;
+    const std::array<uint32_t, 4> values{static_cast<uint32_t>(x), static_cast<uint32_t>(y), width, height};
+    xcb_void_cookie_t change{};
+    // A request that has no answer is known to be done when the next one is answered.
+    const auto [synced, syncError] = ask<xcb_get_input_focus_reply_t>([&](xcb_connection_t* conn) {
+        change = ::xcb_configure_window_checked(conn, win, mask, values.data());
+        return ::xcb_get_input_focus(conn);
+    });
+    const ErrorPtr error(synced ? ::xcb_request_check(connection_.get(), change) : nullptr);
+    if (!synced || error) {
+        toSyslogError(error.get(), "setWindowGeometry", "xcb_configure_window");
+        return false;
+    }
+    Syslog::debug("%s: window id: 0x%08x, resize to: %ux%u", "setWindowGeometry", win, width, height);
+    return true;
+}
+
+void Connector::describe(PixmapInfo& info, const xcb_get_image_reply_t& reply) const {
+    const auto* visual = findVisual(reply.visual);
+    if (visual == nullptr) {
+        Syslog::error("%s: %s failed, id: %d", "copyWindowPixmapTo", "visual", static_cast<int>(reply.visual));
+        throw xcb_error("copyWindowPixmapTo");
+    }
+    info.depth = reply.depth;
+    info.bitsPerPixel = bppFromDepth(reply.depth);
+    info.redMask = visual->red_mask;
+    info.greenMask = visual->green_mask;
+    info.blueMask = visual->blue_mask;
+}
+
+PixmapInfo Connector::copyWindowPixmapTo(xcb_window_t win, const Rect& rect, uint8_t* buf, size_t size) {
+    Syslog::debug("%s: winid: 0x%08x, region: [%d,%d,%d,%d]", "copyWindowPixmapTo", win, rect.x, rect.y, rect.width,
+                  rect.height);
+    PixmapInfo info;
+    if (rect.width == 0 || rect.height == 0) {
+        Syslog::error("%s: empty size", "copyWindowPixmapTo");
+        return info;
+    }
+    if (buf == nullptr || size == 0) {
+        Syslog::error("%s: empty buffer", "copyWindowPixmapTo");
+        return info;
+    }
+    // The announced limit counts units of four bytes: dividing it by bytes leaves a margin. A hostile server may announce
+    // less than one row, or pixels of no bits.
+    const size_t rowBytes = std::max<size_t>(size_t{rect.width} * (bitsPerPixel() / 8U), 1);
+    const size_t bandRows = std::clamp<size_t>(setup_->maximum_request_length / rowBytes, 1, rect.height);
+    Syslog::debug("%s: max request: %d", "copyWindowPixmapTo", static_cast<int>(bandRows));
+    for (size_t row = 0; row < rect.height; row += bandRows) {
+        const auto rows = static_cast<uint16_t>(std::min<size_t>(bandRows, rect.height - row));
+        const auto y = static_cast<int16_t>(rect.y + static_cast<int>(row));
+        const auto [reply, error] = ask<xcb_get_image_reply_t>([&](xcb_connection_t* conn) {
+            return ::xcb_get_image(conn, XCB_IMAGE_FORMAT_Z_PIXMAP, win, rect.x, y, rect.width, rows, ~0U);
+        });
+        if (!reply) {
+            toSyslogError(error.get(), "copyWindowPixmapTo", "xcb_get_image");
+            throw xcb_error("copyWindowPixmapTo");
+        }
+        if (row == 0) {
+            describe(info, *reply);
+        }
+        const auto length = static_cast<size_t>(::xcb_get_image_data_length(reply.get()));
+        if (info.bytes + length > size) {
+            Syslog::error("%s: out of range, buf size: %d, data length: %d", "copyWindowPixmapTo", static_cast<int>(size),
+                          static_cast<int>(length));
+            throw xcb_error("copyWindowPixmapTo");
+        }
+        std::memcpy(buf + info.bytes, ::xcb_get_image_data(reply.get()), length);
+        info.bytes += length;
+    }
+    return info;
+}
+
+void Connector::toSyslogError(const xcb_generic_error_t* error, const char* func, const char* what) {
+    if (error == nullptr) {
+        Syslog::error("%s: %s failed", func, what);
+        return;
+    }
+    Syslog::error("%s: %s failed, error code: %d, major: 0x%02x, minor: 0x%02x, sequence: %d", func, what,
+                  error->error_code, error->major_code, error->minor_code, error->sequence);
+}
+
+} // namespace Vard::Xcb
