@@ -91,8 +91,10 @@ struct Owner {
 
     Owner(const std::string& user, const std::string& group) {
         if (!user.empty()) {
-            uid = Utils::getUserUid(user);
-            known = uid != unknownUid;
+            const UserInfo info = Utils::getUserInfo(user);
+            uid = info.uid;
+            gid = info.gid; // the user's own, unless another is named
+            known = info.known();
         }
         if (!group.empty()) {
             gid = Utils::getGroupGid(group);

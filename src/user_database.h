@@ -44,8 +44,9 @@ std::vector<std::string> getGroupMembers(const std::string& group);
 /// The ids of all groups of the user, the primary one included.
 std::vector<gid_t> getUserGroups(const std::string& user, gid_t primary);
 
-/// Changes owner and group of a path without following a final link; an empty name leaves that id as it is. An unknown
-/// name changes nothing. Failures are logged; true when all was done.
+/// Changes owner and group of a path without following a final link. An empty user leaves the owner as it is; an empty group
+/// means the user's own, or, without a user, leaves it. An unknown name changes nothing. Failures are logged; true when all
+/// was done.
 bool setOwner(const std::filesystem::path& path, const std::string& user, const std::string& group);
 /// The same for an open file.
 bool setOwner(int fd, const std::string& user, const std::string& group);

@@ -72,9 +72,9 @@ void writeXauthority(const std::filesystem::path& path, const std::vector<uint8_
         }
         throw vard_error("createXauthFile");
     }
-    // The group first and apart, so that a missing one does not keep the file from its user.
-    Utils::setOwner(file.get(), "", group);
+    // A missing group must not keep the file from its user, so each is set apart.
     Utils::setOwner(file.get(), user, "");
+    Utils::setOwner(file.get(), "", group);
     ::fchmod(file.get(), fileMode);
 }
 
