@@ -165,7 +165,7 @@ private:
     void worker(const std::string& path);
     bool busAlive();
     void stoppedChildsWatcher();
-    void sessionEnded(const SessionPtr& session);
+    void sessionEnded(const SessionPtr& session, const std::string& address);
     /// Waits for a child in the background; the result is the handle to signal it by.
     ProcessHandle saveWaitPidBackground(pid_t pid);
 
@@ -185,6 +185,7 @@ private:
                             const std::list<std::string>& sessionArgs);
     SessionPtr findReusableLocked(const StartRequest& request);
     std::shared_ptr<const uint32_t> takeSlotLocked(SessionPtr*& slot);
+    std::shared_ptr<const uint32_t> waitLeaseLocked(uint32_t display);
     SessionPtr newRecord(const StartRequest& request, std::shared_ptr<const uint32_t> lease);
     bool checkAccount(Session& session, const std::string& password);
     bool checkHome(const Session& session);

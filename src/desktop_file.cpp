@@ -5,13 +5,14 @@
 
 #include <array>
 #include <fstream>
+#include <sstream>
 #include <string_view>
 
 namespace Vard {
 
 namespace {
 
-constexpr size_t largestFile = 1 << 20;
+constexpr uintmax_t largestFile = 1 << 20;
 constexpr std::string_view entryGroup = "[Desktop Entry]";
 
 /// One key and where its value goes.
@@ -40,14 +41,28 @@ void storeLine(DesktopFile& entry, const std::string& line) {
     }
 }
 
+// Empty for whatever is no regular file of a sensible size: opening a fifo would hang, and a sparse file is one long
+// line.
+std::string readText(const std::filesystem::path& path) {
+    std::error_code failed;
+    const uintmax_t size = std::filesystem::file_size(path, failed);
+    if (failed || size > largestFile) {
+        return {};
+    }
+    std::string text(size, '\0');
+    std::ifstream file(path, std::ios::binary);
+    file.read(text.data(), static_cast<std::streamsize>(size));
+    text.resize(static_cast<size_t>(file.gcount()));
+    return text;
+}
+
 } // namespace
 
 DesktopFile DesktopFile::parse(const std::filesystem::path& path) {
     DesktopFile entry;
-    std::ifstream file(path);
-    size_t total = 0;
+    std::istringstream text(readText(path));
     bool inside = false;
-    for (std::string line; total < largestFile && std::getline(file, line); total += line.size()) {
+    for (std::string line; std::getline(text, line);) {
         if (line.starts_with('[')) {
             inside = line == entryGroup;
         } else if (inside) {

@@ -105,6 +105,9 @@ bool switchToUser(const Identity& identity) noexcept;
 /// when that fails. An empty path means /dev/null. Only in a forked child.
 void redirectOutputsFdTo(const std::filesystem::path& path) noexcept;
 
+/// Points standard input at /dev/null. Only in a forked child.
+void redirectInput() noexcept;
+
 /// Puts signal actions and the signal mask back to their defaults in a forked child; SIGINT and SIGHUP are ignored.
 void resetChildSignals() noexcept;
 /// Closes every descriptor above standard error in a forked child that goes on without exec, but for the journal's, so

@@ -43,13 +43,6 @@ void warnErrno(const char* call) noexcept {
     Syslog::warning("%s: %s failed, error: %s, code: %d", "switchToUser", call, ::strerrordesc_np(errno), errno);
 }
 
-void redirectInput() noexcept {
-    const int null = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-    if (null >= 0) {
-        ::dup2(null, STDIN_FILENO);
-    }
-}
-
 // A file of the user's, opened under the user's identity: no link, no fifo, nothing but a regular file.
 int openLog(const fs::path& path) noexcept {
     if (path.empty()) {
@@ -177,6 +170,14 @@ bool switchToUser(const Identity& identity) noexcept {
     }
     setVariables(identity);
     return true;
+}
+
+void redirectInput() noexcept {
+    const int null = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (null > STDIN_FILENO) {
+        ::dup2(null, STDIN_FILENO);
+        ::close(null);
+    }
 }
 
 void redirectOutputsFdTo(const fs::path& path) noexcept {

@@ -27,7 +27,7 @@ std::string blkPartLabel(blkid_dev dev) {
     const char* type = nullptr;
     const char* value = nullptr;
     blkid_tag_iterate tags = ::blkid_tag_iterate_begin(dev);
-    while (label.empty() && ::blkid_tag_next(tags, &type, &value) == 0) {
+    while (::blkid_tag_next(tags, &type, &value) == 0) {
         if (std::strcmp(type, "PARTLABEL") == 0) {
             label = value;
             break;
@@ -63,6 +63,16 @@ std::list<PVOL> listDevices(blkid_cache cache) {
     return result;
 }
 
+// Mounts on the directory itself, never on what a link in its place points to. Sets errno on failure.
+bool mountOn(const std::string& directory, const std::string& devname, const std::string& fstype, const char* data) {
+    const FileDescriptor target(::open(directory.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!target) {
+        return false;
+    }
+    const std::string path = "/proc/self/fd/" + std::to_string(target.get());
+    return ::mount(devname.c_str(), path.c_str(), fstype.c_str(), 0, data) == 0;
+}
+
 } // namespace
 
 std::list<PVOL> PVOL::getPartitions() {
@@ -83,8 +93,9 @@ std::list<PVOL> PVOL::getPartitions() {
 }
 
 const PVOL* findProfileVolume(const std::list<PVOL>& partitions, const std::string& username) {
-    const auto found = std::ranges::find_if(
-        partitions, [&](const PVOL& volume) { return volume.type == profilePartitionType && volume.label == username; });
+    const auto found = std::ranges::find_if(partitions, [&](const PVOL& volume) {
+        return volume.type == profilePartitionType && volume.label == username;
+    });
     return found == partitions.end() ? nullptr : &*found;
 }
 
@@ -95,11 +106,7 @@ bool mountProfile(const std::string& username, const std::string& home, const st
     if (volume == nullptr) {
         return false;
     }
-    // The directory itself, not what a link in its place points to.
-    const FileDescriptor target(::open(home.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    const std::string path = "/proc/self/fd/" + std::to_string(target.get());
-    if (!target || ::mount(volume->devname.c_str(), path.c_str(), fstype.c_str(), 0,
-                           option.empty() ? nullptr : option.c_str()) != 0) {
+    if (!mountOn(home, volume->devname, fstype, option.empty() ? nullptr : option.c_str())) {
         Utils::syslogErrno("sessionMountProfile", "mount", errno);
         return false;
     }

@@ -9,7 +9,7 @@ namespace Vard {
 /// One partition of the machine.
 struct PVOL {
     std::string devname;
-    std::string type;  ///< GPT entry type, lower-case GUID text; empty when unknown
+    std::string type; ///< GPT entry type, lower-case GUID text; empty when unknown
     std::string label; ///< partition label; empty when none
 
     /// All named block devices, in libblkid's order; empty after an error line when they cannot be probed.
@@ -22,8 +22,8 @@ inline constexpr const char* profilePartitionType = "773f91ef-66d4-49b5-bd83-d68
 /// The first partition of the profile type labelled exactly `username`, or null. Pure.
 const PVOL* findProfileVolume(const std::list<PVOL>& partitions, const std::string& username);
 
-/// Mounts the user's profile partition on `home` if there is one. True when it was mounted; a failed mount is logged under
-/// "sessionMountProfile", a missing partition is not. A final link at `home` is never followed.
+/// Mounts the user's profile partition on `home` if there is one. True when it was mounted; a failed mount is logged
+/// under "sessionMountProfile", a missing partition is not. A final link at `home` is never followed.
 bool mountProfile(const std::string& username, const std::string& home, const std::string& fstype,
                   const std::string& option);
 

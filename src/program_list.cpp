@@ -6,12 +6,18 @@
 #include "logger.h"
 
 #include <algorithm>
+#include <iterator>
+#include <optional>
 
 namespace fs = std::filesystem;
 
 namespace Vard {
 
 namespace {
+
+// The names leave in one bus message, whose size is limited, and a byte may become three when they are made valid text.
+constexpr size_t largestNames = 4 << 20;
+constexpr size_t nameOverhead = 8;
 
 bool pathExists(const fs::path& path) {
     std::error_code ignored;
@@ -41,6 +47,35 @@ bool missingBinary(const Program& program) {
     Syslog::warning("%s: binary not found: %s for name: %s", "ProgramListReload", program.path.c_str(),
                     program.name.c_str());
     return true;
+}
+
+// The administrator's own programs; none, after an error line, when the file cannot be understood.
+std::optional<std::list<Program>> readPrograms(const fs::path& path) {
+    if (!pathExists(path)) {
+        Syslog::error("%s: path not found: %s", "reload", path.c_str());
+        return std::nullopt;
+    }
+    const Json::Value json = readJson(path);
+    if (!json.isArray()) {
+        Syslog::error("%s: not json array: %s", "reload", path.c_str());
+        return std::nullopt;
+    }
+    auto programs = valueToList<Program>(json);
+    programs.remove_if(missingBinary);
+    return programs;
+}
+
+void dropExcess(std::list<Program>& programs) {
+    size_t total = 0;
+    const auto excess = std::ranges::find_if(programs, [&](const Program& program) {
+        total += program.name.size() + nameOverhead;
+        return total > largestNames;
+    });
+    if (excess != programs.end()) {
+        Syslog::warning("%s: names too long together, programs dropped: %zu", "reload",
+                        static_cast<size_t>(std::distance(excess, programs.end())));
+        programs.erase(excess, programs.end());
+    }
 }
 
 } // namespace
@@ -74,24 +109,17 @@ void ProgramList::addDesktopEntries(const fs::path& dir) {
 bool ProgramList::reload(const fs::path& path, const fs::path& desktopDir) {
     programs_.clear();
     addDesktopEntries(desktopDir);
-    if (!pathExists(path)) {
-        Syslog::error("%s: path not found: %s", "reload", path.c_str());
-        return false;
-    }
+    bool complete = false;
     try {
-        const Json::Value json = readJson(path);
-        if (!json.isArray()) {
-            Syslog::error("%s: not json array: %s", "reload", path.c_str());
-            return false;
+        if (auto own = readPrograms(path)) {
+            programs_.splice(programs_.end(), *own);
+            complete = true;
         }
-        auto own = valueToList<Program>(json);
-        own.remove_if(missingBinary);
-        programs_.splice(programs_.end(), own);
-        return true;
     } catch (const std::exception& err) {
         Syslog::error("%s: exception: %s", "reload", err.what());
-        return false;
     }
+    dropExcess(programs_);
+    return complete;
 }
 
 const Program* ProgramList::find(const std::string& name) const {

@@ -23,7 +23,8 @@ const Json::Value& operator>>(const Json::Value& value, Program& program);
 const Json::Value& operator>>(const Json::Value& value, std::string& text);
 
 /// The elements of a JSON array in order; empty for anything else.
-template <typename T> std::list<T> valueToList(const Json::Value& value) {
+template <typename T>
+std::list<T> valueToList(const Json::Value& value) {
     std::list<T> result;
     if (value.isArray()) {
         for (const auto& element : value) {
@@ -36,8 +37,9 @@ template <typename T> std::list<T> valueToList(const Json::Value& value) {
 /// The published programs: the system's desktop entries, then the administrator's own list. One thread at a time.
 class ProgramList {
 public:
-    /// Builds the list anew from `desktopDir` and the JSON file. False, after an error line, when the JSON part could not
-    /// be read; the desktop entries stay. Never throws for what lies in the files.
+    /// Builds the list anew from `desktopDir` and the JSON file. False, after an error line, when the JSON part could
+    /// not be read; the desktop entries stay. Never throws for what lies in the files. The names take at most 4 MiB
+    /// together; what is beyond is dropped with a warning.
     bool reload(const std::filesystem::path& path, const std::filesystem::path& desktopDir = "/usr/share/applications");
     /// The first program of exactly that name, or null; valid until the next reload.
     [[nodiscard]] const Program* find(const std::string& name) const;

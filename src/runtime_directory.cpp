@@ -1,7 +1,6 @@
 // Directories that root makes on a path that users may reach.
 #include "runtime_directory.h"
 
-#include "file_descriptor.h"
 #include "logger.h"
 #include "user_database.h"
 
@@ -9,7 +8,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <ranges>
+
+namespace fs = std::filesystem;
 
 namespace Vard {
 
@@ -18,51 +19,60 @@ namespace {
 constexpr mode_t parentMode = 0755;
 constexpr mode_t ownMode = 0700;
 
-/// One step down from `at`, making the directory when it is missing; no link is followed. `made` tells whether it was.
-FileDescriptor enter(int at, const std::string& name, mode_t mode, bool& made) {
-    made = ::mkdirat(at, name.c_str(), mode) == 0;
-    if (!made && errno != EEXIST) {
-        return {};
+std::vector<std::string> components(const fs::path& path) {
+    std::vector<std::string> names;
+    for (const auto& name : path.lexically_normal().relative_path()) {
+        if (!name.empty()) { // a trailing slash
+            names.push_back(name.string());
+        }
     }
-    FileDescriptor next(::openat(at, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (made && next && ::fchmod(next.get(), mode) != 0) { // the process's umask has no say here
-        return {};
-    }
-    return next;
+    return names;
 }
 
 } // namespace
 
-RuntimeDirectory::RuntimeDirectory(const std::filesystem::path& path, const std::string& user) : path_(path) {
+RuntimeDirectory::RuntimeDirectory(const fs::path& path, const std::string& user) {
     std::error_code ignored;
-    if (std::filesystem::is_directory(path, ignored)) {
-        valid_ = true;
-        return;
-    }
-    FileDescriptor at(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const auto relative = path.lexically_normal().relative_path();
-    for (auto it = relative.begin(); at && it != relative.end(); ++it) {
-        if (it->empty()) {
-            continue; // a trailing slash
-        }
-        const bool last = std::next(it) == relative.end() || std::next(it)->empty();
-        bool made = false;
-        at = enter(at.get(), *it, last ? ownMode : parentMode, made);
-        created_ = last && made;
-    }
-    if (at && created_) {
-        Utils::setOwner(at.get(), user, "");
-    }
-    valid_ = static_cast<bool>(at) && !relative.empty();
+    valid_ = fs::is_directory(path, ignored) || create(path, user);
     if (!valid_) {
         Syslog::error("%s: create xdg directory failed, path: %s", "startSession", path.c_str());
     }
 }
 
 RuntimeDirectory::~RuntimeDirectory() {
-    if (created_) {
-        ::rmdir(path_.c_str()); // stays when something was put into it meanwhile
+    for (const auto& made : made_ | std::views::reverse) {
+        ::unlinkat(made.parent.get(), made.name.c_str(), AT_REMOVEDIR);
     }
+}
+
+bool RuntimeDirectory::create(const fs::path& path, const std::string& user) {
+    const auto names = components(path);
+    if (!path.is_absolute() || names.empty()) {
+        return false;
+    }
+    FileDescriptor at(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    for (const auto& parent : names | std::views::take(names.size() - 1)) {
+        at = enter(std::move(at), parent, parentMode);
+    }
+    const size_t before = made_.size();
+    at = enter(std::move(at), names.back(), ownMode);
+    if (at && made_.size() > before) {
+        Utils::setOwner(at.get(), user, "");
+    }
+    return static_cast<bool>(at);
+}
+
+// One step down, making the directory when it is missing; no link is followed. None when `at` is none.
+FileDescriptor RuntimeDirectory::enter(FileDescriptor at, const std::string& name, mode_t mode) {
+    const bool made = ::mkdirat(at.get(), name.c_str(), mode) == 0;
+    FileDescriptor next(::openat(at.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (made) {
+        made_.push_back({std::move(at), name});
+    }
+    if (made && next && ::fchmod(next.get(), mode) != 0) { // the process's umask has no say here
+        next.reset();
+    }
+    return next;
 }
 
 } // namespace Vard

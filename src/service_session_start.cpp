@@ -9,6 +9,8 @@
 #include "utils.h"
 #include "x_server.h"
 
+#include <thread>
+
 namespace fs = std::filesystem;
 
 namespace Vard {
@@ -16,6 +18,8 @@ namespace Vard {
 using namespace std::chrono_literals;
 
 namespace {
+
+constexpr auto leaseWait = 1s;
 
 /// Bytes that are wiped when they go.
 struct SecretBytes {
@@ -92,13 +96,24 @@ std::shared_ptr<const uint32_t> DBusService::takeSlotLocked(SessionPtr*& slot) {
                     lateServers_[display].pid());
             continue;
         }
-        auto lease = table_.leaseLocked(display);
+        auto lease = waitLeaseLocked(display);
         if (lease && claimDisplay(display, displaySocket(display))) {
             slot = &slots[index];
             return lease;
         }
     }
     return nullptr;
+}
+
+// The record of a session that has just ended is gone in a moment.
+std::shared_ptr<const uint32_t> DBusService::waitLeaseLocked(uint32_t display) {
+    const auto end = std::chrono::steady_clock::now() + leaseWait;
+    auto lease = table_.leaseLocked(display);
+    while (!lease && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(5ms);
+        lease = table_.leaseLocked(display);
+    }
+    return lease;
 }
 
 DBusService::SessionPtr DBusService::newRecord(const StartRequest& request, std::shared_ptr<const uint32_t> lease) {

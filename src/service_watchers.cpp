@@ -2,6 +2,7 @@
 #include "dbus_service.h"
 
 #include "bus_boundary.h"
+#include "x_server.h"
 
 #include <array>
 #include <thread>
@@ -76,7 +77,7 @@ ProcessHandle DBusService::saveWaitPidBackground(pid_t pid) {
 }
 
 void DBusService::stoppedChildsWatcher() {
-    std::vector<SessionPtr> ended;
+    std::vector<std::pair<SessionPtr, std::string>> ended; // with the client's address
     {
         const std::scoped_lock lock(childWaits_.mutex(), table_.mutex());
         childWaits_.collectLocked("stoppedChildsWatcher", [&](pid_t pid, int) {
@@ -84,29 +85,29 @@ void DBusService::stoppedChildsWatcher() {
                 if (slot && (slot->pid1.pid() == pid || slot->pid2.pid() == pid)) {
                     (slot->pid1.pid() == pid ? slot->pid1 : slot->pid2).reset();
                     slot->ended = true;
-                    ended.push_back(std::move(slot));
+                    ended.emplace_back(slot, slot->remoteaddr);
                     slot.reset();
                 }
             }
         });
     }
     // Neither the bus nor the audit socket is waited for on this thread, unless no other can be had.
-    for (const auto& session : ended) {
-        if (!tasks_.run("sessionEnded", [this, session] { sessionEnded(session); })) {
-            sessionEnded(session);
+    for (const auto& [session, address] : ended) {
+        const auto notice = [this, session = session, address = address] { sessionEnded(session, address); };
+        if (!tasks_.run("sessionEnded", notice)) {
+            notice();
         }
     }
 }
 
-void DBusService::sessionEnded(const SessionPtr& session) {
-    std::string address;
-    {
-        const std::scoped_lock lock(table_.mutex());
-        address = session->remoteaddr;
-    }
+// Never takes the table's lock: a new session may hold it while it waits for this one to be gone.
+void DBusService::sessionEnded(const SessionPtr& session, const std::string& address) {
     auditUserMessage(session->display, address.c_str(), auditMessageType, "VARD:SessionLogout", session->username, true);
     emitSignal([&] { signalSessionDisconnected(session->sid); });
     emitSignal([&] { signalSessionShutdown(session->sid); });
+    if (!session->pid1) {
+        claimDisplay(session->display, displaySocket(session->display)); // a killed server leaves its socket and its lock
+    }
 }
 
 void DBusService::vardSessionDurationLimit(const uint32_t& session, const uint32_t& countsec) {

@@ -47,6 +47,8 @@ void leaveService() {
     ::setsid();
     ::closelog(); // before its descriptor is closed and given to somebody else
     Utils::closeInheritedDescriptors();
+    Utils::redirectInput();
+    Utils::redirectOutputsFdTo({});
     ::prctl(PR_SET_DUMPABLE, 0);
     ::prctl(PR_SET_CHILD_SUBREAPER, 1); // what the program leaves behind comes here and is ended
 }

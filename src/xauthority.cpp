@@ -25,17 +25,29 @@ void appendBE16(std::vector<uint8_t>& out, size_t value) {
     out.push_back(static_cast<uint8_t>(value & 0xFF));
 }
 
-template <typename Bytes> void appendField(std::vector<uint8_t>& out, const Bytes& bytes) {
+template <typename Bytes>
+void appendField(std::vector<uint8_t>& out, const Bytes& bytes) {
     appendBE16(out, bytes.size());
     out.insert(out.end(), bytes.begin(), bytes.end());
 }
 
-// A new file that nobody else can open before it is finished. The umask is everybody's: it is changed for one call only.
+// A new file that nobody else can open before it is finished. The umask is everybody's: it is changed for one call
+// only.
 FileDescriptor createPrivate(const std::filesystem::path& path) {
     const mode_t before = ::umask(077);
     FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     ::umask(before);
     return file;
+}
+
+// An unknown group leaves the file to root's, never to the user's own group, which many may share: the cookie is
+// readable for the group. Unknown ids are all ones, which fchown takes for "as it is".
+void handOver(int fd, const std::string& user, const std::string& group) {
+    const UserInfo owner = Utils::getUserInfo(user);
+    const gid_t gid = group.empty() ? owner.gid : Utils::getGroupGid(group);
+    if (::fchown(fd, owner.uid, gid) != 0) {
+        Utils::syslogErrno("createXauthFile", "fchown", errno);
+    }
 }
 
 bool writeAll(int fd, const std::vector<uint8_t>& bytes) {
@@ -72,9 +84,7 @@ void writeXauthority(const std::filesystem::path& path, const std::vector<uint8_
         }
         throw vard_error("createXauthFile");
     }
-    // A missing group must not keep the file from its user, so each is set apart.
-    Utils::setOwner(file.get(), user, "");
-    Utils::setOwner(file.get(), "", group);
+    handOver(file.get(), user, group);
     ::fchmod(file.get(), fileMode);
 }
 

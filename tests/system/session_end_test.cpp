@@ -1,0 +1,92 @@
+// The ends of a session: whoever causes it, it takes the same road and leaves nothing.
+#include "service.h"
+
+#include <csignal>
+#include <set>
+
+namespace {
+
+using namespace Test;
+
+class SessionEnd : public ServiceTest {
+protected:
+    void expectEnd(Signals& signals, uint32_t sid) {
+        EXPECT_EQ(signals.upTo("signalSessionShutdown"),
+                  (std::vector<Signal>{{"signalSessionDisconnected", {sid}}, {"signalSessionShutdown", {sid}}}));
+        expectNothingLeft();
+        EXPECT_EQ(bus.session(sid), "{}");
+    }
+};
+
+TEST_F(SessionEnd, EveryCauseEndsItAllAndFreesTheDisplay) {
+    start();
+    Signals signals;
+    const std::vector<std::function<void(const Json::Value&)>> causes{
+        [&](const auto&) { EXPECT_EQ(bus.call("vardSessionShutdown", "u", 33U).number, 1); },
+        [](const auto& session) { ::kill(session["pid1"].asInt(), SIGKILL); },
+        [](const auto& session) { ::kill(session["pid2"].asInt(), SIGTERM); },
+        [](const auto&) { mustRun("pkill -x xterm"); },
+        [](const auto& session) { ::kill(session["pid2"].asInt(), SIGKILL); },
+        [](const auto&) { mustRun("pkill -KILL -u alice"); },
+    };
+    for (const auto& cause : causes) {
+        ASSERT_EQ(bus.login("alice"), 33);
+        signals.upTo("signalProxyAllowConnection");
+        cause(info(33));
+        expectEnd(signals, 33);
+        EXPECT_TRUE(waitUntil([] { return processes("", "alice").empty(); })) << shell("ps -u alice -f").text;
+    }
+    const auto records = journal.audit("VARD:SessionLogout=\"alice\"", causes.size());
+    EXPECT_EQ(records.size(), causes.size());
+    EXPECT_NE(records.front().find("terminal=:33 res=success"), std::string::npos);
+    EXPECT_EQ(bus.call("vardSessionShutdown", "u", 33U).number, 0);
+    EXPECT_TRUE(journal.waitFor("vardSessionShutdown: session not found: 0x00000021"));
+}
+
+TEST_F(SessionEnd, WhatTheProgramLeftBehindEndsWithIt) {
+    auto config = testConfig();
+    config["session:path"] = alice.script("program", "setsid sh -c 'trap \"\" TERM; sleep 54321' & exec sleep 12345");
+    start(config);
+    Signals signals;
+    ASSERT_EQ(bus.login("alice"), 33);
+    signals.upTo("signalProxyAllowConnection");
+    ASSERT_TRUE(waitUntil([] { return !processes("sleep 54321").empty() && !processes("sleep 12345").empty(); }));
+    bus.call("vardSessionShutdown", "u", 33U);
+    expectEnd(signals, 33);
+    EXPECT_TRUE(processes("sleep").empty()) << shell("ps axf").text;
+}
+
+TEST_F(SessionEnd, StoppedServerIsKilledAfterTenSeconds) {
+    start();
+    Signals signals;
+    ASSERT_EQ(bus.login("alice"), 33);
+    signals.upTo("signalProxyAllowConnection");
+    ::kill(info(33)["pid1"].asInt(), SIGSTOP);
+    EXPECT_EQ(bus.call("vardSessionShutdown", "u", 33U).number, 1);
+    EXPECT_TRUE(bus.call("vardStatus").ok());
+    expectEnd(signals, 33);
+    EXPECT_TRUE(journal.has("stoppedChildsWatcher: child did not end, killed, pid: "));
+}
+
+TEST_F(SessionEnd, TwentyTwoSessionsEndWithinSixSecondsOfAStop) {
+    std::vector<std::unique_ptr<Account>> users;
+    start();
+    std::set<int64_t> displays;
+    for (int i = 0; i < 22; ++i) {
+        users.push_back(std::make_unique<Account>("user" + std::to_string(i)));
+        displays.insert(bus.login(users.back()->name()));
+    }
+    EXPECT_EQ(displays.size(), 22U);
+    EXPECT_EQ(*displays.begin(), 33);
+    EXPECT_EQ(*displays.rbegin(), 54) << "the upper end is never handed out";
+    EXPECT_EQ(bus.login("alice"), -1);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(service->stop(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(6));
+    EXPECT_TRUE(processes("Xvfb").empty());
+    EXPECT_TRUE(processes("xterm").empty());
+    EXPECT_EQ(shell("ls -A /run/vard /tmp/.X11-unix | grep -v :").text, "\n");
+    EXPECT_EQ(shell("ps ax -o stat= | grep -c Z").text, "0\n");
+}
+
+} // namespace

@@ -1,0 +1,119 @@
+// A client of the service on the system bus, written against the interface alone.
+#include "bus.h"
+
+#include <stdexcept>
+
+namespace Test {
+
+namespace {
+
+constexpr uint64_t callLimit = 120'000'000; // microseconds
+
+void check(int result, const char* what) {
+    if (result < 0) {
+        throw std::runtime_error(std::string(what) + " failed: " + std::to_string(-result));
+    }
+}
+
+struct MessageOwner {
+    sd_bus_message* message;
+    explicit MessageOwner(sd_bus_message* taken) : message(taken) {}
+    ~MessageOwner() { sd_bus_message_unref(message); }
+    MessageOwner(const MessageOwner&) = delete;
+    MessageOwner& operator=(const MessageOwner&) = delete;
+};
+
+void readResult(sd_bus_message* answer, Reply& reply) {
+    reply.type = sd_bus_message_get_signature(answer, 1);
+    if (reply.type == "s") {
+        const char* text = nullptr;
+        sd_bus_message_read(answer, "s", &text);
+        reply.text = text;
+    } else if (reply.type == "i" || reply.type == "u" || reply.type == "b") {
+        int32_t number = 0;
+        sd_bus_message_read(answer, reply.type.c_str(), &number);
+        reply.number = number;
+        if (reply.type == "u") {
+            reply.number = static_cast<uint32_t>(number);
+        }
+    }
+}
+
+} // namespace
+
+Bus::Bus() {
+    sd_bus* bus = nullptr;
+    check(sd_bus_open_system(&bus), "sd_bus_open_system");
+    bus_.reset(bus);
+}
+
+sd_bus_message* Bus::newCall(const char* interface, const char* method) {
+    sd_bus_message* message = nullptr;
+    check(sd_bus_message_new_method_call(bus_.get(), &message, busName, busPath, interface, method), "new call");
+    return message;
+}
+
+Reply Bus::send(sd_bus_message* message) {
+    const MessageOwner call(message);
+    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_message* answer = nullptr;
+    const int result = sd_bus_call(bus_.get(), message, callLimit, &error, &answer);
+    const MessageOwner owner(answer);
+    Reply reply;
+    if (result < 0) {
+        reply.error = error.name != nullptr ? error.name : "errno " + std::to_string(-result);
+        reply.text = error.message != nullptr ? error.message : "";
+    } else {
+        readResult(answer, reply);
+    }
+    sd_bus_error_free(&error);
+    return reply;
+}
+
+int64_t Bus::login(const std::string& user, uint16_t width, uint16_t height) {
+    const auto reply = call("busSessionRequest", "ssyqq", user.c_str(), "secret", 24, width, height);
+    if (!reply.ok()) {
+        throw std::runtime_error("busSessionRequest: " + reply.error + ": " + reply.text);
+    }
+    return reply.number;
+}
+
+std::string Bus::session(uint32_t sid) { return call("vardSessionInfoJson", "u", sid).text; }
+
+bool Bus::owned() { return sd_bus_get_name_creds(bus_.get(), busName, 0, nullptr) >= 0; }
+
+Signals::Signals() {
+    check(sd_bus_match_signal(bus_.bus_.get(), nullptr, nullptr, busPath, busName, nullptr, received, this), "match");
+}
+
+Signals::~Signals() = default;
+
+int Signals::received(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
+    Signal signal{sd_bus_message_get_member(message), {}};
+    uint32_t value = 0;
+    while (sd_bus_message_read(message, "u", &value) > 0) {
+        signal.args.push_back(value);
+    }
+    static_cast<Signals*>(self)->signals_.push_back(signal);
+    return 0;
+}
+
+std::vector<Signal> Signals::upTo(const std::string& name) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    std::vector<Signal> taken;
+    while (std::chrono::steady_clock::now() < end) {
+        while (!signals_.empty()) {
+            taken.push_back(signals_.front());
+            signals_.pop_front();
+            if (taken.back().name == name) {
+                return taken;
+            }
+        }
+        if (sd_bus_process(bus_.bus_.get(), nullptr) == 0) {
+            sd_bus_wait(bus_.bus_.get(), 1'000'000);
+        }
+    }
+    throw std::runtime_error("signal did not come: " + name);
+}
+
+} // namespace Test

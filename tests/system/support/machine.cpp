@@ -1,0 +1,125 @@
+// The throw-away machine that a system test runs on: commands, files, accounts.
+#include "machine.h"
+
+#include <pwd.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+namespace fs = std::filesystem;
+
+namespace Test {
+
+bool waitUntil(const std::function<bool()>& condition, std::chrono::seconds limit) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return true;
+}
+
+Output shell(const std::string& command) {
+    Output output;
+    FILE* pipe = ::popen(("exec 2>&1; " + command).c_str(), "re");
+    if (pipe == nullptr) {
+        throw std::runtime_error("popen");
+    }
+    std::array<char, 4096> block{};
+    for (size_t count = 0; (count = std::fread(block.data(), 1, block.size(), pipe)) > 0;) {
+        output.text.append(block.data(), count);
+    }
+    const int status = ::pclose(pipe);
+    output.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return output;
+}
+
+std::string mustRun(const std::string& command) {
+    auto output = shell(command);
+    if (output.status != 0) {
+        throw std::runtime_error(command + ": " + output.text);
+    }
+    return output.text;
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+void writeFile(const std::string& path, const std::string& text, unsigned mode) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+    ::chmod(path.c_str(), static_cast<mode_t>(mode));
+}
+
+bool exists(const std::string& path) {
+    struct stat info {};
+    return ::lstat(path.c_str(), &info) == 0;
+}
+
+std::vector<int> processes(const std::string& text, const std::string& user) {
+    const std::string owner = user.empty() ? "-A" : "-u " + user;
+    std::istringstream lines(shell("ps " + owner + " -o pid=,stat=,args= -ww").text);
+    std::vector<int> pids;
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream fields(line);
+        int pid = 0;
+        std::string state;
+        fields >> pid >> state;
+        if (state.find('Z') == std::string::npos && line.find(text) != std::string::npos &&
+            line.find("ps -") == std::string::npos) {
+            pids.push_back(pid);
+        }
+    }
+    return pids;
+}
+
+std::vector<int> childrenOf(int pid) {
+    std::vector<int> children;
+    std::error_code ignored;
+    for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task", ignored)) {
+        std::ifstream list(task.path() / "children");
+        for (int child = 0; list >> child;) {
+            children.push_back(child);
+        }
+    }
+    return children;
+}
+
+Account::Account(std::string name, const std::string& password) : name_(std::move(name)) {
+    if (::geteuid() != 0 || std::getenv("VARD_SANDBOX") == nullptr) {
+        throw std::runtime_error("this test makes accounts: run it as root in scripts/sandbox");
+    }
+    mustRun("useradd --create-home --shell /bin/bash --comment 'Test Person' " + name_);
+    mustRun("printf '%s:%s' " + name_ + " '" + password + "' | chpasswd");
+    uid_ = ::getpwnam(name_.c_str())->pw_uid;
+}
+
+Account::~Account() {
+    waitUntil([&] {
+        shell("pkill -KILL -u " + name_); // the machine is the test's own
+        return processes("", name_).empty();
+    });
+    shell("userdel --remove --force " + name_ + "; rm -rf /run/user/" + std::to_string(uid_));
+}
+
+std::string Account::script(const std::string& file, const std::string& body) const {
+    const std::string path = home() + "/" + file;
+    writeFile(path, "#!/bin/bash\n" + body + "\n", 0755);
+    return path;
+}
+
+} // namespace Test

@@ -1,0 +1,191 @@
+// The service under test: its process, its configuration, its journal.
+#include "service.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <sstream>
+#include <stdexcept>
+
+namespace Test {
+
+Journal::Journal() {
+    if (sd_journal_open(&journal_, 0) < 0) {
+        throw std::runtime_error("no journal: run the test in scripts/sandbox");
+    }
+    sd_journal_seek_tail(journal_);
+    if (sd_journal_previous(journal_) > 0) {
+        char* cursor = nullptr;
+        sd_journal_get_cursor(journal_, &cursor);
+        cursor_ = cursor;
+        std::free(cursor);
+    }
+}
+
+Journal::~Journal() { sd_journal_close(journal_); }
+
+std::vector<Journal::Entry> Journal::entries() {
+    sd_journal_process(journal_);
+    std::vector<Entry> result;
+    if (cursor_.empty()) {
+        sd_journal_seek_head(journal_);
+    } else {
+        sd_journal_seek_cursor(journal_, cursor_.c_str());
+        sd_journal_next(journal_);
+    }
+    while (sd_journal_next(journal_) > 0) {
+        Entry& entry = result.emplace_back();
+        const void* data = nullptr;
+        size_t size = 0;
+        SD_JOURNAL_FOREACH_DATA(journal_, data, size) {
+            const std::string field(static_cast<const char*>(data), size);
+            entry[field.substr(0, field.find('='))] = field.substr(field.find('=') + 1);
+        }
+    }
+    return result;
+}
+
+size_t Journal::count(const std::string& text) {
+    const auto all = entries();
+    return static_cast<size_t>(std::ranges::count_if(all, [&](const auto& entry) {
+        const auto message = entry.find("MESSAGE");
+        const auto ident = entry.find("SYSLOG_IDENTIFIER");
+        return message != entry.end() && ident != entry.end() && ident->second == "vard_service" &&
+               message->second.find(text) != std::string::npos;
+    }));
+}
+
+bool Journal::waitFor(const std::string& text) {
+    return waitUntil([&] { return has(text); });
+}
+
+std::vector<std::string> Journal::audit(const std::string& text, size_t atLeast) {
+    std::vector<std::string> found;
+    waitUntil([&] {
+        found.clear();
+        for (const auto& entry : entries()) {
+            const auto transport = entry.find("_TRANSPORT");
+            const auto message = entry.find("MESSAGE");
+            if (transport != entry.end() && transport->second == "audit" && message != entry.end() &&
+                message->second.find(text) != std::string::npos) {
+                found.push_back(message->second);
+            }
+        }
+        return found.size() >= atLeast;
+    });
+    return found;
+}
+
+Json::Value testConfig() {
+    Json::Value config(Json::objectValue);
+    config["xvfb:path"] = "/usr/bin/Xvfb";
+    for (const char* word : {":%{display}", "-screen", "0", "%{width}x%{height}x%{depth}", "-auth", "%{authfile}",
+                             "-nolisten", "tcp"}) {
+        config["xvfb:args"].append(word);
+    }
+    config["debug:level"] = "debug";
+    return config;
+}
+
+std::string Service::program() {
+    // Beside the tests in the build directory.
+    const auto self = std::filesystem::read_symlink("/proc/self/exe");
+    return self.parent_path().parent_path() / "vard_service";
+}
+
+Service::Service(const Json::Value& config, bool waitForBus) {
+    rewrite(config.toStyledString());
+    pid_ = ::fork();
+    if (pid_ == 0) {
+        ::execl(program().c_str(), program().c_str(), "--config", configFile, nullptr);
+        ::_exit(127);
+    }
+    Bus bus;
+    if (waitForBus && !waitUntil([&] { return bus.owned() && bus.call("vardStatus").ok(); })) {
+        throw std::runtime_error("the service does not answer");
+    }
+}
+
+Service::~Service() {
+    if (running()) {
+        ::kill(pid_, SIGKILL);
+        wait();
+        shell("pkill -KILL Xvfb; pkill -KILL Xorg; pkill -KILL vard_manager"); // orphans, on a machine of the test's own
+    }
+}
+
+void Service::rewrite(const std::string& text) {
+    writeFile(configFile, text);
+    // Whole seconds count: each new content gets a time of its own.
+    const timespec time{::time(nullptr) + ++stamp_, 0};
+    const timespec times[2] = {time, time};
+    ::utimensat(AT_FDCWD, configFile, times, 0);
+}
+
+int Service::stop() {
+    ::kill(pid_, SIGTERM);
+    return wait();
+}
+
+int Service::wait() {
+    if (pid_ > 0) {
+        int status = 0;
+        ::waitpid(pid_, &status, 0);
+        status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        pid_ = -1;
+    }
+    return status_;
+}
+
+bool Service::running() const {
+    siginfo_t info{};
+    return pid_ > 0 && ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           info.si_pid == 0;
+}
+
+ServiceTest::ServiceTest() = default;
+
+ServiceTest::~ServiceTest() {
+    service.reset();
+    shell("rm -rf /run/vard /tmp/.X*-lock /tmp/.X11-unix/*");
+}
+
+// The service's first look at the file, seconds after its start, only records the time: changed once more, it is noticed.
+bool ServiceTest::reload(const std::string& text, const std::string& logged) {
+    const auto before = journal.count(logged);
+    auto changeAgain = std::chrono::steady_clock::now();
+    return waitUntil([&] {
+        if (std::chrono::steady_clock::now() >= changeAgain) {
+            service->rewrite(text);
+            changeAgain += std::chrono::seconds(5);
+        }
+        return journal.count(logged) > before;
+    });
+}
+
+bool ServiceTest::reload(const Json::Value& config) {
+    return reload(config.toStyledString(), "reloadConfigWatcher: success");
+}
+
+Json::Value ServiceTest::info(int64_t sid) {
+    Json::Value value;
+    std::istringstream(bus.session(static_cast<uint32_t>(sid))) >> value;
+    return value;
+}
+
+void ServiceTest::expectNothingLeft() {
+    EXPECT_TRUE(waitUntil([&] { return childrenOf(service->pid()).empty(); })) << shell("ps axf").text;
+    EXPECT_TRUE(waitUntil([&] { return shell("ls -A /run/vard").text == "vard_service.pid\n"; }))
+        << shell("ls -A /run/vard").text;
+    EXPECT_TRUE(waitUntil([&] { return shell("ls -A /tmp/.X11-unix").text.empty(); }));
+    EXPECT_EQ(shell("grep ' /home/' /proc/mounts").text, "");
+    EXPECT_TRUE(bus.call("vardStatus").ok());
+}
+
+} // namespace Test

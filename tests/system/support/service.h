@@ -1,0 +1,95 @@
+// The service under test: its process, its configuration, its journal.
+#pragma once
+
+#include "bus.h"
+#include "machine.h"
+
+#include <gtest/gtest.h>
+#include <json/json.h>
+#include <systemd/sd-journal.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Test {
+
+/// Journal entries from the object's making on.
+class Journal {
+public:
+    Journal();
+    ~Journal();
+    Journal(const Journal&) = delete;
+    Journal& operator=(const Journal&) = delete;
+
+    using Entry = std::map<std::string, std::string>;
+
+    /// The service's entries so far, all fields.
+    std::vector<Entry> entries();
+    /// How many messages of the service contain the text.
+    size_t count(const std::string& text);
+    bool has(const std::string& text) { return count(text) > 0; }
+    /// Waits until a message contains the text.
+    bool waitFor(const std::string& text);
+    /// The kernel's audit messages that contain the text; waits until there are `atLeast` of them.
+    std::vector<std::string> audit(const std::string& text, size_t atLeast);
+
+private:
+    sd_journal* journal_ = nullptr;
+    std::string cursor_;
+};
+
+/// A configuration: the X server is the quick one without devices unless a test says otherwise.
+Json::Value testConfig();
+
+/// The service's process, started with a configuration of its own and ended with the object.
+class Service {
+public:
+    explicit Service(const Json::Value& config = testConfig(), bool waitForBus = true);
+    ~Service();
+    Service(const Service&) = delete;
+    Service& operator=(const Service&) = delete;
+
+    [[nodiscard]] int pid() const { return pid_; }
+    /// Replaces the configuration file, with a modification time of its own.
+    void rewrite(const std::string& text);
+    /// Sends SIGTERM and waits; the exit code.
+    int stop();
+    /// Waits for the end; the exit code, or 128 plus the signal.
+    int wait();
+    [[nodiscard]] bool running() const;
+
+    static std::string program();
+    static constexpr const char* configFile = "/tmp/vard_test.json";
+
+private:
+    int pid_ = -1;
+    int status_ = -1;
+    int64_t stamp_ = 0;
+};
+
+/// A machine with the account alice, a bus client and the journal; the service is started by the test.
+class ServiceTest : public testing::Test {
+protected:
+    ServiceTest();
+    ~ServiceTest() override;
+
+    void start(const Json::Value& config = testConfig()) { service = std::make_unique<Service>(config); }
+    /// Changes the configuration until the service has logged `logged` about it (or that it was taken over).
+    bool reload(const std::string& text, const std::string& logged);
+    bool reload(const Json::Value& config);
+    /// The session's JSON object.
+    Json::Value info(int64_t sid);
+    /// Expects that no session, server, file or mount is left, and that the service still answers.
+    void expectNothingLeft();
+
+    Account alice{"alice"};
+    Journal journal;
+    Bus bus;
+    std::unique_ptr<Service> service;
+};
+
+} // namespace Test
