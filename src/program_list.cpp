@@ -95,11 +95,10 @@ const Json::Value& operator>>(const Json::Value& value, Program& program) {
 void ProgramList::addDesktopEntries(const fs::path& dir) {
     std::error_code failed;
     for (fs::directory_iterator it(dir, failed), end; !failed && it != end; it.increment(failed)) {
-        std::error_code ignored;
-        if (it->path().extension() != ".desktop" || !it->is_regular_file(ignored)) {
+        if (it->path().extension() != ".desktop") {
             continue;
         }
-        const auto entry = DesktopFile::parse(it->path());
+        const auto entry = DesktopFile::parse(it->path()); // no application, unless it is a regular file
         if (entry.application && !entry.hidden) {
             programs_.push_back(fromEntry(entry));
         }

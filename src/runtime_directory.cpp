@@ -8,7 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <ranges>
+#include <utility>
 
 namespace fs = std::filesystem;
 
@@ -40,22 +40,24 @@ RuntimeDirectory::RuntimeDirectory(const fs::path& path, const std::string& user
 }
 
 RuntimeDirectory::~RuntimeDirectory() {
-    for (const auto& made : made_ | std::views::reverse) {
-        ::unlinkat(made.parent.get(), made.name.c_str(), AT_REMOVEDIR);
+    for (; !made_.empty(); made_.pop_back()) {
+        ::unlinkat(made_.back().parent.get(), made_.back().name.c_str(), AT_REMOVEDIR);
     }
 }
 
 bool RuntimeDirectory::create(const fs::path& path, const std::string& user) {
-    const auto names = components(path);
+    auto names = components(path);
     if (!path.is_absolute() || names.empty()) {
         return false;
     }
+    const std::string own = std::move(names.back());
+    names.pop_back();
     FileDescriptor at(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    for (const auto& parent : names | std::views::take(names.size() - 1)) {
+    for (const auto& parent : names) {
         at = enter(std::move(at), parent, parentMode);
     }
     const size_t before = made_.size();
-    at = enter(std::move(at), names.back(), ownMode);
+    at = enter(std::move(at), own, ownMode);
     if (at && made_.size() > before) {
         Utils::setOwner(at.get(), user, "");
     }

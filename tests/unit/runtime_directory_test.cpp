@@ -81,9 +81,10 @@ TEST_F(RuntimeDirectoryTest, StaysWhenTheSessionLives) {
 TEST_F(RuntimeDirectoryTest, LeavesAnExistingDirectoryAsItIs) {
     fs::create_directories(path_);
     ASSERT_EQ(::chmod(path_.c_str(), 01775), 0);
-    {
-        const RuntimeDirectory directory(path_, "runtime-user");
-        EXPECT_TRUE(directory.valid());
+    fs::create_directory_symlink(top_, dir_.path() / "linked");
+    for (const auto& path : {path_, dir_.path() / "linked" / "deep" / "1000"}) {
+        const RuntimeDirectory directory(path, "runtime-user");
+        EXPECT_TRUE(directory.valid()) << path;
     }
     EXPECT_EQ(infoOf(path_).st_mode, static_cast<mode_t>(S_IFDIR | 01775));
     EXPECT_EQ(infoOf(path_).st_uid, 0U);

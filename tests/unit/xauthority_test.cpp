@@ -6,11 +6,10 @@
 #include "user_database.h"
 
 #include <gmock/gmock.h>
-#include <sys/resource.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <iterator>
 #include <numeric>
 
@@ -113,6 +112,18 @@ TEST_F(XauthorityTest, NeverGivesTheCookieToAForeignGroup) {
     EXPECT_EQ(info().st_mode & 07777, 0440U);
     writeXauthority(path_, record_, "no-such-user", "xauth-readers");
     EXPECT_EQ(info().st_uid, 0U);
+    write("");
+    EXPECT_EQ(info().st_gid, Vard::Utils::getUserGid("xauth-user"));
+}
+
+// A mount point cannot be removed, so here something is in the way for sure when the file is opened.
+TEST_F(XauthorityTest, NeverWritesIntoAFileThatItDidNotMake) {
+    const auto victim = dir_.write("victim", "untouched");
+    dir_.write("xauth_33", "");
+    ASSERT_EQ(::mount(victim.c_str(), path_.c_str(), nullptr, MS_BIND, nullptr), 0);
+    EXPECT_THROW(write(), Vard::vard_error);
+    ASSERT_EQ(::umount2(path_.c_str(), MNT_DETACH), 0);
+    EXPECT_EQ(bytesOf(victim).size(), 9U);
 }
 
 TEST_F(XauthorityTest, FailsWithItsWordWhereNothingCanBeWritten) {
@@ -129,30 +140,12 @@ TEST_F(XauthorityTest, FailsWithItsWordWhereNothingCanBeWritten) {
     EXPECT_THAT(journal.lines(), HasSubstr("createXauthFile: create xauthfile failed, path: /proc/xauth_33"));
 }
 
-/// No file of this process may become longer than `bytes` meanwhile; it is told by an error, not by a signal.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes) : action_(std::signal(SIGXFSZ, SIG_IGN)) {
-        ::getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit now{bytes, before_.rlim_max};
-        ::setrlimit(RLIMIT_FSIZE, &now);
-    }
-    ~FileSizeLimit() {
-        ::setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, action_);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
-private:
-    rlimit before_{};
-    void (*action_)(int);
-};
-
 TEST_F(XauthorityTest, LeavesNoHalfWrittenFile) {
-    const FileSizeLimit limit(10);
+    ASSERT_EQ(::mount("tmpfs", dir_.path().c_str(), "tmpfs", 0, "size=4k"), 0);
+    dir_.write("filler", std::string(4096, 'x'));
     EXPECT_THROW(write(), Vard::vard_error);
     EXPECT_FALSE(fs::exists(path_));
+    ASSERT_EQ(::umount2(dir_.path().c_str(), MNT_DETACH), 0);
 }
 
 } // namespace
