@@ -30,11 +30,12 @@ double median(std::vector<double> values) {
 pid_t spawn(const std::vector<std::string>& words, const Account& user, const std::string& output = "/dev/null") {
     const pid_t pid = ::fork();
     if (pid == 0) {
-        if (::setgid(user.uid()) != 0 || ::setuid(user.uid()) != 0 || ::freopen(output.c_str(), "w", stdout) == nullptr ||
-            ::freopen("/dev/null", "w", stderr) == nullptr) {
+        if (::setgid(user.uid()) != 0 || ::setuid(user.uid()) != 0 ||
+            ::freopen(output.c_str(), "w", stdout) == nullptr || ::freopen("/dev/null", "w", stderr) == nullptr) {
             ::_exit(126);
         }
         std::vector<char*> argv;
+        argv.reserve(words.size() + 1);
         for (const auto& word : words) {
             argv.push_back(const_cast<char*>(word.c_str()));
         }
@@ -104,8 +105,8 @@ void loginCost(const char* name, const Json::Value& config, const Account& user)
         signals.upTo("signalSessionShutdown");
         parts.push_back(partsTime(config, user));
     }
-    std::printf("login with %-5s %6.0f ms, its parts bare %6.0f ms, ratio %.2f (at most 1.5)\n", name, median(logins) * 1e3,
-                median(parts) * 1e3, median(logins) / median(parts));
+    std::printf("login with %-5s %6.0f ms, its parts bare %6.0f ms, ratio %.2f (at most 1.5)\n", name,
+                median(logins) * 1e3, median(parts) * 1e3, median(logins) / median(parts));
 }
 
 void roundTrips() {

@@ -15,8 +15,8 @@ public:
     /// Opens the connection; a failure is a warning under the name of the service object, and nothing is written then.
     AuditLog();
 
-    /// Writes one record "operation=user" of the given type with terminal ":display". An address that is no IP address is
-    /// left out; null means none. Blocks until the kernel answers; failures are warnings.
+    /// Writes one record "operation=user" of the given type with terminal ":display". An address that is no IP address
+    /// is left out; null means none. Blocks until the kernel answers; failures are warnings.
     void write(unsigned display, const char* address, int type, std::string_view operation, std::string_view user,
                bool result);
 

@@ -17,8 +17,8 @@ public:
     /// Blocks until every task has ended.
     ~BackgroundTasks();
 
-    /// Runs `task` on a thread of its own; an exception that leaves it is logged under `name`. False, after an error line,
-    /// when no thread can be had: the task did not run.
+    /// Runs `task` on a thread of its own; an exception that leaves it is logged under `name`. False, after an error
+    /// line, when no thread can be had: the task did not run.
     bool run(const char* name, std::function<void()> task) noexcept;
 
     /// Sleeps, for a task; false as soon as the service stops.

@@ -1,5 +1,5 @@
-// The boundary to the bus: whatever a caller sends and whatever a method throws, each call gets an answer and the service
-// lives. An exception that left a method would travel through C code that holds locks, and end the process.
+// The boundary to the bus: whatever a caller sends and whatever a method throws, each call gets an answer and the
+// service lives. An exception that left a method would travel through C code that holds locks, and end the process.
 #include "bus_boundary.h"
 
 #include "dbus_service.h"
@@ -112,7 +112,8 @@ DBus::Message DBusService::answer(const DBus::CallMessage& call) {
     }
     if (*expected != text(call.signature())) {
         error("%s: wrong arguments, method: `%s', signature: `%s'", "handle_message", method.c_str(), call.signature());
-        return errorReply(call, errorInvalidArgs, "arguments of " + method + ": expected signature `" + *expected + "'");
+        return errorReply(call, errorInvalidArgs,
+                          "arguments of " + method + ": expected signature `" + *expected + "'");
     }
     return dispatchGuarded(*adaptor, call, method);
 }

@@ -15,7 +15,8 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// The D-Bus signature of a method's arguments in one direction, from the introspection table; none for an unknown method.
+/// The D-Bus signature of a method's arguments in one direction, from the introspection table; none for an unknown
+/// method.
 std::optional<std::string> methodSignature(const DBus::IntrospectedInterface& interface, const std::string& method,
                                            bool in);
 

@@ -27,7 +27,8 @@ int waitProcessPid(pid_t pid) {
 
 // The handle is taken before anybody waits: once reaped, the number could be another process's.
 ChildWait::ChildWait(BackgroundTasks& tasks, pid_t pid)
-    : pid_(pid), process_(ProcessHandle::of(pid)),
+    : pid_(pid),
+      process_(ProcessHandle::of(pid)),
       task_(std::make_shared<std::packaged_task<int()>>([pid] { return waitProcessPid(pid); })),
       status_(task_->get_future()) {
     if (tasks.run("waitProcessPid", [task = task_] { (*task)(); })) {
@@ -38,7 +39,8 @@ ChildWait::ChildWait(BackgroundTasks& tasks, pid_t pid)
 // Without a thread of its own, the child is reaped here as soon as it has ended.
 void ChildWait::reapWithoutThread() {
     siginfo_t info{};
-    if (task_ && ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid_) {
+    if (task_ && ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+        info.si_pid == pid_) {
         (*task_)();
         task_.reset();
     }
@@ -91,7 +93,8 @@ bool ChildWaits::holds(pid_t pid) {
 }
 
 void ChildWaits::collectLocked(const char* func, const std::function<void(pid_t pid, int status)>& ended) {
-    // One deadline for the whole pass: a millisecond for each of 400 children would hold both locks for most of a second.
+    // One deadline for the whole pass: a millisecond for each of 400 children would hold both locks for most of a
+    // second.
     const auto deadline = std::chrono::system_clock::now() + 1ms;
     for (auto& child : children_) {
         if (!child.valid()) {

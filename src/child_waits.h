@@ -17,8 +17,8 @@ namespace Vard {
 /// A child told to end that is still there after this long is killed.
 inline constexpr std::chrono::seconds endGrace{10};
 
-/// Waits for a child and returns its raw wait status, which is also logged at debug level. Blocks. -1 when there is no such
-/// child.
+/// Waits for a child and returns its raw wait status, which is also logged at debug level. Blocks. -1 when there is no
+/// such child.
 int waitProcessPid(pid_t pid);
 
 /// One child, waited for by a background thread, or, when no thread could be had, by whoever asks.
@@ -65,11 +65,11 @@ public:
     void addLocked(ChildWait child);
     /// True when a child of that pid is still waited for; takes the lock.
     bool holds(pid_t pid);
-    /// Calls `ended(pid, status)` for every child that has ended, in list order, and forgets it; kills overdue ones. The
-    /// caller holds the lock. The status is logged under `func`.
+    /// Calls `ended(pid, status)` for every child that has ended, in list order, and forgets it; kills overdue ones.
+    /// The caller holds the lock. The status is logged under `func`.
     void collectLocked(const char* func, const std::function<void(pid_t pid, int status)>& ended);
-    /// Tells all children to end, waits for each (killing those that stay) and empties the list. Takes the lock. Logs under
-    /// `func`.
+    /// Tells all children to end, waits for each (killing those that stay) and empties the list. Takes the lock. Logs
+    /// under `func`.
     void endAll(const char* func);
 
 private:

@@ -39,9 +39,9 @@ struct StartRequest {
     std::list<std::string> args{};
 };
 
-/// The bus object "/ru/korvex/vard". Methods run on the main thread, one at a time; the watchers run on the worker thread;
-/// everything else runs in counted background tasks. Lock order: the session table's lock, then the child list's; neither
-/// is held while waiting on the bus or the audit socket.
+/// The bus object "/ru/korvex/vard". Methods run on the main thread, one at a time; the watchers run on the worker
+/// thread; everything else runs in counted background tasks. Lock order: the session table's lock, then the child
+/// list's; neither is held while waiting on the bus or the audit socket.
 class DBusService final : public Syslog,
                           public ru::korvex::vard_adaptor,
                           public DBus::IntrospectableAdaptor,
@@ -49,9 +49,9 @@ class DBusService final : public Syslog,
 public:
     // dbus_service.cpp: construction, the start of the service, configuration and its reload.
 
-    /// Reads the configuration, makes the runtime directory and the pid file, opens the audit connection, loads the program
-    /// list. Throws vard_error or jsoncpp's exception, after an error line, when the configuration cannot be used or the
-    /// runtime directory cannot be made.
+    /// Reads the configuration, makes the runtime directory and the pid file, opens the audit connection, loads the
+    /// program list. Throws vard_error or jsoncpp's exception, after an error line, when the configuration cannot be
+    /// used or the runtime directory cannot be made.
     DBusService(DBus::Connection& connection, const std::string& path);
     /// Removes the pid file and waits, in bounded time, for the background tasks.
     ~DBusService() override;
@@ -77,7 +77,8 @@ public:
 
     // service_queries.cpp: views of the session table.
 
-    std::vector<DBus::Struct<uint32_t, std::string, std::string, uint32_t, uint32_t, uint32_t>> busSessionsInfo() override;
+    std::vector<DBus::Struct<uint32_t, std::string, std::string, uint32_t, uint32_t, uint32_t>> busSessionsInfo()
+        override;
     std::vector<DBus::Struct<std::string, uint32_t>> vardSessions() override;
     std::string vardSessionInfoJson(const uint32_t& session) override;
     std::string vardUserInfoJson(const std::string& user) override;
@@ -88,8 +89,8 @@ public:
     bool busSessionShutdown(const std::string& username) override;
     bool vardSessionShutdown(const uint32_t& session) override;
     bool vardDisconnect(const uint32_t& session) override;
-    /// Ends all sessions and all children, and waits for the children; a child that stays ten seconds is killed. Main thread,
-    /// after the dispatcher and the worker have ended.
+    /// Ends all sessions and all children, and waits for the children; a child that stays ten seconds is killed. Main
+    /// thread, after the dispatcher and the worker have ended.
     void sessionsClear();
 
     // service_watchers.cpp: the worker thread, children waited for, limits.
@@ -220,7 +221,7 @@ private:
     SessionTable table_;
     ChildWaits childWaits_;
     std::map<uint32_t, ProcessHandle> lateServers_; // X servers of failed starts, by display; under the table's lock
-    mutable std::mutex configLock_;                  // guards the two pointers, not what they point to
+    mutable std::mutex configLock_; // guards the two pointers, not what they point to
     std::shared_ptr<const JsonConfig> config_;
     std::shared_ptr<const ProgramList> programs_;
     std::atomic<time_t> configTime_{0}; // of the file, as last observed; 0: not yet

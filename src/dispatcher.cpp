@@ -18,7 +18,8 @@ void requestStop() noexcept {
 }
 
 ServiceDispatcher::ServiceDispatcher() {
-    // The library leaves the pipe open to children and blocking: a byte that a child wrote would keep a core busy for ever.
+    // The library leaves the pipe open to children and blocking: a byte that a child wrote would keep a core busy for
+    // ever.
     for (const int fd : _fdunlock) {
         ::fcntl(fd, F_SETFD, FD_CLOEXEC);
         ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);

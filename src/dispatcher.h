@@ -7,8 +7,9 @@
 
 namespace Vard {
 
-/// A dispatcher that may be left and woken from any thread at any time: before it was entered, twice, or while it waits.
-/// The library's own loses a leave() that comes before enter(), and closes its pipe under the feet of other threads.
+/// A dispatcher that may be left and woken from any thread at any time: before it was entered, twice, or while it
+/// waits. The library's own loses a leave() that comes before enter(), and closes its pipe under the feet of other
+/// threads.
 class ServiceDispatcher : public DBus::BusDispatcher {
 public:
     ServiceDispatcher();
@@ -17,7 +18,8 @@ public:
     void enter() override;
     /// Ends the loop, now or at its next start. Any thread, any number of times.
     void leave() override;
-    /// Makes a waiting loop look again: what another thread could not write to the bus at once goes out then. Any thread.
+    /// Makes a waiting loop look again: what another thread could not write to the bus at once goes out then. Any
+    /// thread.
     void wake() noexcept;
 
 private:

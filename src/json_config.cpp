@@ -54,7 +54,8 @@ Json::Value parse(const std::string& text) {
 }
 
 // A broken value of the configuration must not stop an operation.
-template <typename Result, typename Read> Result settingOr(std::string_view key, Result fallback, Read read) noexcept {
+template <typename Result, typename Read>
+Result settingOr(std::string_view key, Result fallback, Read read) noexcept {
     try {
         return read();
     } catch (const std::exception&) {

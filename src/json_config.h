@@ -49,8 +49,8 @@ private:
     const Json::Value* find(std::string_view key) const;
 };
 
-/// A JsonConfig parsed from JSON text, a client's request. Throws jsoncpp's exception on a syntax error; logs and throws
-/// vard_error("JsonConfigString") when the text is no JSON object.
+/// A JsonConfig parsed from JSON text, a client's request. Throws jsoncpp's exception on a syntax error; logs and
+/// throws vard_error("JsonConfigString") when the text is no JSON object.
 class JsonConfigString : public JsonConfig {
 public:
     explicit JsonConfigString(const std::string& text);

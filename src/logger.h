@@ -8,9 +8,9 @@ namespace Vard {
 
 /// Which messages are written; the numbers are part of the interface.
 enum class DebugLevel : int {
-    None = 0,   ///< errors, warnings and notices
-    Debug = 1,  ///< everything
-    Info = 2,   ///< everything but debug
+    None = 0, ///< errors, warnings and notices
+    Debug = 1, ///< everything
+    Info = 2, ///< everything but debug
     Silent = 3, ///< nothing; no configuration word selects it
 };
 

@@ -44,8 +44,8 @@ PamService::~PamService() {
     ::pam_end(handle_, status_);
 }
 
-// A prompt is answered through the i-th pointer of `responses`, as the modules in use expect, which ask one question per
-// call. Only the first pointer is known to be ours to write: a longer list of questions is refused.
+// A prompt is answered through the i-th pointer of `responses`, as the modules in use expect, which ask one question
+// per call. Only the first pointer is known to be ours to write: a longer list of questions is refused.
 int PamService::auth_conv(int count, const pam_message** messages, pam_response** responses, void* data) {
     if (responses == nullptr || data == nullptr || messages == nullptr || count != 1) {
         return PAM_CONV_ERR;

@@ -16,8 +16,8 @@ namespace Vard {
 /// when the object goes. One thread at a time; every failure is logged with PAM's own text.
 class PamService {
 public:
-    /// Starts the transaction. Logs and throws pam_error("PamService") when that fails, also for a name or password that
-    /// PAM could not carry (an embedded NUL).
+    /// Starts the transaction. Logs and throws pam_error("PamService") when that fails, also for a name or password
+    /// that PAM could not carry (an embedded NUL).
     PamService(std::string_view service, const std::string& login, const std::string& password);
     /// Closes the session if it was marked open, deletes the credentials, ends the transaction.
     ~PamService();

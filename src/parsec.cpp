@@ -37,11 +37,12 @@ struct Calls {
     int (*setCat)(ProcessLabel*, uint64_t) = nullptr;
     int (*setType)(ProcessLabel*, uint32_t) = nullptr;
     int (*getMic)(uid_t, IntegrityRecord*) = nullptr; // 0: found
-    int (*getMac)(uid_t, LabelRecord*) = nullptr;     // 0: found
+    int (*getMac)(uid_t, LabelRecord*) = nullptr; // 0: found
     bool complete = false;
 };
 
-template <typename Function> bool find(void* library, const char* name, Function& function) {
+template <typename Function>
+bool find(void* library, const char* name, Function& function) {
     function = library != nullptr ? reinterpret_cast<Function>(::dlsym(library, name)) : nullptr;
     return function != nullptr;
 }

@@ -29,9 +29,9 @@ bool available();
 std::optional<uint32_t> userIntegrity(uid_t uid);
 /// The user's label range; none as above.
 std::optional<LabelRange> userLabels(uid_t uid);
-/// Sets the calling process's integrity level to `ilev` and its confidentiality level, categories and type to zero. Logs
-/// at info level "%s: set PARSEC MIC ilev: %u for current process, pid: %d". Without the platform: true, does nothing.
-/// False when the platform refused.
+/// Sets the calling process's integrity level to `ilev` and its confidentiality level, categories and type to zero.
+/// Logs at info level "%s: set PARSEC MIC ilev: %u for current process, pid: %d". Without the platform: true, does
+/// nothing. False when the platform refused.
 bool applyIntegrity(uint32_t ilev, const char* func);
 
 } // namespace Vard::Parsec

@@ -87,8 +87,8 @@ Identity Identity::of(const std::string& user) {
 }
 
 std::list<std::string> Identity::environment() const {
-    return {"USER=" + user, "LOGNAME=" + user, "HOME=" + home, "SHELL=" + shell, "TERM=linux",
-            "PATH=/usr/local/bin:/usr/bin:/bin:/usr/local/games:/usr/games"};
+    return {"USER=" + user,   "LOGNAME=" + user, "HOME=" + home,
+            "SHELL=" + shell, "TERM=linux",      "PATH=/usr/local/bin:/usr/bin:/bin:/usr/local/games:/usr/games"};
 }
 
 std::vector<char*> createARGV(const std::string& program, const std::list<std::string>& args) {

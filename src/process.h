@@ -54,8 +54,8 @@ struct Identity {
     std::string shell;
     uid_t uid = static_cast<uid_t>(-1);
     gid_t gid = static_cast<gid_t>(-1);
-    std::vector<gid_t> groups;             ///< empty for root
-    std::optional<uint32_t> integrity;     ///< mandatory integrity level, where the platform has one
+    std::vector<gid_t> groups; ///< empty for root
+    std::optional<uint32_t> integrity; ///< mandatory integrity level, where the platform has one
 
     /// The identity of a user; logs and throws vard_error when the name is empty or unknown.
     static Identity of(const std::string& user);
@@ -78,16 +78,17 @@ namespace Utils {
 
 /// Starts `program` as `user` in a session of its own, with `environment` on top of the identity's variables (later
 /// entries win), standard input from /dev/null and its outputs to `log` or, when empty, to /dev/null; the log is opened
-/// under the user's identity. Default signals but SIGINT and SIGHUP ignored, no descriptor inherited. Returns the child's
-/// pid, which the caller must wait for. Logs and throws vard_error when the program does not exist, the user is unknown
-/// or fork fails. A child that cannot become the user, or cannot execute the program, ends with a non-zero status.
+/// under the user's identity. Default signals but SIGINT and SIGHUP ignored, no descriptor inherited. Returns the
+/// child's pid, which the caller must wait for. Logs and throws vard_error when the program does not exist, the user is
+/// unknown or fork fails. A child that cannot become the user, or cannot execute the program, ends with a non-zero
+/// status.
 pid_t runChildProcess(const std::filesystem::path& program, const std::list<std::string>& args, const std::string& user,
                       const std::list<std::string>& environment, const std::filesystem::path& log = {});
 /// The same for an identity that was looked up before; what runs between fork and exec touches no database.
 /// `endWithParent`: the program gets SIGTERM when the calling thread's process ends before it.
-pid_t runChildProcess(const std::filesystem::path& program, const std::list<std::string>& args, const Identity& identity,
-                      const std::list<std::string>& environment, const std::filesystem::path& log = {},
-                      bool endWithParent = false);
+pid_t runChildProcess(const std::filesystem::path& program, const std::list<std::string>& args,
+                      const Identity& identity, const std::list<std::string>& environment,
+                      const std::filesystem::path& log = {}, bool endWithParent = false);
 
 /// The child half: becomes the user and executes; never returns, not even by an exception. `argv` and `envp` are built
 /// before the fork.
@@ -96,8 +97,8 @@ pid_t runChildProcess(const std::filesystem::path& program, const std::list<std:
                                   bool endWithParent) noexcept;
 
 /// Gives the current process the user's identity: supplementary groups (but for root), home directory, group, user, and
-/// the variables USER, LOGNAME, HOME, SHELL, TERM. False, with an error line, when the ids could not be taken: the caller
-/// must end then. Only in a forked child.
+/// the variables USER, LOGNAME, HOME, SHELL, TERM. False, with an error line, when the ids could not be taken: the
+/// caller must end then. Only in a forked child.
 bool switchToUser(const std::string& user);
 bool switchToUser(const Identity& identity) noexcept;
 

@@ -15,8 +15,9 @@ struct ScreenMode {
     bool operator==(const ScreenMode&) const = default;
 };
 
-/// The mode to apply for a request: an exact match; else, after a warning under "waitSessionGeometryUpdate", the largest
-/// mode whose area exceeds the requested one (not the nearest), or the request itself when there is none. Otherwise pure.
+/// The mode to apply for a request: an exact match; else, after a warning under "waitSessionGeometryUpdate", the
+/// largest mode whose area exceeds the requested one (not the nearest), or the request itself when there is none.
+/// Otherwise pure.
 ScreenMode chooseScreenMode(const std::vector<Xcb::ScreenSize>& sizes, ScreenMode requested);
 
 } // namespace Vard

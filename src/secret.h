@@ -5,8 +5,9 @@
 
 namespace Vard {
 
-/// Owns a secret text and overwrites it when it goes. All live secrets of the process are known, so that a forked child that
-/// lives on can wipe those that are not its own. Any thread may make or destroy one; its text is guarded by its owner.
+/// Owns a secret text and overwrites it when it goes. All live secrets of the process are known, so that a forked child
+/// that lives on can wipe those that are not its own. Any thread may make or destroy one; its text is guarded by its
+/// owner.
 class Secret {
 public:
     Secret();

@@ -18,7 +18,8 @@ constexpr int fittingPasses = 10;
 constexpr auto fittingPause = 550ms;
 
 /// Runs a tool in the session and waits for its end; whatever happens is logged under `name`, and the caller goes on.
-void waitTool(const Session* session, const char* name, const std::string& program, const std::list<std::string>& args) {
+void waitTool(const Session* session, const char* name, const std::string& program,
+              const std::list<std::string>& args) {
     if (session == nullptr) {
         return;
     }
@@ -45,7 +46,8 @@ void DBusService::waitSessionFixSetxkbmapEvdev(const Session* session) {
 }
 
 void DBusService::waitSessionLoadX11Resources(const Session* session) {
-    waitTool(session, "waitSessionLoadX11Resources", "/usr/bin/xrdb", {"-quiet", "-load", "/etc/X11/Xresources/x11-vard"});
+    waitTool(session, "waitSessionLoadX11Resources", "/usr/bin/xrdb",
+             {"-quiet", "-load", "/etc/X11/Xresources/x11-vard"});
 }
 
 bool DBusService::waitSessionGeometryUpdate(const Session* session, unsigned short width, unsigned short height) {

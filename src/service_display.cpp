@@ -39,8 +39,8 @@ pid_t DBusService::runXvfbDisplay(unsigned display, unsigned char depth, unsigne
     info("%s: display: %u, depth: %u, width: %u, height: %u, xauthfile: %s", "runXvfbDisplay", display, depth, width,
          height, authfile.c_str());
     const auto settings = config();
-    const auto args = serverArguments(settings->settingStringList("xvfb:args"), display, validDepth(depth), width, height,
-                                      authfile);
+    const auto args =
+        serverArguments(settings->settingStringList("xvfb:args"), display, validDepth(depth), width, height, authfile);
     return Utils::runChildProcess(settings->settingString("xvfb:path", "/usr/bin/Xorg"), args, user, {});
 }
 
@@ -53,8 +53,8 @@ fs::path DBusService::displaySocket(unsigned display) const {
 bool DBusService::startDisplay(Session& session, const StartRequest& request, std::vector<uint8_t>& cookie) {
     std::tie(session.xauthfile, cookie) = createXauthFile(session.display, session.username);
     try {
-        const pid_t pid = runXvfbDisplay(session.display, request.depth, request.width, request.height, session.username,
-                                         session.xauthfile);
+        const pid_t pid = runXvfbDisplay(session.display, request.depth, request.width, request.height,
+                                         session.username, session.xauthfile);
         return waitDisplay(session, pid);
     } catch (const vard_error&) {
         return false; // the runner has said why

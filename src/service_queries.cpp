@@ -1,5 +1,5 @@
-// Views of the session table. The JSON texts are written by hand: their order of members and their quoting are part of the
-// interface.
+// Views of the session table. The JSON texts are written by hand: their order of members and their quoting are part of
+// the interface.
 #include "dbus_service.h"
 
 #include "bus_boundary.h"
@@ -16,7 +16,10 @@ class ObjectWriter {
 public:
     void text(const char* key, const std::string& value) { begin(key) << Utils::stringQuoted(value); }
     void flag(const char* key, bool value) { begin(key) << (value ? "true" : "false"); }
-    template <typename Number> void number(const char* key, Number value) { begin(key) << value; }
+    template <typename Number>
+    void number(const char* key, Number value) {
+        begin(key) << value;
+    }
     [[nodiscard]] std::string finish() const { return "{" + out_.str() + "}"; }
 
 private:

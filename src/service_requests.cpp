@@ -1,4 +1,5 @@
-// The session requests of the front ends: they gather the parameters, start the session and complete it for the connection.
+// The session requests of the front ends: they gather the parameters, start the session and complete it for the
+// connection.
 #include "dbus_service.h"
 
 #include "bus_boundary.h"
@@ -27,7 +28,8 @@ private:
 };
 
 /// Reads a number of a request into its type's range; logs and answers false when it lies outside.
-template <typename Number> bool readRanged(const JsonConfig& params, const char* key, Number& value) {
+template <typename Number>
+bool readRanged(const JsonConfig& params, const char* key, Number& value) {
     const int number = params.getInteger(key, value);
     if (number < 0 || number > std::numeric_limits<Number>::max()) {
         Syslog::error("%s: params failed, out of range: `%s', value: %d", "vardSessionRequest", key, number);
@@ -54,7 +56,8 @@ StartRequest DBusService::desktopRequest(const std::string& user, const std::str
     return request;
 }
 
-void DBusService::admit(const SessionPtr& session, const std::string& password, const std::string& domain, bool ntlmv2) {
+void DBusService::admit(const SessionPtr& session, const std::string& password, const std::string& domain,
+                        bool ntlmv2) {
     {
         const std::scoped_lock lock(table_.mutex());
         session->domain = domain;
@@ -79,8 +82,9 @@ int32_t DBusService::busSessionRequest(const std::string& user, const std::strin
     return static_cast<int32_t>(session->sid);
 }
 
-int32_t DBusService::busSessionDomainRequest(const std::string& user, const std::string& domain, const std::string& pass,
-                                             const uint8_t& depth, const uint16_t& width, const uint16_t& height) {
+int32_t DBusService::busSessionDomainRequest(const std::string& user, const std::string& domain,
+                                             const std::string& pass, const uint8_t& depth, const uint16_t& width,
+                                             const uint16_t& height) {
     const PasswordGuard guard(pass);
     notice("%s: user: %s, domain: `%s', depth: %u, width: %u, height: %u", "busSessionDomainRequest", user.c_str(),
            domain.c_str(), depth, width, height);

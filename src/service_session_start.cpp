@@ -1,5 +1,5 @@
-// The start of a session: one lock from top to bottom, each step a named function, and every failure undone by the objects
-// that the steps left behind.
+// The start of a session: one lock from top to bottom, each step a named function, and every failure undone by the
+// objects that the steps left behind.
 #include "dbus_service.h"
 
 #include "parsec.h"
@@ -81,8 +81,8 @@ DBusService::SessionPtr DBusService::findReusableLocked(const StartRequest& requ
     return nullptr;
 }
 
-// The first slot that is empty and whose display is free: not on its way out with an earlier session, not held by the late
-// server of a failed start, not answered by anybody else's.
+// The first slot that is empty and whose display is free: not on its way out with an earlier session, not held by the
+// late server of a failed start, not answered by anybody else's.
 std::shared_ptr<const uint32_t> DBusService::takeSlotLocked(SessionPtr*& slot) {
     std::erase_if(lateServers_, [](const auto& late) { return !late.second.exists(); });
     auto& slots = table_.slotsLocked();

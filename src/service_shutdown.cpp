@@ -1,5 +1,5 @@
-// The ends of sessions on request and at the stop of the service. Nothing is torn down here: one child is told to end, and
-// the watchers do the rest, so that every cause of a session's end takes the same road.
+// The ends of sessions on request and at the stop of the service. Nothing is torn down here: one child is told to end,
+// and the watchers do the rest, so that every cause of a session's end takes the same road.
 #include "dbus_service.h"
 
 #include "bus_boundary.h"

@@ -29,8 +29,8 @@ bool DBusService::vardCreateNTLMhashFile(const SessionPtr& session, const std::s
         auto args = hashArguments(*session, session->domain, password, ntlmv2);
         {
             const std::scoped_lock lock(childWaits_.mutex());
-            auto tool = runSessionCommand(*session, config()->settingString("hash:path", "/usr/bin/winpr-hash"), args, {},
-                                          true);
+            auto tool = runSessionCommand(*session, config()->settingString("hash:path", "/usr/bin/winpr-hash"), args,
+                                          {}, true);
             const int status = tool.getWithin(toolLimit, "vardCreateNTLMhashFile");
             Utils::syslogWaitStatus(status, "vardCreateNTLMhashFile", tool.pid());
         }

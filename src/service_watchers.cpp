@@ -23,7 +23,8 @@ struct PeriodicTask {
     std::function<void()> run;
     std::chrono::steady_clock::time_point last = std::chrono::steady_clock::now();
 
-    // The time is taken before the run, so that a slow run does not push the next one back. Nothing may leave the thread.
+    // The time is taken before the run, so that a slow run does not push the next one back. Nothing may leave the
+    // thread.
     void runIfDue() {
         const auto now = std::chrono::steady_clock::now();
         if (now - last <= period) {
@@ -71,7 +72,7 @@ bool DBusService::busAlive() {
 ProcessHandle DBusService::saveWaitPidBackground(pid_t pid) {
     info("%s: pid: %d", "saveWaitPidBackground", pid);
     ChildWait child(tasks_, pid);
-    const ProcessHandle process = child.process();
+    ProcessHandle process = child.process();
     childWaits_.add(std::move(child));
     return process;
 }
@@ -102,11 +103,13 @@ void DBusService::stoppedChildsWatcher() {
 
 // Never takes the table's lock: a new session may hold it while it waits for this one to be gone.
 void DBusService::sessionEnded(const SessionPtr& session, const std::string& address) {
-    auditUserMessage(session->display, address.c_str(), auditMessageType, "VARD:SessionLogout", session->username, true);
+    auditUserMessage(session->display, address.c_str(), auditMessageType, "VARD:SessionLogout", session->username,
+                     true);
     emitSignal([&] { signalSessionDisconnected(session->sid); });
     emitSignal([&] { signalSessionShutdown(session->sid); });
     if (!session->pid1) {
-        claimDisplay(session->display, displaySocket(session->display)); // a killed server leaves its socket and its lock
+        claimDisplay(session->display,
+                     displaySocket(session->display)); // a killed server leaves its socket and its lock
     }
 }
 

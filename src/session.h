@@ -18,9 +18,9 @@
 
 namespace Vard {
 
-/// One session, always held through a shared pointer. Its fields are guarded by the session table's lock once the record is
-/// in the table. Destruction tells the session's processes to end (it does not wait for them), removes the X authority
-/// file, and unmounts the profile in the background.
+/// One session, always held through a shared pointer. Its fields are guarded by the session table's lock once the
+/// record is in the table. Destruction tells the session's processes to end (it does not wait for them), removes the X
+/// authority file, and unmounts the profile in the background.
 struct Session {
     /// `tasks` runs the unmounting; it must outlive the record.
     explicit Session(BackgroundTasks& tasks) : tasks_(tasks) {}
@@ -30,13 +30,14 @@ struct Session {
 
     /// DISPLAY, XAUTHORITY and XDG_RUNTIME_DIR as NAME=value, then the PAM environment.
     [[nodiscard]] std::list<std::string> environments() const;
-    /// The file that takes the outputs of the session's logged commands: in ".vard" in the home directory, named after the
-    /// X authority file.
+    /// The file that takes the outputs of the session's logged commands: in ".vard" in the home directory, named after
+    /// the X authority file.
     [[nodiscard]] std::filesystem::path commandLog() const;
     /// Where background work of this session runs.
     [[nodiscard]] BackgroundTasks& tasks() const { return tasks_; }
 
-    /// Keeps the display from being handed out again; declared first, so that it goes when everything else of the record has.
+    /// Keeps the display from being handed out again; declared first, so that it goes when everything else of the
+    /// record has.
     std::shared_ptr<const uint32_t> displayLease;
     std::filesystem::path home;
     std::filesystem::path xauthfile;
@@ -54,7 +55,7 @@ struct Session {
     uint32_t gid = static_cast<uint32_t>(-1);
     uint32_t display = 0;
     uint32_t sid = 0; ///< the session id, equal to the display
-    uint32_t durationLimit = 0;   ///< seconds, 0: none
+    uint32_t durationLimit = 0; ///< seconds, 0: none
     uint32_t inactivityLimit = 0; ///< seconds, 0: none; only stored
     ProcessHandle pid1; ///< the X server
     ProcessHandle pid2; ///< the session program's supervisor

@@ -48,7 +48,8 @@ void writeAnswer(int fd, const std::string& answer) noexcept {
     }
 }
 
-[[noreturn]] void answerAsUser(const Identity& identity, const std::function<std::string()>& function, int fd) noexcept {
+[[noreturn]] void answerAsUser(const Identity& identity, const std::function<std::string()>& function,
+                               int fd) noexcept {
     Syslog::syslogChildOpen();
     Utils::resetChildSignals();
     Utils::closeInheritedDescriptors(fd);

@@ -20,21 +20,21 @@ inline constexpr std::chrono::seconds toolLimit{15};
 std::list<std::string> sessionEnvironment(const Session& session);
 
 /// Starts a program in a session: as its user, with its environment, `environment` on top, and the user's bus address
-/// where there is one. With `log` its outputs go to the session's command log, else to /dev/null. The caller registers or
-/// awaits the result. Throws vard_error, after an error line, when it cannot be started.
+/// where there is one. With `log` its outputs go to the session's command log, else to /dev/null. The caller registers
+/// or awaits the result. Throws vard_error, after an error line, when it cannot be started.
 ChildWait runSessionCommand(const Session& session, const std::filesystem::path& program,
                             const std::list<std::string>& args, const std::list<std::string>& environment, bool log);
 
-/// Starts the session's program under a supervisor, a forked child named "vard_manager" that opens the PAM session as root,
-/// starts the program as the user, gives up root and waits. SIGTERM to the supervisor ends the program and everything it
-/// left behind; the supervisor's end means that nothing of the session program is left. None, after an error line, when
-/// there is no session or the fork failed. `session.pam` must be set for the program to start.
+/// Starts the session's program under a supervisor, a forked child named "vard_manager" that opens the PAM session as
+/// root, starts the program as the user, gives up root and waits. SIGTERM to the supervisor ends the program and
+/// everything it left behind; the supervisor's end means that nothing of the session program is left. None, after an
+/// error line, when there is no session or the fork failed. `session.pam` must be set for the program to start.
 std::optional<ChildWait> runSessionOpen(const Session* session, const std::filesystem::path& program,
                                         const std::list<std::string>& args);
 
-/// Runs `function` in a forked child that has taken the user's identity and integrity level, and returns what it returned,
-/// cut to 64 KiB. Empty when the child failed or took longer than toolLimit, which ends it. Throws vard_error when it
-/// cannot be started.
+/// Runs `function` in a forked child that has taken the user's identity and integrity level, and returns what it
+/// returned, cut to 64 KiB. Empty when the child failed or took longer than toolLimit, which ends it. Throws vard_error
+/// when it cannot be started.
 std::string callUserScope(const Session& session, const std::function<std::string()>& function);
 
 } // namespace Vard

@@ -1,5 +1,6 @@
-// The supervisor of a session's program. It is a copy of the service that never executes anything else, so it first lets go
-// of all that is the service's: descriptors, which would keep the bus name after a crash, and secrets of other users.
+// The supervisor of a session's program. It is a copy of the service that never executes anything else, so it first
+// lets go of all that is the service's: descriptors, which would keep the bus name after a crash, and secrets of other
+// users.
 #include "session_supervisor.h"
 
 #include "logger.h"

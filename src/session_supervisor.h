@@ -26,10 +26,10 @@ private:
     sigset_t before_{};
 };
 
-/// The supervisor's whole life, in a freshly forked child that is still root: opens the PAM session, starts the program as
-/// the user, gives up root, and waits. SIGTERM, or the program's end, ends everything that the program left behind. Never
-/// returns and never runs a destructor of the service; its exit status tells how the program ended.
-[[noreturn]] void superviseSession(const Session& session, const Identity& identity, const std::filesystem::path& program,
-                                   const std::list<std::string>& args) noexcept;
+/// The supervisor's whole life, in a freshly forked child that is still root: opens the PAM session, starts the program
+/// as the user, gives up root, and waits. SIGTERM, or the program's end, ends everything that the program left behind.
+/// Never returns and never runs a destructor of the service; its exit status tells how the program ended.
+[[noreturn]] void superviseSession(const Session& session, const Identity& identity,
+                                   const std::filesystem::path& program, const std::list<std::string>& args) noexcept;
 
 } // namespace Vard

@@ -17,13 +17,13 @@ struct DisplayRange {
     int first = 33;
     size_t count = 22;
 
-    /// The range between two configured ends, in any order, by their absolute values; the upper end is not part of it. None,
-    /// after an error line under `func`, when an end is above 59535, the last display an X server can have.
+    /// The range between two configured ends, in any order, by their absolute values; the upper end is not part of it.
+    /// None, after an error line under `func`, when an end is above 59535, the last display an X server can have.
     static std::optional<DisplayRange> of(int min, int max, const char* func);
 };
 
-/// One slot per display number, each empty or holding a session. Operations named "...Locked", and every field of a record
-/// in the table that more than one thread uses, need mutex() held; the others take it themselves.
+/// One slot per display number, each empty or holding a session. Operations named "...Locked", and every field of a
+/// record in the table that more than one thread uses, need mutex() held; the others take it themselves.
 class SessionTable {
 public:
     std::mutex& mutex() const { return mutex_; }
@@ -33,14 +33,17 @@ public:
 
     /// The first session with that id, or empty.
     [[nodiscard]] std::shared_ptr<Session> findSession(const uint32_t& sid) const;
-    /// The user's first session that is not seamless, or empty. A user's application sessions never count as the desktop.
+    /// The user's first session that is not seamless, or empty. A user's application sessions never count as the
+    /// desktop.
     [[nodiscard]] std::shared_ptr<Session> findUserSession(const std::string& username) const;
 
     /// The slots in display order.
     [[nodiscard]] std::vector<std::shared_ptr<Session>>& slotsLocked() { return slots_; }
-    [[nodiscard]] uint32_t displayLocked(size_t slot) const { return static_cast<uint32_t>(base_) + static_cast<uint32_t>(slot); }
-    /// The right to use a display, for a new record to hold. Empty while an earlier holder is still alive, in the table or on
-    /// its way out: its end would take the new session's files away.
+    [[nodiscard]] uint32_t displayLocked(size_t slot) const {
+        return static_cast<uint32_t>(base_) + static_cast<uint32_t>(slot);
+    }
+    /// The right to use a display, for a new record to hold. Empty while an earlier holder is still alive, in the table
+    /// or on its way out: its end would take the new session's files away.
     [[nodiscard]] std::shared_ptr<const uint32_t> leaseLocked(uint32_t display);
 
     /// Empties the table, its size becomes 0; the records are destroyed without the lock.

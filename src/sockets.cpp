@@ -36,7 +36,8 @@ sockaddr_in ipv4(in_addr_t address, uint16_t port) {
     return result;
 }
 
-template <typename Address> const sockaddr* raw(const Address& address) {
+template <typename Address>
+const sockaddr* raw(const Address& address) {
     return reinterpret_cast<const sockaddr*>(&address);
 }
 
@@ -62,7 +63,9 @@ bool isSocket(const FileDescriptor& handle, struct stat& info) {
     return handle && ::fstat(handle.get(), &info) == 0 && S_ISSOCK(info.st_mode);
 }
 
-FileDescriptor localSocket(int flags) { return FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0)); }
+FileDescriptor localSocket(int flags) {
+    return FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
+}
 
 Socket::Probe probeAddress(const std::string& path, bool abstract) {
     const FileDescriptor socket = localSocket(SOCK_NONBLOCK);
@@ -138,7 +141,8 @@ int Socket::tcpAccept(int fd, std::string* address) {
         if (::inet_ntop(AF_INET, &peer.sin_addr, text.data(), text.size()) != nullptr) {
             *address = text.data();
         } else {
-            Syslog::warning("%s: %s failed, error: %s, code: %d", "tcpAccept", "inet_ntop", std::strerror(errno), errno);
+            Syslog::warning("%s: %s failed, error: %s, code: %d", "tcpAccept", "inet_ntop", std::strerror(errno),
+                            errno);
         }
     }
     return accepted;

@@ -27,9 +27,9 @@ int unixConnect(const std::string& path);
 
 /// What a probe of a local socket path found.
 enum class Probe {
-    Absent,   ///< nothing there
-    Dead,     ///< a socket on which nobody answers
-    Live,     ///< somebody accepts connections
+    Absent, ///< nothing there
+    Dead, ///< a socket on which nobody answers
+    Live, ///< somebody accepts connections
     NoSocket, ///< something that is not a socket, or that cannot be examined
 };
 
@@ -45,15 +45,15 @@ FileDescriptor connectOwned(const std::string& path, uid_t owner);
 
 namespace Utils {
 
-/// True when `fd` is readable within `timeout` milliseconds; false on time-out or a negative descriptor. Logs and throws
-/// std::runtime_error("hasInput") on any other outcome.
+/// True when `fd` is readable within `timeout` milliseconds; false on time-out or a negative descriptor. Logs and
+/// throws std::runtime_error("hasInput") on any other outcome.
 bool hasInput(int fd, int timeout);
 /// The number of bytes waiting on `fd`, 0 for a negative descriptor. Logs and throws std::runtime_error("hasData").
 int64_t hasData(int fd);
 /// Waits until `path` is a socket (a link is not one), looking every 100 ms; false after `seconds`.
 bool waitSocketSec(const std::filesystem::path& path, unsigned seconds);
-/// Takes all permissions of group and others off the socket `path`, through a handle on the object itself: only if it is
-/// a socket owned by `owner`. Logs and answers false otherwise.
+/// Takes all permissions of group and others off the socket `path`, through a handle on the object itself: only if it
+/// is a socket owned by `owner`. Logs and answers false otherwise.
 bool restrictSocket(const std::filesystem::path& path, uid_t owner);
 
 } // namespace Utils

@@ -74,7 +74,8 @@ uint8_t StreamBufRef::peek() const {
 
 const uint8_t* StreamBufRef::data() const { return pos_; }
 
-template <typename Int> Int StreamBufRef::getLE() const {
+template <typename Int>
+Int StreamBufRef::getLE() const {
     std::array<uint8_t, sizeof(Int)> bytes{};
     getRaw(bytes.data(), bytes.size());
     uint64_t value = 0;
@@ -84,7 +85,8 @@ template <typename Int> Int StreamBufRef::getLE() const {
     return static_cast<Int>(value);
 }
 
-template <typename Int> Int StreamBufRef::getBE() const {
+template <typename Int>
+Int StreamBufRef::getBE() const {
     std::array<uint8_t, sizeof(Int)> bytes{};
     getRaw(bytes.data(), bytes.size());
     uint64_t value = 0;

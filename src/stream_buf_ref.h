@@ -7,8 +7,9 @@
 
 namespace Vard {
 
-/// Reads from a borrowed buffer, which the caller keeps alive. The reading operations are const yet advance the position.
-/// A read past the end is logged, throws (std::invalid_argument("getRaw") unless said otherwise) and moves nothing.
+/// Reads from a borrowed buffer, which the caller keeps alive. The reading operations are const yet advance the
+/// position. A read past the end is logged, throws (std::invalid_argument("getRaw") unless said otherwise) and moves
+/// nothing.
 class StreamBufRef {
 public:
     StreamBufRef() = default;
@@ -42,8 +43,10 @@ public:
     uint64_t getIntBE64() const;
 
 private:
-    template <typename Int> Int getLE() const;
-    template <typename Int> Int getBE() const;
+    template <typename Int>
+    Int getLE() const;
+    template <typename Int>
+    Int getBE() const;
 
     mutable const uint8_t* pos_ = nullptr;
     const uint8_t* end_ = nullptr;

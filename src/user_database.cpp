@@ -23,8 +23,8 @@ constexpr size_t firstBuffer = 4096;
 constexpr size_t largestBuffer = 16 << 20;
 constexpr size_t longestName = 255;
 
-// The name service holds locks of its own while it looks up; a child forked in that moment would find them taken for ever.
-// So every look-up holds this one, and fork waits for it.
+// The name service holds locks of its own while it looks up; a child forked in that moment would find them taken for
+// ever. So every look-up holds this one, and fork waits for it.
 class LookupLock {
 public:
     LookupLock() {
@@ -50,9 +50,10 @@ bool plausible(const std::string& name) {
     return !name.empty() && name.size() <= longestName && name.find_first_of("/:\n\0"sv) == std::string::npos;
 }
 
-/// Calls a reentrant look-up with a buffer that grows until the entry fits. Answers the error code, 0 for success or for
-/// an unknown name.
-template <typename Entry, typename Call> int lookUp(Entry& entry, Entry*& found, std::vector<char>& buffer, Call call) {
+/// Calls a reentrant look-up with a buffer that grows until the entry fits. Answers the error code, 0 for success or
+/// for an unknown name.
+template <typename Entry, typename Call>
+int lookUp(Entry& entry, Entry*& found, std::vector<char>& buffer, Call call) {
     const LookupLock lock;
     buffer.resize(firstBuffer);
     int code = call(&entry, buffer.data(), buffer.size(), &found);
@@ -113,12 +114,11 @@ UserInfo getUserInfo(const std::string& user) {
     passwd entry{};
     passwd* found = nullptr;
     std::vector<char> buffer;
-    const int code =
-        plausible(user) ? lookUp(entry, found, buffer,
-                                 [&](passwd* out, char* data, size_t size, passwd** answer) {
-                                     return ::getpwnam_r(user.c_str(), out, data, size, answer);
-                                 })
-                        : 0;
+    const int code = plausible(user) ? lookUp(entry, found, buffer,
+                                              [&](passwd* out, char* data, size_t size, passwd** answer) {
+                                                  return ::getpwnam_r(user.c_str(), out, data, size, answer);
+                                              })
+                                     : 0;
     if (found == nullptr) {
         syslogErrno("getUserInfo", "getpwnam", code);
         return result;

@@ -26,10 +26,10 @@ struct UserInfo {
     [[nodiscard]] bool known() const { return uid != unknownUid; }
 };
 
-/// Look-ups use only the reentrant calls and may run on any thread. They hold one process-wide lock that fork waits for,
-/// so that a forked child never finds the databases' own locks taken: never call them from a signal handler, and in a
-/// child only where it is single-threaded. A name that is empty, longer than 255 bytes or holds a slash, colon, newline
-/// or NUL is unknown without asking.
+/// Look-ups use only the reentrant calls and may run on any thread. They hold one process-wide lock that fork waits
+/// for, so that a forked child never finds the databases' own locks taken: never call them from a signal handler, and
+/// in a child only where it is single-threaded. A name that is empty, longer than 255 bytes or holds a slash, colon,
+/// newline or NUL is unknown without asking.
 namespace Utils {
 
 /// The user of that name. Unknown: logs "%s: %s failed, error: %s, code: %d" with "getpwnam" and answers unknown ids.
@@ -44,9 +44,9 @@ std::vector<std::string> getGroupMembers(const std::string& group);
 /// The ids of all groups of the user, the primary one included.
 std::vector<gid_t> getUserGroups(const std::string& user, gid_t primary);
 
-/// Changes owner and group of a path without following a final link. An empty user leaves the owner as it is; an empty group
-/// means the user's own, or, without a user, leaves it. An unknown name changes nothing. Failures are logged; true when all
-/// was done.
+/// Changes owner and group of a path without following a final link. An empty user leaves the owner as it is; an empty
+/// group means the user's own, or, without a user, leaves it. An unknown name changes nothing. Failures are logged;
+/// true when all was done.
 bool setOwner(const std::filesystem::path& path, const std::string& user, const std::string& group);
 /// The same for an open file.
 bool setOwner(int fd, const std::string& user, const std::string& group);

@@ -30,17 +30,19 @@ std::string stringQuoted(std::string_view text);
 /// The inverse of stringQuoted; a text that does not begin with a quotation mark yields its first blank-delimited word.
 std::string stringUnquoted(const std::string& text);
 
-/// Lower-case hexadecimal digits of the bytes, two each, with the separator between bytes; `prefix` puts "0x" before each.
+/// Lower-case hexadecimal digits of the bytes, two each, with the separator between bytes; `prefix` puts "0x" before
+/// each.
 std::string hexString(const std::vector<uint8_t>& bytes, std::string_view separator, bool prefix);
-/// UTF-8 text of UTF-16 bytes, read most significant byte first when `bigEndian`, else least; an odd last byte is dropped.
+/// UTF-8 text of UTF-16 bytes, read most significant byte first when `bigEndian`, else least; an odd last byte is
+/// dropped.
 std::string bytes2unicode(const std::vector<uint8_t>& bytes, bool bigEndian);
 /// UTF-16 to UTF-8; unpaired surrogates become U+FFFD.
 std::string unicode2string(std::u16string_view text);
 /// UTF-8 to UTF-16; malformed sequences become U+FFFD.
 std::u16string string2unicode(std::string_view text);
 
-/// The text as valid UTF-8 without NUL bytes, malformed sequences replaced by U+FFFD: what may go on the bus, which ends
-/// the process on anything else.
+/// The text as valid UTF-8 without NUL bytes, malformed sequences replaced by U+FFFD: what may go on the bus, which
+/// ends the process on anything else.
 std::string toValidUtf8(std::string_view text);
 
 /// `count` random bytes; within each block of 256 no value repeats.

@@ -28,8 +28,8 @@ WindowTraits readTraits(Xcb::Connector& xcb, xcb_window_t win) {
 
 } // namespace
 
-// A window with a state, with a role, or that leads itself is an application's own; what another window leads is a dialog
-// or a menu, but for one suite that draws its main window so.
+// A window with a state, with a role, or that leads itself is an application's own; what another window leads is a
+// dialog or a menu, but for one suite that draws its main window so.
 bool fillsScreen(const WindowTraits& traits) {
     if (traits.hasState || (traits.hasClass && traits.hasRole) || traits.ownLeader) {
         return traits.instance != "fly-notifications";

@@ -19,9 +19,9 @@ namespace Vard {
 namespace {
 
 const std::list<std::string> builtInArguments{
-    ":%{display}", "-nolisten",  "tcp",        "-logfile", "/dev/null",  "-auth", "%{authfile}",
-    "-config",     "vard.conf",  "-depth",     "%{depth}", "+extension", "DAMAGE", "+extension",
-    "MIT-SHM",     "+extension", "RANDR",      "+extension", "XFIXES",   "+extension", "XTEST"};
+    ":%{display}", "-nolisten",  "tcp",    "-logfile",   "/dev/null",  "-auth",      "%{authfile}",
+    "-config",     "vard.conf",  "-depth", "%{depth}",   "+extension", "DAMAGE",     "+extension",
+    "MIT-SHM",     "+extension", "RANDR",  "+extension", "XFIXES",     "+extension", "XTEST"};
 
 std::string fill(std::string word, unsigned display, unsigned depth, unsigned width, unsigned height,
                  const fs::path& authfile) {

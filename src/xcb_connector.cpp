@@ -108,7 +108,8 @@ void Connector::readSetup() {
     screen_ = roots.data;
     format_ = findFormat(screen_->root_depth);
     if (format_ == nullptr) {
-        Syslog::error("%s: %s failed, error: %s", "Connector", "xcb_setup_pixmap_format", "no format of the root's depth");
+        Syslog::error("%s: %s failed, error: %s", "Connector", "xcb_setup_pixmap_format",
+                      "no format of the root's depth");
         throw xcb_error("Connector");
     }
 }
@@ -246,8 +247,8 @@ PixmapInfo Connector::copyWindowPixmapTo(xcb_window_t win, const Rect& rect, uin
         Syslog::error("%s: empty buffer", "copyWindowPixmapTo");
         return info;
     }
-    // The announced limit counts units of four bytes: dividing it by bytes leaves a margin. A hostile server may announce
-    // less than one row, or pixels of no bits.
+    // The announced limit counts units of four bytes: dividing it by bytes leaves a margin. A hostile server may
+    // announce less than one row, or pixels of no bits.
     const size_t rowBytes = std::max<size_t>(size_t{rect.width} * (bitsPerPixel() / 8U), 1);
     const size_t bandRows = std::clamp<size_t>(setup_->maximum_request_length / rowBytes, 1, rect.height);
     Syslog::debug("%s: max request: %d", "copyWindowPixmapTo", static_cast<int>(bandRows));
@@ -266,8 +267,8 @@ PixmapInfo Connector::copyWindowPixmapTo(xcb_window_t win, const Rect& rect, uin
         }
         const auto length = static_cast<size_t>(::xcb_get_image_data_length(reply.get()));
         if (info.bytes + length > size) {
-            Syslog::error("%s: out of range, buf size: %d, data length: %d", "copyWindowPixmapTo", static_cast<int>(size),
-                          static_cast<int>(length));
+            Syslog::error("%s: out of range, buf size: %d, data length: %d", "copyWindowPixmapTo",
+                          static_cast<int>(size), static_cast<int>(length));
             throw xcb_error("copyWindowPixmapTo");
         }
         std::memcpy(buf + info.bytes, ::xcb_get_image_data(reply.get()), length);

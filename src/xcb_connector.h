@@ -24,10 +24,12 @@ struct FreeDeleter {
 };
 
 /// An owned X reply or error.
-template <typename Reply> using ReplyPtr = std::unique_ptr<Reply, FreeDeleter>;
+template <typename Reply>
+using ReplyPtr = std::unique_ptr<Reply, FreeDeleter>;
 using ErrorPtr = std::unique_ptr<xcb_generic_error_t, FreeDeleter>;
 /// A request's outcome.
-template <typename Reply> using ReplyError = std::pair<ReplyPtr<Reply>, ErrorPtr>;
+template <typename Reply>
+using ReplyError = std::pair<ReplyPtr<Reply>, ErrorPtr>;
 
 /// Position and size of a window, as the protocol carries them.
 struct Rect {
@@ -47,7 +49,7 @@ struct ScreenSize {
 
 /// What copyWindowPixmapTo copied.
 struct PixmapInfo {
-    size_t bytes = 0;          ///< bytes written to the buffer; 0: nothing was copied
+    size_t bytes = 0; ///< bytes written to the buffer; 0: nothing was copied
     uint8_t depth = 0;
     uint8_t bitsPerPixel = 0;
     uint32_t redMask = 0;
@@ -55,16 +57,16 @@ struct PixmapInfo {
     uint32_t blueMask = 0;
 };
 
-/// An X client connection to one session's display. The X server belongs to the user, so nothing it answers is trusted and
-/// nothing waits for it longer than two seconds: a request that is not answered in time fails like a missing reply. Safe
-/// to use from several threads; one request at a time.
+/// An X client connection to one session's display. The X server belongs to the user, so nothing it answers is trusted
+/// and nothing waits for it longer than two seconds: a request that is not answered in time fails like a missing reply.
+/// Safe to use from several threads; one request at a time.
 class Connector {
 public:
     using Cookie = std::vector<uint8_t>;
 
-    /// Connects to display ":N" through `socket`, an already connected descriptor whose peer the caller has checked; with
-    /// an empty descriptor, to the display's own address. `auth` is the MIT-MAGIC-COOKIE-1 data, may be null. Logs and
-    /// throws xcb_error("Connector") on refusal, time-out or a server without screen or pixmap format.
+    /// Connects to display ":N" through `socket`, an already connected descriptor whose peer the caller has checked;
+    /// with an empty descriptor, to the display's own address. `auth` is the MIT-MAGIC-COOKIE-1 data, may be null. Logs
+    /// and throws xcb_error("Connector") on refusal, time-out or a server without screen or pixmap format.
     Connector(uint32_t display, const Cookie* auth, FileDescriptor socket = {});
     ~Connector();
     Connector(const Connector&) = delete;
@@ -95,7 +97,7 @@ public:
     xcb_atom_t getAtom(std::string_view name, bool onlyIfExists);
     /// The property's reply, empty on failure. `length` is in 32-bit units.
     ReplyPtr<xcb_get_property_reply_t> getPropertyAnyType(xcb_window_t win, xcb_atom_t prop, xcb_atom_t type,
-                                                         uint32_t length);
+                                                          uint32_t length);
     /// The property's type, 0 when the window has no such property.
     xcb_atom_t getPropertyType(xcb_window_t win, xcb_atom_t prop);
     /// The window id that the property holds, 0 when none.
@@ -119,12 +121,14 @@ private:
     };
 
     // Sends one request and waits for its answer; both empty when there was none in time.
-    template <typename Reply, typename Send> ReplyError<Reply> ask(Send send) {
+    template <typename Reply, typename Send>
+    ReplyError<Reply> ask(Send send) {
         const std::scoped_lock lock(mutex_);
         if (unresponsive()) {
             return {};
         }
-        auto [reply, error] = waitReply(send(connection_.get()).sequence);
+        xcb_connection_t* const connection = connection_.get();
+        auto [reply, error] = waitReply(send(connection).sequence);
         return {ReplyPtr<Reply>(static_cast<Reply*>(reply.release())), std::move(error)};
     }
     bool unresponsive();

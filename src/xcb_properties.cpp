@@ -116,7 +116,9 @@ std::vector<ScreenSize> Connector::getScreenSizes() {
     const auto* first = ::xcb_randr_get_screen_info_sizes(reply.get());
     std::vector<ScreenSize> sizes;
     std::transform(first, first + std::min<size_t>(reply->nSizes, held), std::back_inserter(sizes),
-                   [](const auto& size) { return ScreenSize{size.width, size.height, size.mwidth, size.mheight}; });
+                   [](const auto& size) {
+                       return ScreenSize{size.width, size.height, size.mwidth, size.mheight};
+                   });
     return sizes;
 }
 

@@ -47,7 +47,8 @@ TEST_F(Desktop, ProgramsMainWindowIsFittedToTheScreen) {
     config["session:path"] = "/usr/bin/xclock";
     start(config);
     ASSERT_EQ(bus.call("vardSessionRequest", "s",
-                       R"({"username":"alice","password":"x","program":"Term","width":800,"height":600})").number,
+                       R"({"username":"alice","password":"x","program":"Term","width":800,"height":600})")
+                  .number,
               33);
     // Without a window manager the terminal leads itself.
     const auto fitted = [&] {
@@ -77,13 +78,16 @@ TEST_F(Desktop, HashLineIsTheToolsOwn) {
 class ProfileDisk {
 public:
     ProfileDisk() {
-        mustRun("truncate -s 64M /var/tmp/disk.img && sgdisk -n 1:0:0 -t 1:773f91ef-66d4-49b5-bd83-d683bf40ad16 -c 1:alice "
-                "/var/tmp/disk.img");
+        mustRun(
+            "truncate -s 64M /var/tmp/disk.img && sgdisk -n 1:0:0 -t 1:773f91ef-66d4-49b5-bd83-d683bf40ad16 -c 1:alice "
+            "/var/tmp/disk.img");
         device_ = mustRun("losetup --find --show /var/tmp/disk.img | tr -d '\\n'");
         mustRun("partx -a " + device_ + "; mkfs.ext4 -q " + device_ + "p1 && mount " + device_ +
                 "p1 /mnt/pwd && mkdir /mnt/pwd/inside && chown alice /mnt/pwd && umount /mnt/pwd");
     }
-    ~ProfileDisk() { shell("umount /home/alice; partx -d " + device_ + "; losetup -d " + device_ + "; rm /var/tmp/disk.img"); }
+    ~ProfileDisk() {
+        shell("umount /home/alice; partx -d " + device_ + "; losetup -d " + device_ + "; rm /var/tmp/disk.img");
+    }
     ProfileDisk(const ProfileDisk&) = delete;
     ProfileDisk& operator=(const ProfileDisk&) = delete;
 

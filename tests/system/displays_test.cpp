@@ -22,8 +22,9 @@ TEST_F(Displays, SameProgramReusesTheSessionAnotherProgramGetsItsOwn) {
     EXPECT_EQ(signals.upTo("signalProxyAllowConnection").back().args, (std::vector<uint32_t>{33, alice.uid()}));
     EXPECT_EQ(info(33)["pid1"].asInt(), server);
     EXPECT_TRUE(journal.waitFor("startSession: session found, session id: 0x00000021, display: 33"));
-    const auto program = bus.call("vardSessionRequest", "s",
-                                  R"({"username":"alice","password":"x","program":"Clock","sec:tls":false,"domain":"d"})");
+    const auto program =
+        bus.call("vardSessionRequest", "s",
+                 R"({"username":"alice","password":"x","program":"Clock","sec:tls":false,"domain":"d"})");
     EXPECT_EQ(program.number, 34);
     EXPECT_EQ(info(34)["xsession"].asString(), "/usr/bin/xclock");
     EXPECT_FALSE(info(34)["sec:tls"].asBool());
@@ -34,7 +35,8 @@ TEST_F(Displays, SameProgramReusesTheSessionAnotherProgramGetsItsOwn) {
 TEST_F(Displays, LeftoversOfAKilledServerDoNotStandInTheWay) {
     // A SIGKILLed server of another user leaves its socket and a lock that alice may not remove.
     Account mallory("mallory");
-    mustRun("runuser -u mallory -- sh -c 'Xvfb :33 & until [ -S /tmp/.X11-unix/X33 ]; do sleep 0.05; done; kill -9 $!'");
+    mustRun(
+        "runuser -u mallory -- sh -c 'Xvfb :33 & until [ -S /tmp/.X11-unix/X33 ]; do sleep 0.05; done; kill -9 $!'");
     ASSERT_TRUE(exists("/tmp/.X33-lock") && exists("/tmp/.X11-unix/X33"));
     start();
     ASSERT_EQ(bus.login("alice"), 33);
@@ -50,11 +52,15 @@ TEST_F(Displays, LeftoversOfAKilledServerDoNotStandInTheWay) {
 TEST_F(Displays, OccupiedDisplaysArePassedOver) {
     Account mallory("mallory");
     // A live foreign server, a squatter on an abstract name, and a directory in the socket's place.
-    mustRun("runuser -u mallory -- sh -c 'Xvfb :33 >/dev/null 2>&1 & until [ -S /tmp/.X11-unix/X33 ]; do sleep 0.05; done'");
-    mustRun("runuser -u mallory -- perl -MSocket -e 'socket(S,AF_UNIX,SOCK_STREAM,0); bind(S,pack(\"S\",1).\"\\0/tmp/"
-            ".X11-unix/X34\") or die; listen(S,5); if (fork) { exit } close STDOUT; close STDERR; sleep 1000' 2>&1");
+    mustRun(
+        "runuser -u mallory -- sh -c 'Xvfb :33 >/dev/null 2>&1 & until [ -S /tmp/.X11-unix/X33 ]; do sleep 0.05; "
+        "done'");
+    mustRun(
+        "runuser -u mallory -- perl -MSocket -e 'socket(S,AF_UNIX,SOCK_STREAM,0); bind(S,pack(\"S\",1).\"\\0/tmp/"
+        ".X11-unix/X34\") or die; listen(S,5); if (fork) { exit } close STDOUT; close STDERR; sleep 1000' 2>&1");
     mustRun("runuser -u mallory -- mkdir -p /tmp/.X11-unix/X35/x");
-    mustRun("touch /home/mallory/victim; chmod 666 /home/mallory/victim; ln -s /home/mallory/victim /tmp/.X11-unix/X36");
+    mustRun(
+        "touch /home/mallory/victim; chmod 666 /home/mallory/victim; ln -s /home/mallory/victim /tmp/.X11-unix/X36");
     start();
     EXPECT_EQ(bus.login("alice"), 36);
     for (const char* display : {"33", "34", "35"}) {

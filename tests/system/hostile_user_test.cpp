@@ -14,8 +14,8 @@ TEST_F(HostileUser, PlantedFilesAreNotFollowedReadOrWaitedFor) {
     start();
     const std::string log = "/home/alice/.vard/xauth_33.log";
     for (const std::string& plant :
-         std::vector<std::string>{"ln -s /tmp/victim " + log, "mkfifo " + log, "mkdir " + log, "ln -s /proc/kmsg " + log,
-                                  "rmdir /home/alice/.vard; ln -s /etc /home/alice/.vard"}) {
+         std::vector<std::string>{"ln -s /tmp/victim " + log, "mkfifo " + log, "mkdir " + log,
+                                  "ln -s /proc/kmsg " + log, "rmdir /home/alice/.vard; ln -s /etc /home/alice/.vard"}) {
         mustRun("runuser -u alice -- sh -c 'rm -rf /home/alice/.vard; mkdir /home/alice/.vard; " + plant + "'");
         EXPECT_EQ(bus.login("alice"), 33) << plant;
         EXPECT_EQ(info(33)["ntlm"].asString(), "") << plant;

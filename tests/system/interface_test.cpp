@@ -61,7 +61,8 @@ TEST_F(Interface, HostileMessagesGetAnErrorAndTheServiceLives) {
     EXPECT_EQ(bus.call("noSuchMethod").error, "org.freedesktop.DBus.Error.UnknownMethod");
     EXPECT_EQ(bus.call("vardStatus", "s", "surplus").error, "org.freedesktop.DBus.Error.InvalidArgs");
     EXPECT_EQ(bus.call("vardSessionInfoJson").error, "org.freedesktop.DBus.Error.InvalidArgs");
-    EXPECT_EQ(bus.call("busSessionRequest", "ssqqy", "a", "b", 1, 2, 3).error, "org.freedesktop.DBus.Error.InvalidArgs");
+    EXPECT_EQ(bus.call("busSessionRequest", "ssqqy", "a", "b", 1, 2, 3).error,
+              "org.freedesktop.DBus.Error.InvalidArgs");
     for (int i = 0; i < 50; ++i) {
         bus.call("vardSessionRequest", "s", "{");
     }
@@ -74,7 +75,8 @@ TEST_F(Interface, OnlyRootMayCallOrOwnTheName) {
     EXPECT_EQ(shell(call).text, "b true\n");
     EXPECT_NE(shell(asAlice + call).text.find("ccess denied"), std::string::npos);
     service->stop();
-    EXPECT_NE(shell(asAlice + "busctl call org.freedesktop.DBus / org.freedesktop.DBus RequestName su ru.korvex.vard 0").status,
+    EXPECT_NE(shell(asAlice + "busctl call org.freedesktop.DBus / org.freedesktop.DBus RequestName su ru.korvex.vard 0")
+                  .status,
               0);
 }
 

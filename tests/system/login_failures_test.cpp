@@ -98,7 +98,8 @@ TEST_F(LoginFailures, SilentXServerIsPassedOverWhileItStillRuns) {
 
 TEST_F(LoginFailures, XServerThatRefusesTheCookieIsTriedFiveTimes) {
     // It reads another authority file than the one that it was given.
-    start(withServer("xauth -f ~/other add \"$1\" . 00112233 2>/dev/null; exec Xvfb \"$1\" -screen 0 640x480x24 -auth ~/other"));
+    start(withServer(
+        "xauth -f ~/other add \"$1\" . 00112233 2>/dev/null; exec Xvfb \"$1\" -screen 0 640x480x24 -auth ~/other"));
     expectFailedStart("startSession: exception: Connector, attempts left: 1");
     for (const char* left : {"5", "4", "3", "2"}) {
         EXPECT_EQ(journal.count(std::string("attempts left: ") + left), 1U);
@@ -139,7 +140,8 @@ TEST_F(LoginFailures, MissingHomeIsAWarningAndTheSizeIsRepeated) {
     EXPECT_TRUE(journal.waitFor("switchToUser: chdir failed"));
     ASSERT_EQ(info(33)["width"].asInt(), 800);
     // A desktop without a home sets the size back; three seconds later it is right again.
-    const std::string xrandr = "runuser -u alice -- env XAUTHORITY=/run/vard/xauth_33 xrandr --display :33 --size 640x480";
+    const std::string xrandr =
+        "runuser -u alice -- env XAUTHORITY=/run/vard/xauth_33 xrandr --display :33 --size 640x480";
     mustRun("mv /home/elsewhere /home/alice; " + xrandr);
     EXPECT_TRUE(waitUntil([&] { return info(33)["width"].asInt() == 800; }));
     mustRun(xrandr);

@@ -39,14 +39,16 @@ TEST_F(Login, DefaultConfigurationGivesAnXorgDesktopUnderTheUser) {
     EXPECT_EQ(session["gecos"].asString(), "Test Person");
     EXPECT_TRUE(session["sec:nla"].asBool() && session["sec:auth"].asBool());
     const auto server = session["pid1"].asInt();
-    EXPECT_EQ(readFile("/proc/" + std::to_string(server) + "/cmdline").substr(0, 21), std::string("/usr/lib/xorg/Xorg\0:", 20) + "3");
+    EXPECT_EQ(readFile("/proc/" + std::to_string(server) + "/cmdline").substr(0, 21),
+              std::string("/usr/lib/xorg/Xorg\0:", 20) + "3");
     const std::string id = std::to_string(alice.uid());
     EXPECT_EQ(status(server, "Uid"), id + "\t" + id + "\t" + id + "\t" + id);
     EXPECT_EQ(shell("stat -c '%a %U' /tmp/.X11-unix/X33").text, "700 alice\n");
     EXPECT_EQ(shell("stat -c '%a %U %G %s' /run/vard/xauth_33").text, "440 alice vard-xauth 69\n");
     EXPECT_EQ(shell("stat -c '%a %U %G' " + session["runtimedir"].asString()).text, "700 alice alice\n");
-    EXPECT_NE(shell("runuser -u alice -- env XAUTHORITY=/run/vard/xauth_33 xdpyinfo -display :33").text.find("1280x1024"),
-              std::string::npos);
+    EXPECT_NE(
+        shell("runuser -u alice -- env XAUTHORITY=/run/vard/xauth_33 xdpyinfo -display :33").text.find("1280x1024"),
+        std::string::npos);
     EXPECT_NE(shell("runuser -u alice -- env XAUTHORITY=/nonexistent xdpyinfo -display :33").status, 0);
     const auto audit = journal.audit("VARD:SessionLogin=\"alice\"", 1);
     ASSERT_EQ(audit.size(), 1U);
@@ -93,7 +95,8 @@ TEST_F(Login, SupervisorKeepsNothingOfTheService) {
     EXPECT_TRUE(waitUntil([&] { return status(supervisor, "Uid") == id + "\t" + id + "\t" + id + "\t" + id; }));
     EXPECT_EQ(status(supervisor, "Groups").find("0 "), std::string::npos);
     EXPECT_EQ(readFile("/proc/" + std::to_string(supervisor) + "/cmdline").find("vard_manager"), 0U);
-    EXPECT_EQ(readFile("/proc/" + std::to_string(supervisor) + "/cmdline").find(Service::configFile), std::string::npos);
+    EXPECT_EQ(readFile("/proc/" + std::to_string(supervisor) + "/cmdline").find(Service::configFile),
+              std::string::npos);
     // Neither the bus nor another session's X server nor the service's terminal: at most the journal's socket.
     EXPECT_EQ(shell("ls -l /proc/" + std::to_string(supervisor) + "/fd | grep -c -v -e null -e total").text, "1\n")
         << shell("ls -l /proc/" + std::to_string(supervisor) + "/fd").text;
@@ -106,12 +109,13 @@ TEST_F(Login, SupervisorKeepsNothingOfTheService) {
 
 TEST_F(Login, PamAccountComesBeforeThePasswordAndTheSessionIsOpenedAndClosed) {
     writeFile("/usr/local/bin/record", "#!/bin/sh\necho \"$PAM_TYPE $PAM_USER\" >> /tmp/pam.log\n", 0755);
-    writeFile("/etc/pam.d/recorded", "auth required pam_exec.so quiet /usr/local/bin/record\n"
-                                     "auth required pam_unix.so nodelay\n"
-                                     "account required pam_exec.so quiet /usr/local/bin/record\n"
-                                     "account required pam_unix.so\n"
-                                     "session required pam_exec.so quiet /usr/local/bin/record\n"
-                                     "session required pam_env.so user_readenv=0 conffile=/etc/pam.env\n");
+    writeFile("/etc/pam.d/recorded",
+              "auth required pam_exec.so quiet /usr/local/bin/record\n"
+              "auth required pam_unix.so nodelay\n"
+              "account required pam_exec.so quiet /usr/local/bin/record\n"
+              "account required pam_unix.so\n"
+              "session required pam_exec.so quiet /usr/local/bin/record\n"
+              "session required pam_env.so user_readenv=0 conffile=/etc/pam.env\n");
     writeFile("/etc/pam.env", "FROM_PAM DEFAULT=yes\n");
     auto config = testConfig();
     config["pam:service"] = "recorded";

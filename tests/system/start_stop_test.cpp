@@ -73,7 +73,8 @@ TEST_F(StartStop, SecondInstanceRefusesBeforeItTouchesAnything) {
     start();
     const auto second = program(std::string("--config ") + Service::configFile);
     EXPECT_EQ(second.status, 0);
-    EXPECT_NE(second.text.find("exception: ru.korvex.vard is owned by another instance"), std::string::npos) << second.text;
+    EXPECT_NE(second.text.find("exception: ru.korvex.vard is owned by another instance"), std::string::npos)
+        << second.text;
     EXPECT_EQ(readFile("/run/vard/vard_service.pid"), std::to_string(service->pid()));
     EXPECT_TRUE(bus.call("vardStatus").ok());
 }

@@ -55,7 +55,7 @@ sd_bus_message* Bus::newCall(const char* interface, const char* method) {
 
 Reply Bus::send(sd_bus_message* message) {
     const MessageOwner call(message);
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};
     sd_bus_message* answer = nullptr;
     const int result = sd_bus_call(bus_.get(), message, callLimit, &error, &answer);
     const MessageOwner owner(answer);

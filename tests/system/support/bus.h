@@ -18,8 +18,8 @@ inline constexpr const char* busPath = "/ru/korvex/vard";
 /// What a call was answered with.
 struct Reply {
     std::string error; ///< the error's name; empty for a result
-    std::string text;  ///< the error's text, or a string result
-    std::string type;  ///< the result's signature
+    std::string text; ///< the error's text, or a string result
+    std::string type; ///< the result's signature
     int64_t number = 0; ///< an integer or boolean result
 
     [[nodiscard]] bool ok() const { return error.empty(); }
@@ -39,7 +39,8 @@ public:
     Bus();
 
     /// Calls a method of the service's interface; arguments as sd-bus takes them.
-    template <typename... Args> Reply call(const char* method, const char* types = "", Args... args) {
+    template <typename... Args>
+    Reply call(const char* method, const char* types = "", Args... args) {
         return callInterface(busName, method, types, args...);
     }
     template <typename... Args>
@@ -74,8 +75,8 @@ public:
     Signals(const Signals&) = delete;
     Signals& operator=(const Signals&) = delete;
 
-    /// Waits for a signal of that name and takes everything up to it away; what was taken, in order. Throws when it does not
-    /// come.
+    /// Waits for a signal of that name and takes everything up to it away; what was taken, in order. Throws when it
+    /// does not come.
     std::vector<Signal> upTo(const std::string& name);
 
 private:

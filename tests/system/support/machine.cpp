@@ -117,7 +117,7 @@ Account::~Account() {
 }
 
 std::string Account::script(const std::string& file, const std::string& body) const {
-    const std::string path = home() + "/" + file;
+    std::string path = home() + "/" + file;
     writeFile(path, "#!/bin/bash\n" + body + "\n", 0755);
     return path;
 }

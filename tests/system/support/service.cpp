@@ -85,8 +85,8 @@ std::vector<std::string> Journal::audit(const std::string& text, size_t atLeast)
 Json::Value testConfig() {
     Json::Value config(Json::objectValue);
     config["xvfb:path"] = "/usr/bin/Xvfb";
-    for (const char* word : {":%{display}", "-screen", "0", "%{width}x%{height}x%{depth}", "-auth", "%{authfile}",
-                             "-nolisten", "tcp"}) {
+    for (const char* word :
+         {":%{display}", "-screen", "0", "%{width}x%{height}x%{depth}", "-auth", "%{authfile}", "-nolisten", "tcp"}) {
         config["xvfb:args"].append(word);
     }
     config["debug:level"] = "debug";
@@ -116,7 +116,8 @@ Service::~Service() {
     if (running()) {
         ::kill(pid_, SIGKILL);
         wait();
-        shell("pkill -KILL Xvfb; pkill -KILL Xorg; pkill -KILL vard_manager"); // orphans, on a machine of the test's own
+        shell(
+            "pkill -KILL Xvfb; pkill -KILL Xorg; pkill -KILL vard_manager"); // orphans, on a machine of the test's own
     }
 }
 
@@ -156,7 +157,8 @@ ServiceTest::~ServiceTest() {
     shell("rm -rf /run/vard /tmp/.X*-lock /tmp/.X11-unix/*");
 }
 
-// The service's first look at the file, seconds after its start, only records the time: changed once more, it is noticed.
+// The service's first look at the file, seconds after its start, only records the time: changed once more, it is
+// noticed.
 bool ServiceTest::reload(const std::string& text, const std::string& logged) {
     const auto before = journal.count(logged);
     auto changeAgain = std::chrono::steady_clock::now();
