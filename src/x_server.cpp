@@ -75,7 +75,10 @@ bool claimDisplay(unsigned display, const fs::path& socket) {
     if (file != Socket::Probe::Absent && !removeLeftover(display, socket)) {
         return false;
     }
-    return removeLeftover(display, "/tmp/.X" + std::to_string(display) + "-lock");
+    // The compiled keymap too: a server that may not replace another user's does not start.
+    const std::string number = std::to_string(display);
+    return removeLeftover(display, "/tmp/.X" + number + "-lock") &&
+           removeLeftover(display, "/tmp/server-" + number + ".xkm");
 }
 
 } // namespace Vard

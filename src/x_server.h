@@ -19,9 +19,10 @@ std::list<std::string> serverArguments(const std::list<std::string>& templates, 
                                        const std::filesystem::path& authfile);
 
 /// Makes sure that a display is free for a new X server: true when nobody answers on its socket `socket` (file and
-/// abstract name), after removing what a dead server left (the socket, the lock file /tmp/.X<N>-lock), so that the new
-/// server can start at once. False, after a warning under "startSession" that names the display, when somebody answers
-/// there or the leftovers cannot be removed. Never follows a link. Never blocks.
+/// abstract name), after removing what a dead server left (the socket, the lock file /tmp/.X<N>-lock, the keymap
+/// /tmp/server-<N>.xkm), so that the new server can start at once. False, after a warning under "startSession" that
+/// names the display, when somebody answers there or the leftovers cannot be removed. Never follows a link. Never
+/// blocks.
 bool claimDisplay(unsigned display, const std::filesystem::path& socket);
 
 } // namespace Vard

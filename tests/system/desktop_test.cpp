@@ -74,29 +74,29 @@ TEST_F(Desktop, HashLineIsTheToolsOwn) {
     EXPECT_EQ(shell("stat -c '%a %U' /home/alice/.vard /home/alice/.vard/xauth_33.log").text, "700 alice\n640 alice\n");
 }
 
-/// A disk image with a profile partition, on a loop device of the machine that must be given back.
-class ProfileDisk {
+/// A loop device over an image file. Loop devices are the host's: it must be given back whatever happens.
+class LoopDevice {
 public:
-    ProfileDisk() {
-        mustRun(
-            "truncate -s 64M /var/tmp/disk.img && sgdisk -n 1:0:0 -t 1:773f91ef-66d4-49b5-bd83-d683bf40ad16 -c 1:alice "
-            "/var/tmp/disk.img");
-        device_ = mustRun("losetup --find --show /var/tmp/disk.img | tr -d '\\n'");
-        mustRun("partx -a " + device_ + "; mkfs.ext4 -q " + device_ + "p1 && mount " + device_ +
-                "p1 /mnt/pwd && mkdir /mnt/pwd/inside && chown alice /mnt/pwd && umount /mnt/pwd");
-    }
-    ~ProfileDisk() {
-        shell("umount /home/alice; partx -d " + device_ + "; losetup -d " + device_ + "; rm /var/tmp/disk.img");
-    }
-    ProfileDisk(const ProfileDisk&) = delete;
-    ProfileDisk& operator=(const ProfileDisk&) = delete;
+    explicit LoopDevice(const std::string& image)
+        : name_(mustRun("losetup --find --show " + image + " | tr -d '\\n'")) {}
+    ~LoopDevice() { shell("umount /home/alice; partx -d " + name_ + "; losetup -d " + name_); }
+    LoopDevice(const LoopDevice&) = delete;
+    LoopDevice& operator=(const LoopDevice&) = delete;
+
+    [[nodiscard]] const std::string& name() const { return name_; }
 
 private:
-    std::string device_;
+    std::string name_;
 };
 
 TEST_F(Desktop, ProfilePartitionIsTheHomeWhileTheSessionLives) {
-    const ProfileDisk disk;
+    mustRun(
+        "truncate -s 64M /var/tmp/disk.img && sgdisk -n 1:0:0 -t 1:773f91ef-66d4-49b5-bd83-d683bf40ad16 -c 1:alice "
+        "/var/tmp/disk.img");
+    const LoopDevice disk("/var/tmp/disk.img");
+    mustRun("partx -a " + disk.name() + "; mkfs.ext4 -q " + disk.name() + "p1 && mkdir -p /var/tmp/disk && mount " +
+            disk.name() +
+            "p1 /var/tmp/disk && mkdir /var/tmp/disk/inside && chown alice /var/tmp/disk && umount /var/tmp/disk");
     auto config = testConfig();
     config["pvol:enable"] = true;
     config["pvol:fstype"] = "no-such-file-system";

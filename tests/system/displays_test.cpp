@@ -36,8 +36,10 @@ TEST_F(Displays, LeftoversOfAKilledServerDoNotStandInTheWay) {
     // A SIGKILLed server of another user leaves its socket and a lock that alice may not remove.
     Account mallory("mallory");
     mustRun(
-        "runuser -u mallory -- sh -c 'Xvfb :33 & until [ -S /tmp/.X11-unix/X33 ]; do sleep 0.05; done; kill -9 $!; wait $!; true'");
+        "runuser -u mallory -- sh -c 'Xvfb :33 & until [ -S /tmp/.X11-unix/X33 ]; do sleep 0.05; done; kill -9 $!; "
+        "wait $!; true'");
     ASSERT_TRUE(exists("/tmp/.X33-lock") && exists("/tmp/.X11-unix/X33"));
+    mustRun("runuser -u mallory -- touch /tmp/server-33.xkm"); // its compiled keymap, when it is killed early
     start();
     ASSERT_EQ(bus.login("alice"), 33);
     EXPECT_EQ(shell("stat -c '%a %U' /tmp/.X11-unix/X33").text, "700 alice\n");

@@ -1,7 +1,7 @@
 // The X server's command line, and how a request finds its mode and a window its size.
+#include "x_server.h"
 #include "screen_mode.h"
 #include "window_fitting.h"
-#include "x_server.h"
 
 #include <gtest/gtest.h>
 
@@ -14,9 +14,9 @@ using namespace Vard;
 TEST(XServer, BuiltInArgumentsAreFilledIn) {
     const auto args = serverArguments({}, 33, 24, 1280, 1024, "/run/vard/xauth_33");
     const std::list<std::string> expected{
-        ":33",        "-nolisten", "tcp",    "-logfile",   "/dev/null", "-auth",      "/run/vard/xauth_33",
-        "-config",    "vard.conf", "-depth", "24",         "+extension", "DAMAGE",     "+extension",
-        "MIT-SHM",    "+extension", "RANDR", "+extension", "XFIXES",    "+extension", "XTEST"};
+        ":33",     "-nolisten",  "tcp",    "-logfile",   "/dev/null",  "-auth",      "/run/vard/xauth_33",
+        "-config", "vard.conf",  "-depth", "24",         "+extension", "DAMAGE",     "+extension",
+        "MIT-SHM", "+extension", "RANDR",  "+extension", "XFIXES",     "+extension", "XTEST"};
     EXPECT_EQ(args, expected);
     EXPECT_EQ(serverArguments({"%{display}x%{display}", "%{width}x%{height}x%{depth}"}, 40, 16, 800, 600, ""),
               (std::list<std::string>{"40x40", "800x600x16"}));
@@ -32,7 +32,8 @@ TEST(XServer, OnlyTwoDepthsAreStarted) {
 }
 
 TEST(ScreenMode, RequestGetsItselfOrTheLargestAboveIt) {
-    const std::vector<Xcb::ScreenSize> sizes{{800, 600, 0, 0}, {1280, 1024, 0, 0}, {1920, 1080, 0, 0}, {1080, 1920, 0, 0}};
+    const std::vector<Xcb::ScreenSize> sizes{
+        {800, 600, 0, 0}, {1280, 1024, 0, 0}, {1920, 1080, 0, 0}, {1080, 1920, 0, 0}};
     EXPECT_EQ(chooseScreenMode(sizes, {1280, 1024}), (ScreenMode{1280, 1024}));
     EXPECT_EQ(chooseScreenMode(sizes, {1366, 768}), (ScreenMode{1920, 1080})) << "of equals the first";
     EXPECT_EQ(chooseScreenMode(sizes, {2560, 1600}), (ScreenMode{2560, 1600}));

@@ -26,11 +26,12 @@ class Server {
 public:
     Server() {
         const auto record = xauthorityRecord("vardbox", display, cookie);
-        std::ofstream("/tmp/auth", std::ios::binary).write(reinterpret_cast<const char*>(record.data()),
-                                                           static_cast<std::streamsize>(record.size()));
+        std::ofstream("/tmp/auth", std::ios::binary)
+            .write(reinterpret_cast<const char*>(record.data()), static_cast<std::streamsize>(record.size()));
         pid = ::fork();
         if (pid == 0) {
-            ::execl("/usr/bin/Xvfb", "Xvfb", ":71", "-screen", "0", "800x600x24", "-auth", "/tmp/auth", "-noreset", nullptr);
+            ::execl("/usr/bin/Xvfb", "Xvfb", ":71", "-screen", "0", "800x600x24", "-auth", "/tmp/auth", "-noreset",
+                    nullptr);
             ::_exit(127);
         }
         EXPECT_TRUE(Utils::waitSocketSec("/tmp/.X11-unix/X71", 30));
@@ -58,8 +59,10 @@ protected:
         sync();
         return window;
     }
-    void setProperty(xcb_window_t window, const char* name, xcb_atom_t type, uint8_t format, uint32_t count, const void* data) {
-        ::xcb_change_property(client, XCB_PROP_MODE_REPLACE, window, xcb.getAtom(name, false), type, format, count, data);
+    void setProperty(xcb_window_t window, const char* name, xcb_atom_t type, uint8_t format, uint32_t count,
+                     const void* data) {
+        ::xcb_change_property(client, XCB_PROP_MODE_REPLACE, window, xcb.getAtom(name, false), type, format, count,
+                              data);
         sync();
     }
     void sync() { std::free(::xcb_get_input_focus_reply(client, ::xcb_get_input_focus(client), nullptr)); }
@@ -67,7 +70,8 @@ protected:
 
     Server server;
     Connector xcb{display, &server.cookie};
-    xcb_auth_info_t auth{18, const_cast<char*>("MIT-MAGIC-COOKIE-1"), 32, reinterpret_cast<char*>(server.cookie.data())};
+    xcb_auth_info_t auth{18, const_cast<char*>("MIT-MAGIC-COOKIE-1"), 32,
+                         reinterpret_cast<char*>(server.cookie.data())};
     xcb_connection_t* client = ::xcb_connect_to_display_with_auth_info(":71", &auth, nullptr);
 };
 

@@ -1,0 +1,35 @@
+// Mandatory labels, with stand-ins that record what is asked of the platform's libraries.
+#include "parsec.h"
+
+#include "child_waits.h"
+#include "process.h"
+#include "scratch.h"
+
+namespace {
+
+using namespace Vard;
+
+class ParsecLabels : public Scratch::Machine {
+protected:
+    static std::string calls() { return Scratch::run("cat /tmp/parsec.log"); }
+};
+
+TEST_F(ParsecLabels, LevelsAreReadPerUser) {
+    ASSERT_TRUE(Parsec::available()) << "the stand-ins must be in the library path";
+    EXPECT_EQ(Parsec::userIntegrity(1), 61U);
+    EXPECT_FALSE(Parsec::userIntegrity(2));
+    const auto labels = Parsec::userLabels(1);
+    ASSERT_TRUE(labels);
+    EXPECT_EQ(labels->min.level + 10 * labels->min.categories + 100 * labels->max.level + 1000 * labels->max.categories,
+              4321U);
+}
+
+TEST_F(ParsecLabels, ProgramsStartUnderTheUsersLevelWithEverythingElseZero) {
+    Scratch::run("rm -f /tmp/parsec.log");
+    EXPECT_EQ(waitProcessPid(Utils::runChildProcess("/bin/true", {}, "daemon", {})), 0);
+    EXPECT_EQ(calls(),
+              "pdp_init 0\npdp_get_pid 0\npdpl_set_ilev 61\npdpl_set_lev 0\npdpl_set_cat 0\npdpl_set_type 0\n"
+              "pdp_set_pid 0\npdp_release 0\n");
+}
+
+} // namespace
