@@ -18,6 +18,8 @@ constexpr size_t stackSize = 2 << 20; // the sanitizers' own frames are large
 constexpr size_t stackSize = 256 << 10;
 #endif
 
+} // namespace
+
 void runGuarded(const char* name, const std::function<void()>& task) noexcept {
     try {
         task();
@@ -27,8 +29,6 @@ void runGuarded(const char* name, const std::function<void()>& task) noexcept {
         Syslog::error("%s: exception: %s", name, "unknown");
     }
 }
-
-} // namespace
 
 BackgroundTasks::~BackgroundTasks() {
     std::unique_lock lock(mutex_);

@@ -39,6 +39,9 @@ private:
     bool stopping_ = false;
 };
 
+/// Runs `task`; an exception that leaves it is logged under `name`. Any thread.
+void runGuarded(const char* name, const std::function<void()>& task) noexcept;
+
 /// Gives threads created from now on stacks of 256 KiB instead of the system's 8 MiB. Called once at the start.
 void useSmallThreadStacks();
 

@@ -175,7 +175,8 @@ void DBusService::reloadConfig(const std::string& path) {
     }
     const auto fresh = std::make_shared<const JsonConfig>(value);
     {
-        const std::scoped_lock lock(configLock_);
+        // A session start holds the table's lock: it sees one configuration from top to bottom.
+        const std::scoped_lock lock(table_.mutex(), configLock_);
         config_ = fresh;
     }
     setDebugLevel(fresh->settingString("debug:level", "info"));

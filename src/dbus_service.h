@@ -201,6 +201,8 @@ private:
     StartRequest desktopRequest(const std::string& user, const std::string& password) const;
     SessionPtr startSession(const StartRequest& request);
     void admit(const SessionPtr& session, const std::string& password, const std::string& domain, bool ntlmv2);
+    int32_t requestDesktop(const std::string& user, const std::string& domain, const std::string& pass,
+                           unsigned char depth, unsigned short width, unsigned short height);
     bool chooseProgram(const std::string& name, StartRequest& request) const;
     void applySecurity(Session& session, const JsonConfig& json);
     bool checkCredentials(const std::string& service, const std::string& user, const std::string& pass);

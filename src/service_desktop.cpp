@@ -84,8 +84,9 @@ void DBusService::sessionCorrectMainWindowSize(const SessionPtr& session) {
             if (session->ended || !tasks_.sleep(fittingPause)) {
                 return;
             }
-            fitWindows(*xcb);
-            debug("%s: wait next iteration: %d", "sessionCorrectMainWindowSize", counter);
+            if (fitWindows(*xcb)) {
+                debug("%s: wait next iteration: %d", "sessionCorrectMainWindowSize", counter);
+            }
         }
         logWindows(*xcb);
     });

@@ -66,28 +66,8 @@ void DBusService::admit(const SessionPtr& session, const std::string& password, 
     emitSignal([&] { signalProxyAllowConnection(session->sid, session->uid); });
 }
 
-int32_t DBusService::busSessionRequest(const std::string& user, const std::string& pass, const uint8_t& depth,
-                                       const uint16_t& width, const uint16_t& height) {
-    const PasswordGuard guard(pass);
-    notice("%s: user: %s, depth: %u, width: %u, height: %u", "busSessionRequest", user.c_str(), depth, width, height);
-    auto request = desktopRequest(user, pass);
-    request.depth = depth;
-    request.width = width;
-    request.height = height;
-    const auto session = startSession(request);
-    if (!session) {
-        return requestFailed;
-    }
-    admit(session, pass, "", false);
-    return static_cast<int32_t>(session->sid);
-}
-
-int32_t DBusService::busSessionDomainRequest(const std::string& user, const std::string& domain,
-                                             const std::string& pass, const uint8_t& depth, const uint16_t& width,
-                                             const uint16_t& height) {
-    const PasswordGuard guard(pass);
-    notice("%s: user: %s, domain: `%s', depth: %u, width: %u, height: %u", "busSessionDomainRequest", user.c_str(),
-           domain.c_str(), depth, width, height);
+int32_t DBusService::requestDesktop(const std::string& user, const std::string& domain, const std::string& pass,
+                                    unsigned char depth, unsigned short width, unsigned short height) {
     auto request = desktopRequest(user, pass);
     request.depth = depth;
     request.width = width;
@@ -98,6 +78,22 @@ int32_t DBusService::busSessionDomainRequest(const std::string& user, const std:
     }
     admit(session, pass, domain, false);
     return static_cast<int32_t>(session->sid);
+}
+
+int32_t DBusService::busSessionRequest(const std::string& user, const std::string& pass, const uint8_t& depth,
+                                       const uint16_t& width, const uint16_t& height) {
+    const PasswordGuard guard(pass);
+    notice("%s: user: %s, depth: %u, width: %u, height: %u", "busSessionRequest", user.c_str(), depth, width, height);
+    return requestDesktop(user, "", pass, depth, width, height);
+}
+
+int32_t DBusService::busSessionDomainRequest(const std::string& user, const std::string& domain,
+                                             const std::string& pass, const uint8_t& depth, const uint16_t& width,
+                                             const uint16_t& height) {
+    const PasswordGuard guard(pass);
+    notice("%s: user: %s, domain: `%s', depth: %u, width: %u, height: %u", "busSessionDomainRequest", user.c_str(),
+           domain.c_str(), depth, width, height);
+    return requestDesktop(user, domain, pass, depth, width, height);
 }
 
 int32_t DBusService::vardSessionRequest(const std::string& params) {

@@ -31,13 +31,7 @@ struct PeriodicTask {
             return;
         }
         last = now;
-        try {
-            run();
-        } catch (const std::exception& err) {
-            Syslog::error("%s: exception: %s", name, err.what());
-        } catch (...) {
-            Syslog::error("%s: exception: %s", name, "unknown");
-        }
+        runGuarded(name, run);
     }
 };
 

@@ -17,8 +17,15 @@ void tellToEnd(const ProcessHandle& process, const char* what) {
 
 } // namespace
 
-// The children are reaped by those who wait for them. The X connection and the PAM transaction go after this.
+// The X connection goes after the children were told, then the PAM transaction.
 Session::~Session() {
+    endChildren();
+    xcb.reset();
+    pam.reset();
+}
+
+// Whoever waits for the children reaps them.
+void Session::endChildren() {
     const std::scoped_lock guard(lock);
     tellToEnd(pid3, "connector");
     tellToEnd(pid2, "xsession");
@@ -33,8 +40,6 @@ Session::~Session() {
             unmountProfile(mounted);
         }
     }
-    xcb.reset();
-    pam.reset();
 }
 
 std::list<std::string> Session::environments() const {

@@ -51,8 +51,8 @@ struct Session {
     std::string domain;
     std::string remoteaddr;
     Secret ntlm; ///< the NTLM hash line
-    uint32_t uid = static_cast<uint32_t>(-1);
-    uint32_t gid = static_cast<uint32_t>(-1);
+    uint32_t uid = 0;
+    uint32_t gid = 0;
     uint32_t display = 0;
     uint32_t sid = 0; ///< the session id, equal to the display
     uint32_t durationLimit = 0; ///< seconds, 0: none
@@ -72,6 +72,8 @@ struct Session {
     std::atomic<bool> ended{false}; ///< out of the table: work that still holds the record is to end soon
 
 private:
+    void endChildren();
+
     BackgroundTasks& tasks_;
 };
 

@@ -37,15 +37,15 @@ bool fillsScreen(const WindowTraits& traits) {
     return traits.hasIcon && traits.instance == "libreoffice";
 }
 
-void fitWindows(Xcb::Connector& xcb) {
+bool fitWindows(Xcb::Connector& xcb) {
     const auto windows = xcb.getWindows();
     if (windows.empty()) {
         Syslog::warning("%s: windows not found", func);
-        return;
+        return false;
     }
     const auto root = xcb.getWindowGeometry(xcb.windowRoot());
     if (root.width == 0) {
-        return; // the server does not answer
+        return true; // the server does not answer
     }
     for (const auto win : windows) {
         const auto size = xcb.getWindowGeometry(win);
@@ -55,6 +55,7 @@ void fitWindows(Xcb::Connector& xcb) {
         xcb.setWindowGeometry(win, 0, 0, root.width, root.height);
         Syslog::debug("%s: window id: 0x%08x resized", func, win);
     }
+    return true;
 }
 
 void logWindows(Xcb::Connector& xcb) {

@@ -21,8 +21,8 @@ struct WindowTraits {
 bool fillsScreen(const WindowTraits& traits);
 
 /// One pass over the top-level windows: each that is to fill the screen and does not yet is moved to 0,0 and resized to
-/// the root window's size. Logs under "sessionCorrectMainWindowSize".
-void fitWindows(Xcb::Connector& xcb);
+/// the root window's size. False when there are none. Logs under "sessionCorrectMainWindowSize".
+bool fitWindows(Xcb::Connector& xcb);
 
 /// Logs every top-level window with its size, at debug level.
 void logWindows(Xcb::Connector& xcb);
