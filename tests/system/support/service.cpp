@@ -65,21 +65,15 @@ bool Journal::waitFor(const std::string& text) {
     return waitUntil([&] { return has(text); });
 }
 
-std::vector<std::string> Journal::audit(const std::string& text, size_t atLeast) {
-    std::vector<std::string> found;
-    waitUntil([&] {
-        found.clear();
-        for (const auto& entry : entries()) {
-            const auto transport = entry.find("_TRANSPORT");
-            const auto message = entry.find("MESSAGE");
-            if (transport != entry.end() && transport->second == "audit" && message != entry.end() &&
-                message->second.find(text) != std::string::npos) {
-                found.push_back(message->second);
-            }
-        }
-        return found.size() >= atLeast;
+bool Journal::audit(const std::string& record, const std::string& result, size_t atLeast) {
+    return waitUntil([&] {
+        auto all = entries();
+        return std::ranges::count_if(all, [&](auto& entry) {
+                   const auto& message = entry["MESSAGE"];
+                   return entry["_TRANSPORT"] == "audit" && message.find(record) != std::string::npos &&
+                          message.find(result) != std::string::npos;
+               }) >= static_cast<std::ptrdiff_t>(atLeast);
     });
-    return found;
 }
 
 Json::Value testConfig() {

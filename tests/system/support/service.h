@@ -34,8 +34,9 @@ public:
     bool has(const std::string& text) { return count(text) > 0; }
     /// Waits until a message contains the text.
     bool waitFor(const std::string& text);
-    /// The kernel's audit messages that contain the text; waits until there are `atLeast` of them.
-    std::vector<std::string> audit(const std::string& text, size_t atLeast);
+    /// Waits until the kernel's audit messages hold `atLeast` that contain both texts. The kernel has one audit log:
+    /// records of a test on another machine may be among them.
+    bool audit(const std::string& record, const std::string& result, size_t atLeast = 1);
 
 private:
     sd_journal* journal_ = nullptr;
