@@ -51,6 +51,13 @@ TEST_F(Interface, TellsThatItIsAliveAndItsVersion) {
     EXPECT_TRUE(journal.waitFor("vardTest send ping version success"));
 }
 
+TEST_F(Interface, MethodsOfLaterVersionsSaySo) {
+    EXPECT_EQ(bus.call("vardSessions").error, "org.freedesktop.DBus.Error.NotSupported");
+    EXPECT_EQ(bus.call("vardSendNotify", "ussy", 33U, "a", "b", 1).error, "org.freedesktop.DBus.Error.NotSupported");
+    EXPECT_EQ(bus.call("busProgramRequest", "sssqqs", "a", "", "b", 1, 2, "c").error,
+              "org.freedesktop.DBus.Error.NotSupported");
+}
+
 TEST_F(Interface, HostileMessagesGetAnErrorAndTheServiceLives) {
     // Under our own policy such a message does not even arrive.
     EXPECT_EQ(bus.callInterface(nullptr, "vardStatus").error, "org.freedesktop.DBus.Error.AccessDenied");
