@@ -10,6 +10,7 @@ class Configuration : public ServiceTest {};
 TEST_F(Configuration, EntriesNameTheLoggerAndKeepToTheLevel) {
     start();
     bus.call("busSetDebugLevel", "s", "info");
+    ASSERT_TRUE(journal.waitFor("busSetDebugLevel: level: info")); // and with it all that came before
     const auto before = journal.count("vardStatus");
     bus.call("vardStatus");
     bus.call("busSetDebugLevel", "s", "DEBUG");

@@ -5,7 +5,7 @@
 #include "scratch.h"
 #include "user_database.h"
 
-#include <sys/resource.h>
+#include <pthread.h>
 #include <sys/wait.h>
 
 #include <atomic>
@@ -130,13 +130,15 @@ TEST_F(Processes, CollectingTakesOneLookForHundredsOfChildren) {
 
 TEST_F(Processes, ChildrenAreWaitedForWithoutThreads) {
     BackgroundTasks tasks;
-    rlimit before{};
-    ::getrlimit(RLIMIT_AS, &before);
-    const pid_t pid = startSleep("0");
-    const rlimit tight{1, before.rlim_max}; // no memory for a stack
-    ::setrlimit(RLIMIT_AS, &tight);
-    ChildWait child(tasks, pid);
-    ::setrlimit(RLIMIT_AS, &before);
+    pthread_attr_t before;
+    pthread_attr_t impossible;
+    ::pthread_getattr_default_np(&before);
+    ::pthread_attr_init(&impossible);
+    ::pthread_attr_setstacksize(&impossible, size_t{1} << 46); // no thread gets a stack of that size
+    ASSERT_EQ(::pthread_setattr_default_np(&impossible), 0);
+    EXPECT_FALSE(tasks.run("test", [] {}));
+    ChildWait child(tasks, startSleep("0"));
+    ::pthread_setattr_default_np(&before);
     EXPECT_EQ(child.getWithin(20s, "test"), 0);
     EXPECT_FALSE(child.valid());
 }
