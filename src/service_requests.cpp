@@ -14,17 +14,11 @@ namespace {
 
 constexpr int requestFailed = -1;
 
-/// Wipes a password that the bus library made for this one call, however the call ends.
-class PasswordGuard {
+/// Wipes a password that the bus library made for this one call, however the call ends. The library's variable is no
+/// constant; it only hands it over as one.
+class PasswordGuard : Utils::WipeGuard<std::string> {
 public:
-    // The library's variable is no constant; it only hands it over as one.
-    explicit PasswordGuard(const std::string& password) : password_(const_cast<std::string&>(password)) {} // NOLINT
-    PasswordGuard(const PasswordGuard&) = delete;
-    PasswordGuard& operator=(const PasswordGuard&) = delete;
-    ~PasswordGuard() { Utils::wipe(password_); }
-
-private:
-    std::string& password_;
+    explicit PasswordGuard(const std::string& password) : WipeGuard(const_cast<std::string&>(password)) {} // NOLINT
 };
 
 /// Reads a number of a request into its type's range; logs and answers false when it lies outside.

@@ -21,16 +21,6 @@ namespace {
 
 constexpr auto leaseWait = 1s;
 
-/// Bytes that are wiped when they go.
-struct SecretBytes {
-    SecretBytes() = default;
-    SecretBytes(const SecretBytes&) = delete;
-    SecretBytes& operator=(const SecretBytes&) = delete;
-    ~SecretBytes() { Utils::wipe(value); }
-
-    std::vector<uint8_t> value;
-};
-
 } // namespace
 
 DBusService::SessionPtr DBusService::startSession(const std::string& user, const std::string& password,
@@ -148,12 +138,13 @@ DBusService::SessionPtr DBusService::buildSession(const StartRequest& request, s
     if (config()->settingBoolean("pvol:enable", false)) {
         sessionMountProfile(session.get());
     }
-    SecretBytes cookie;
-    if (!startDisplay(*session, request, cookie.value)) {
+    std::vector<uint8_t> cookie;
+    const Utils::WipeGuard cookieGuard(cookie);
+    if (!startDisplay(*session, request, cookie)) {
         return nullptr;
     }
     logIdentity(*session);
-    if (!connectDisplay(*session, cookie.value)) {
+    if (!connectDisplay(*session, cookie)) {
         return nullptr;
     }
     waitSessionDBus(session.get());

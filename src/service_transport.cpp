@@ -27,15 +27,13 @@ std::list<std::string> hashArguments(const Session& session, const std::string& 
 bool DBusService::vardCreateNTLMhashFile(const SessionPtr& session, const std::string& password, bool ntlmv2) {
     try {
         auto args = hashArguments(*session, session->domain, password, ntlmv2);
+        const Utils::WipeGuard guard(args);
         {
             const std::scoped_lock lock(childWaits_.mutex());
             auto tool = runSessionCommand(*session, config()->settingString("hash:path", "/usr/bin/winpr-hash"), args,
                                           {}, true);
             const int status = tool.getWithin(toolLimit, "vardCreateNTLMhashFile");
             Utils::syslogWaitStatus(status, "vardCreateNTLMhashFile", tool.pid());
-        }
-        for (auto& arg : args) {
-            Utils::wipe(arg);
         }
         auto line = callUserScope(*session, [log = session->commandLog()] { return Utils::readFirstLine(log); });
         const std::scoped_lock lock(table_.mutex());

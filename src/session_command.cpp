@@ -109,6 +109,11 @@ std::optional<ChildWait> runSessionOpen(const Session* session, const std::files
         Syslog::error("%s: xvfb session null", "runSessionOpen");
         return std::nullopt;
     }
+    std::error_code failed;
+    if (!std::filesystem::exists(program, failed)) {
+        Syslog::error("%s: program not found: %s", "runSessionOpen", program.c_str());
+        return std::nullopt;
+    }
     const Identity identity = Identity::of(session->username);
     // A stop signal that comes before the supervisor listens must wait for it, not be lost or kill it.
     const SupervisorSignals blocked;

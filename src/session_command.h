@@ -28,7 +28,8 @@ ChildWait runSessionCommand(const Session& session, const std::filesystem::path&
 /// Starts the session's program under a supervisor, a forked child named "vard_manager" that opens the PAM session as
 /// root, starts the program as the user, gives up root and waits. SIGTERM to the supervisor ends the program and
 /// everything it left behind; the supervisor's end means that nothing of the session program is left. None, after an
-/// error line, when there is no session or the fork failed. `session.pam` must be set for the program to start.
+/// error line, when there is no session, no such program, or the fork failed. `session.pam` must be set for it to
+/// start.
 std::optional<ChildWait> runSessionOpen(const Session* session, const std::filesystem::path& program,
                                         const std::list<std::string>& args);
 

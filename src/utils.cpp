@@ -220,6 +220,12 @@ void wipe(std::string& text) noexcept {
     text.clear();
 }
 
+void wipe(std::list<std::string>& texts) noexcept {
+    for (auto& text : texts) {
+        wipe(text);
+    }
+}
+
 void wipe(std::vector<uint8_t>& bytes) noexcept {
     ::explicit_bzero(bytes.data(), bytes.size());
     bytes.clear();

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -54,6 +55,20 @@ std::string getHostname();
 /// Overwrites the text's memory, in a way the compiler keeps, and empties it.
 void wipe(std::string& text) noexcept;
 void wipe(std::vector<uint8_t>& bytes) noexcept;
+void wipe(std::list<std::string>& texts) noexcept;
+
+/// Wipes a value that somebody else owns, however the scope is left.
+template <typename Value>
+class WipeGuard {
+public:
+    explicit WipeGuard(Value& value) : value_(value) {}
+    WipeGuard(const WipeGuard&) = delete;
+    WipeGuard& operator=(const WipeGuard&) = delete;
+    ~WipeGuard() { wipe(value_); }
+
+private:
+    Value& value_;
+};
 
 } // namespace Utils
 } // namespace Vard

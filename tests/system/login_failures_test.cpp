@@ -115,16 +115,22 @@ TEST_F(LoginFailures, WithoutAttemptsNoSessionStartsButOneIsStillFound) {
     EXPECT_TRUE(waitUntil([] { return processes("Xvfb").size() == 1; }));
 }
 
-TEST_F(LoginFailures, SessionProgramThatIsMissingEndsTheSessionCleanly) {
+TEST_F(LoginFailures, MissingSessionProgramIsAFailedStart) {
     auto config = testConfig();
     config["session:path"] = "/usr/bin/no-such-program";
     start(config);
+    expectFailedStart("runSessionOpen: program not found: /usr/bin/no-such-program");
+}
+
+TEST_F(LoginFailures, SessionProgramThatCannotRunEndsTheSession) {
+    auto config = testConfig();
+    config["session:path"] = alice.home() + "/text";
+    writeFile(alice.home() + "/text", "no program");
+    start(config);
     Signals signals;
-    const auto sid = bus.login("alice");
-    EXPECT_TRUE(journal.waitFor("runChildProcess: program not found: /usr/bin/no-such-program"));
-    if (sid > 0) {
-        signals.upTo("signalSessionShutdown");
-    }
+    EXPECT_EQ(bus.login("alice"), 33);
+    signals.upTo("signalSessionShutdown");
+    EXPECT_TRUE(journal.waitFor("runOwnerCommand: execv failed, error: Permission denied, code: 13"));
     expectNothingLeft();
 }
 

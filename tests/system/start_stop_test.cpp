@@ -10,12 +10,12 @@ using namespace Test;
 class StartStop : public ServiceTest {
 protected:
     static Output program(const std::string& arguments, const std::string& before = "") {
-        return shell("cd /tmp && " + before + " " + Service::program() + " " + arguments);
+        return shell("cd /tmp && " + before + " " + Service::program + " " + arguments);
     }
 };
 
 TEST_F(StartStop, RefusesWhatItCannotRunWith) {
-    const std::string usage = "usage: " + Service::program() + "--config <path> [--background]\n";
+    const std::string usage = std::string("usage: ") + Service::program + "--config <path> [--background]\n";
     for (const char* arguments : {"-h", "--config", "--background x", "--config a --config"}) {
         const auto output = program(arguments);
         EXPECT_EQ(output.text, usage) << arguments;

@@ -87,17 +87,11 @@ Json::Value testConfig() {
     return config;
 }
 
-std::string Service::program() {
-    // Beside the tests in the build directory.
-    const auto self = std::filesystem::read_symlink("/proc/self/exe");
-    return self.parent_path().parent_path() / "vard_service";
-}
-
 Service::Service(const Json::Value& config, bool waitForBus) {
     rewrite(config.toStyledString());
     pid_ = ::fork();
     if (pid_ == 0) {
-        ::execl(program().c_str(), program().c_str(), "--config", configFile, nullptr);
+        ::execl(program, program, "--config", configFile, nullptr);
         ::_exit(127);
     }
     Bus bus;

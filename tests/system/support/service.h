@@ -63,7 +63,8 @@ public:
     int wait();
     [[nodiscard]] bool running() const;
 
-    static std::string program();
+    /// As installed, where every user may execute it.
+    static constexpr const char* program = "/usr/bin/vard_service";
     static constexpr const char* configFile = "/tmp/vard_test.json";
 
 private:
