@@ -21,6 +21,19 @@ namespace {
 constexpr unsigned socketWait = 5; // seconds
 constexpr std::chrono::milliseconds connectPause{200};
 constexpr size_t cookieSize = 32;
+constexpr std::chrono::milliseconds closeLook{100};
+constexpr std::chrono::milliseconds closeStep{5};
+
+// The wait proper looks ten times a second; most servers are there much sooner.
+void lookClosely(const fs::path& socket) {
+    const auto end = std::chrono::steady_clock::now() + closeLook;
+    std::error_code ignored;
+    while (fs::symlink_status(socket, ignored).type() != fs::file_type::socket &&
+           std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(closeStep);
+    }
+    std::this_thread::sleep_for(closeStep); // from its making to its listening
+}
 
 } // namespace
 
@@ -64,6 +77,7 @@ bool DBusService::startDisplay(Session& session, const StartRequest& request, st
 bool DBusService::waitDisplay(Session& session, pid_t pid) {
     const fs::path socket = displaySocket(session.display);
     const ProcessHandle server = saveWaitPidBackground(pid);
+    lookClosely(socket);
     if (!Utils::waitSocketSec(socket, socketWait)) {
         error("%s: xvfb not started, pid: %d, socket: %s", "startSession", pid, socket.c_str());
         lateServers_[session.display] = server; // it may still come up, and is then in the way of others
