@@ -20,8 +20,10 @@ TEST_F(ParsecLabels, LevelsAreReadPerUser) {
     EXPECT_FALSE(Parsec::userIntegrity(2));
     const auto labels = Parsec::userLabels(1);
     ASSERT_TRUE(labels);
-    EXPECT_EQ(labels->min.level + 10 * labels->min.categories + 100 * labels->max.level + 1000 * labels->max.categories,
-              4321U);
+    EXPECT_EQ(labels->min.level, 1U);
+    EXPECT_EQ(labels->min.categories, 2U);
+    EXPECT_EQ(labels->max.level, 3U);
+    EXPECT_EQ(labels->max.categories, 4U);
 }
 
 TEST_F(ParsecLabels, ProgramsStartUnderTheUsersLevelWithEverythingElseZero) {
