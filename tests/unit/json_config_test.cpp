@@ -2,8 +2,10 @@
 #include "json_config.h"
 
 #include "exceptions.h"
+#include "scratch.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -34,6 +36,17 @@ TEST(JsonConfig, OnlyObjectsAreAccepted) {
     EXPECT_THROW(JsonConfigString(std::string(200000, '[')), std::exception) << "deep nesting is no crash";
     EXPECT_THROW(Vard::readJson("/dev/zero"), Vard::vard_error);
     EXPECT_THROW(Vard::readJson("/nonexistent"), Vard::vard_error);
+}
+
+TEST(JsonConfig, FilesAreReadWithoutWaitingForAnybody) {
+    const Scratch::Directory scratch;
+    const auto text = R"({"xvfb:path":")" + std::string(50000, 'p') + R"("})"; // more than one read
+    EXPECT_EQ(Vard::readJson(scratch.write("file", text))["xvfb:path"].asString().size(), 50000U);
+    EXPECT_THROW(Vard::readJson(scratch.write("broken", "{")), Json::RuntimeError);
+    ASSERT_EQ(::mkfifo((scratch.path() / "fifo").c_str(), 0600), 0);
+    EXPECT_THROW(Vard::readJson(scratch.path() / "fifo"), Vard::vard_error);
+    std::filesystem::resize_file(scratch.write("sparse", "{}"), uintmax_t{17} << 20);
+    EXPECT_THROW(Vard::readJson(scratch.path() / "sparse"), Vard::vard_error);
 }
 
 } // namespace

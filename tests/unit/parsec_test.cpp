@@ -5,12 +5,21 @@
 #include "process.h"
 #include "scratch.h"
 
+#include <cstdlib>
+
 namespace {
 
 using namespace Vard;
 
 class ParsecLabels : public Scratch::Machine {
 protected:
+    void TearDown() override { ::unsetenv("PARSEC_STANDIN_REFUSE"); }
+
+    /// How a program ends that is started while the libraries refuse the call.
+    static int statusWhenRefused(const char* call) {
+        ::setenv("PARSEC_STANDIN_REFUSE", call, 1);
+        return waitProcessPid(Utils::runChildProcess("/bin/true", {}, "daemon", {}));
+    }
     static std::string calls() { return Scratch::run("cat /tmp/parsec.log"); }
 };
 
@@ -32,6 +41,15 @@ TEST_F(ParsecLabels, ProgramsStartUnderTheUsersLevelWithEverythingElseZero) {
     EXPECT_EQ(calls(),
               "pdp_init 0\npdp_get_pid 0\npdpl_set_ilev 61\npdpl_set_lev 0\npdpl_set_cat 0\npdpl_set_type 0\n"
               "pdp_set_pid 0\npdp_release 0\n");
+}
+
+TEST_F(ParsecLabels, NoProgramRunsUnderALabelThatWasRefused) {
+    for (const char* call : {"pdp_get_pid", "pdpl_set_ilev", "pdpl_set_type", "pdp_set_pid"}) {
+        EXPECT_NE(statusWhenRefused(call), 0) << call;
+        EXPECT_TRUE(calls().ends_with("pdp_release 0\n")) << call;
+    }
+    EXPECT_EQ(statusWhenRefused("pdp_init"), 0) << "a system without labels";
+    EXPECT_TRUE(calls().ends_with("pdp_init 0\n"));
 }
 
 } // namespace

@@ -8,6 +8,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <thread>
 
@@ -47,6 +49,15 @@ TEST(Sockets, TcpConnectsAndTellsThePeer) {
     EXPECT_THROW(Utils::hasData(12345), std::runtime_error);
 }
 
+TEST(Sockets, HangUpIsNeitherInputNorSilence) {
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    const FileDescriptor reader(ends[0]);
+    ::close(ends[1]);
+    errno = EINTR; // left over from something else: it must not make the test for input run for ever
+    EXPECT_THROW(Utils::hasInput(reader.get(), 1000), std::runtime_error);
+}
+
 TEST(Sockets, LongLocalPathIsCut) {
     const std::string path = "/tmp/" + std::string(102, 's');
     const FileDescriptor listener(bindLocal(path, true));
@@ -76,6 +87,20 @@ TEST(Sockets, ProbeTellsTheLivingFromTheDeadAndFollowsNoLink) {
     ::close(fd);
     EXPECT_EQ(Socket::probeUnix(path), Probe::Dead);
     EXPECT_EQ(Socket::probeUnix("/tmp"), Probe::NoSocket);
+}
+
+TEST(Sockets, AbstractNamesAreProbedApartFromFiles) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string name = "/tmp/abstract-probe";
+    name.copy(address.sun_path + 1, name.size());
+    const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM, 0));
+    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+    EXPECT_EQ(Socket::probeUnix(name, true), Probe::Absent);
+    ASSERT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), length), 0);
+    ASSERT_EQ(::listen(socket.get(), 1), 0);
+    EXPECT_EQ(Socket::probeUnix(name, true), Probe::Live);
+    EXPECT_EQ(Socket::probeUnix(name), Probe::Absent);
 }
 
 TEST(Sockets, WaitEndsWhenTheSocketAppears) {
