@@ -31,7 +31,8 @@ void warnErrno(const char* func, const char* call) {
 
 } // namespace
 
-AuditLog::AuditLog() : handle_(::audit_open()) {
+void AuditLog::open() {
+    handle_.reset(::audit_open());
     if (!handle_) {
         warnErrno("DBusService", "audit_open");
     }

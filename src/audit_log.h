@@ -9,11 +9,11 @@
 
 namespace Vard {
 
-/// The audit connection. Without one (auditing unavailable) writing does nothing. Any thread.
+/// The audit connection. Before it is open, and without one (auditing unavailable), writing does nothing. Any thread.
 class AuditLog {
 public:
     /// Opens the connection; a failure is a warning under the name of the service object, and nothing is written then.
-    AuditLog();
+    void open();
 
     /// Writes one record "operation=user" of the given type with terminal ":display". An address that is no IP address
     /// is left out; null means none. Blocks until the kernel answers; failures are warnings.

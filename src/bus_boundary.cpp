@@ -17,7 +17,6 @@ namespace {
 
 constexpr const char* errorFailed = "org.freedesktop.DBus.Error.Failed";
 constexpr const char* errorInvalidArgs = "org.freedesktop.DBus.Error.InvalidArgs";
-constexpr const char* errorNotSupported = "org.freedesktop.DBus.Error.NotSupported";
 constexpr const char* errorUnknownInterface = "org.freedesktop.DBus.Error.UnknownInterface";
 constexpr const char* errorUnknownMethod = "org.freedesktop.DBus.Error.UnknownMethod";
 
@@ -123,9 +122,10 @@ DBus::Message DBusService::dispatchGuarded(DBus::InterfaceAdaptor& adaptor, cons
     std::string reason;
     try {
         return adaptor.dispatch_method(call);
-    } catch (const not_supported& err) {
-        info("%s: not supported: %s", "handle_message", err.what());
-        return errorReply(call, errorNotSupported, err.what());
+    } catch (const DBus::Error& err) {
+        error("%s: exception: %s", method.c_str(), text(err.message()).c_str());
+        const bool named = ::dbus_validate_error_name(text(err.name()).c_str(), nullptr) != 0;
+        return errorReply(call, named ? err.name() : errorFailed, text(err.message()));
     } catch (const std::exception& err) {
         reason = err.what();
     } catch (...) {

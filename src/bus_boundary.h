@@ -1,18 +1,20 @@
 // What the boundary to the bus knows of the interface.
 #pragma once
 
+#include "utils.h"
+
 #include <dbus-c++/dbus.h>
 
 #include <optional>
-#include <stdexcept>
 #include <string>
 
 namespace Vard {
 
-/// A method that this version does not offer yet.
-class not_supported : public std::runtime_error {
+/// Wipes a password that the bus library made for one call, however the call ends. The library's variable is no
+/// constant; it only hands it over as one.
+class PasswordGuard : Utils::WipeGuard<std::string> {
 public:
-    using std::runtime_error::runtime_error;
+    explicit PasswordGuard(const std::string& password) : WipeGuard(const_cast<std::string&>(password)) {} // NOLINT
 };
 
 /// The D-Bus signature of a method's arguments in one direction, from the introspection table; none for an unknown

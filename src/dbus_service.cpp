@@ -107,6 +107,7 @@ DBusService::DBusService(DBus::Connection& connection, const std::string& path)
     runtimeDir_ = config_->settingString("runtime:dir", "/run/vard");
     createRuntimeDirectory();
     writePidFile();
+    auditLog_.open();
     reloadPrograms(*config_);
 }
 

@@ -10,6 +10,7 @@
 #include "program_list.h"
 #include "runtime_directory.h"
 #include "session_table.h"
+#include "session_watch.h"
 
 #include <dbus-c++/dbus.h>
 #include <vard_adaptor.h>
@@ -71,6 +72,7 @@ public:
     bool vardStatus() override;
     std::string vardTest() override;
     bool vardTestConnect(const std::string& user, const std::string& domain, const std::string& pass) override;
+    bool vardCheckAuthUser(const std::string& user, const std::string& pass, const std::string& service) override;
     double vardLoadAverage() override;
     uint32_t zabbixSessionsTotal() override;
     uint32_t zabbixSessionsOnline() override;
@@ -114,7 +116,6 @@ public:
     int32_t busProgramRequest(const std::string& user, const std::string& domain, const std::string& pass,
                               const uint16_t& width, const uint16_t& height, const std::string& prog) override;
     std::vector<std::string> vardProgramList() override;
-    bool vardCheckAuthUser(const std::string& user, const std::string& pass, const std::string& service) override;
 
     // service_transport.cpp: the handshake with the proxy and the transports, and the hash line that these need.
 
@@ -158,15 +159,20 @@ private:
                           std::string_view user, bool result);
     /// Emits a signal unless the bus has gone. Any thread; never under a lock. `emit` calls the adaptor's emitter.
     void emitSignal(const std::function<void()>& emit) noexcept;
-
-    // service_queries.cpp
-    std::string sessionJson(const SessionPtr& session);
+    bool testConnect(const std::string& user, const std::string& domain, const std::string& pass);
+    bool checkCredentials(const std::string& service, const std::string& user, const std::string& pass);
 
     // service_watchers.cpp
     void worker(const std::string& path);
     bool busAlive();
+    void inBackground(const char* name, const std::function<void()>& notice);
     void stoppedChildsWatcher();
-    void sessionEnded(const SessionPtr& session, const std::string& address);
+    void stoppedTransportWatcher();
+    void durationLimitSessionsWatcher();
+    void seamlessTimeoutWatcher();
+    void sessionEnded(const Session& session, const std::string& address);
+    void transportEnded(const Session& session, const std::string& address);
+    void setLimit(const char* func, uint32_t sid, uint32_t seconds, uint32_t Session::*limit);
     /// Waits for a child in the background; the result is the handle to signal it by.
     ProcessHandle saveWaitPidBackground(pid_t pid);
 
@@ -188,7 +194,7 @@ private:
     std::shared_ptr<const uint32_t> takeSlotLocked(SessionPtr*& slot);
     std::shared_ptr<const uint32_t> waitLeaseLocked(uint32_t display);
     SessionPtr newRecord(const StartRequest& request, std::shared_ptr<const uint32_t> lease);
-    bool checkAccount(Session& session, const std::string& password);
+    bool checkAccount(Session& session, const std::string& password, LoginAudit& audit);
     bool checkHome(const Session& session);
     void sessionMountProfile(Session* session);
     void logIdentity(const Session& session);
@@ -200,14 +206,16 @@ private:
     // service_requests.cpp
     StartRequest desktopRequest(const std::string& user, const std::string& password) const;
     SessionPtr startSession(const StartRequest& request);
-    void admit(const SessionPtr& session, const std::string& password, const std::string& domain, bool ntlmv2);
+    void complete(const SessionPtr& session, const std::string& password, const std::string& domain, bool ntlmv2);
+    void allowConnection(const Session& session);
     int32_t requestDesktop(const std::string& user, const std::string& domain, const std::string& pass,
                            unsigned char depth, unsigned short width, unsigned short height);
     bool chooseProgram(const std::string& name, StartRequest& request) const;
     void applySecurity(Session& session, const JsonConfig& json);
-    bool checkCredentials(const std::string& service, const std::string& user, const std::string& pass);
+    void markSeamless(Session& session, const std::string& name);
 
     // service_transport.cpp
+    bool possibleTransport(uint32_t pid);
     bool vardCreateNTLMhashFile(const SessionPtr& session, const std::string& password, bool ntlmv2);
 
     // service_desktop.cpp
@@ -216,6 +224,7 @@ private:
     void waitSessionLoadX11Resources(const Session* session);
     bool waitSessionGeometryUpdate(const Session* session, unsigned short width, unsigned short height);
     void sessionCorrectMainWindowSize(const SessionPtr& session);
+    std::string readSessionDBusAddress(const std::filesystem::path& directory, uint32_t display);
 
     // The tasks go last: they use everything else.
     BackgroundTasks tasks_;

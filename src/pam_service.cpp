@@ -22,7 +22,7 @@ void logFailure(const char* func, const char* call, pam_handle_t* handle, int st
 
 PamService::PamService(std::string_view service, const std::string& login, const std::string& password)
     : login_(login), password_(password), conversation_{auth_conv, this} {
-    if (login.empty() || !carriable(login) || !carriable(password)) {
+    if (!carriable(login) || !carriable(password)) {
         Syslog::error("%s: login or password cannot be passed to PAM", "PamService");
         throw pam_error("PamService");
     }

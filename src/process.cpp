@@ -50,6 +50,15 @@ ProcessHandle ProcessHandle::of(pid_t pid) {
     return handle;
 }
 
+ProcessHandle ProcessHandle::reported(pid_t pid) {
+    ProcessHandle handle = of(pid);
+    if (!handle && pid > 0) {
+        handle.state_ = std::make_shared<State>();
+        handle.state_->pid = pid;
+    }
+    return handle;
+}
+
 pid_t ProcessHandle::pid() const { return state_ ? state_->pid : 0; }
 
 bool ProcessHandle::exists() const { return state_ && state_->signal(0); }
@@ -79,7 +88,11 @@ Identity Identity::of(const std::string& user) {
         Syslog::error("%s: user not found: `%s'", "Identity", user.c_str());
         throw vard_error("Identity");
     }
-    Identity identity{info.user, info.home, info.shell, info.uid, info.gid, {}, Parsec::userIntegrity(info.uid)};
+    Identity identity{info.user, info.home, info.shell, info.uid, info.gid, {}, {}};
+    if (Parsec::available()) {
+        // Without a level of his own the user gets the lowest, never the service's.
+        identity.integrity = Parsec::userIntegrity(info.uid).value_or(0);
+    }
     if (user != "root") {
         identity.groups = Utils::getUserGroups(user, info.gid);
     }
@@ -175,18 +188,27 @@ void movingProcessToVardCgroup() {
 
 namespace Utils {
 
-pid_t runChildProcess(const fs::path& program, const std::list<std::string>& args, const std::string& user,
-                      const std::list<std::string>& environment, const fs::path& log) {
-    return runChildProcess(program, args, Identity::of(user), environment, log);
-}
+namespace {
 
-pid_t runChildProcess(const fs::path& program, const std::list<std::string>& args, const Identity& identity,
-                      const std::list<std::string>& environment, const fs::path& log, bool endWithParent) {
+void requireProgram(const fs::path& program) {
     std::error_code failed;
     if (!fs::exists(program, failed)) {
         Syslog::error("%s: program not found: %s", "runChildProcess", program.c_str());
         throw vard_error("runChildProcess");
     }
+}
+
+} // namespace
+
+pid_t runChildProcess(const fs::path& program, const std::list<std::string>& args, const std::string& user,
+                      const std::list<std::string>& environment, const fs::path& log) {
+    requireProgram(program);
+    return runChildProcess(program, args, Identity::of(user), environment, log);
+}
+
+pid_t runChildProcess(const fs::path& program, const std::list<std::string>& args, const Identity& identity,
+                      const std::list<std::string>& environment, const fs::path& log, bool endWithParent) {
+    requireProgram(program);
     auto variables = identity.environment();
     variables.insert(variables.end(), environment.begin(), environment.end());
     variables = lastOfEach(std::move(variables));

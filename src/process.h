@@ -25,6 +25,9 @@ public:
     ProcessHandle() = default;
     /// The running (or not yet reaped) process `pid`; no process when the number is not positive or nobody bears it.
     static ProcessHandle of(pid_t pid);
+    /// A process that somebody else reports. It may have gone already: the handle then bears its number and reaches
+    /// nobody. None when the number is not positive.
+    static ProcessHandle reported(pid_t pid);
 
     /// The process id, 0 when none. Stays after the process has ended.
     [[nodiscard]] pid_t pid() const;
@@ -115,8 +118,10 @@ void resetChildSignals() noexcept;
 /// that its log lines still arrive, and `keep`.
 void closeInheritedDescriptors(int keep = -1) noexcept;
 
-/// The first line of a file of at most 64 KiB, without its end; opened without blocking and without following a final
-/// link, regular files only. Empty when it cannot be read. Call it under the identity of the file's owner.
+/// The first 64 KiB of a file; opened without blocking and without following a final link, regular files only. Empty
+/// when it cannot be read. Call it under the identity of the file's owner.
+std::string readSmallFile(const std::filesystem::path& path);
+/// The first line of such a file, without its end.
 std::string readFirstLine(const std::filesystem::path& path);
 
 } // namespace Utils

@@ -31,7 +31,7 @@ namespace {
 constexpr mode_t logMode = 0640;
 constexpr mode_t logDirectoryMode = 0700;
 constexpr mode_t userMask = 022; // what users expect of a new file; the service's own is stricter
-constexpr size_t largestLine = 64 << 10;
+constexpr size_t largestText = 64 << 10;
 
 // The parent must see a failed child.
 [[noreturn]] void endAsFailure() noexcept {
@@ -86,9 +86,6 @@ bool stillRoot(const Identity& identity) noexcept {
 }
 
 void becomeOwner(const Identity& identity) noexcept {
-    if (identity.integrity && !Parsec::applyIntegrity(*identity.integrity, "runChildProcess")) {
-        endAsFailure();
-    }
     if (::getuid() != 0) {
         return;
     }
@@ -199,6 +196,9 @@ void redirectOutputsFdTo(const fs::path& path) noexcept {
 void runOwnerCommand(const char* program, const std::vector<char*>& argv, const std::vector<char*>& envp,
                      const Identity& identity, const fs::path& log, bool endWithParent) noexcept {
     Syslog::syslogChildOpen();
+    if (identity.integrity && !Parsec::applyIntegrity(*identity.integrity, "runChildProcess")) {
+        endAsFailure();
+    }
     Syslog::debug("%s: cmd: `%s', owner: `%s', pid: %d, process uid: %d", "runOwnerCommand", program,
                   identity.user.c_str(), ::getpid(), static_cast<int>(::getuid()));
     // Closed at exec rather than now: the journal's cached socket is among them, and a failed exec is worth a line.
@@ -217,15 +217,20 @@ void runOwnerCommand(const char* program, const std::vector<char*>& argv, const 
     endAsFailure();
 }
 
-std::string readFirstLine(const fs::path& path) {
+std::string readSmallFile(const fs::path& path) {
     const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
     struct stat info {};
     if (!file || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
         return "";
     }
-    std::string text(largestLine, '\0');
+    std::string text(largestText, '\0');
     const ssize_t count = ::read(file.get(), text.data(), text.size());
     text.resize(count > 0 ? static_cast<size_t>(count) : 0);
+    return text;
+}
+
+std::string readFirstLine(const fs::path& path) {
+    const std::string text = readSmallFile(path);
     return text.substr(0, text.find('\n'));
 }
 

@@ -27,7 +27,7 @@ bool pathExists(const fs::path& path) {
 // The command without its arguments and field codes, as a path where there is one.
 fs::path executable(const std::string& exec) {
     const std::string command = exec.substr(0, exec.find(' '));
-    const fs::path inBin = "/usr/bin/" + command;
+    const fs::path inBin = fs::path("/usr/bin/") / command;
     return pathExists(command) || !pathExists(inBin) ? fs::path(command) : inBin;
 }
 

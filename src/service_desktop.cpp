@@ -1,11 +1,13 @@
 // Preparing a session's desktop from outside: small tools run as the user, the screen's size, the windows' size.
 #include "dbus_service.h"
 
-#include "bus_boundary.h"
 #include "screen_mode.h"
 #include "session_command.h"
+#include "utils.h"
 #include "window_fitting.h"
 
+#include <sstream>
+#include <string_view>
 #include <system_error>
 
 namespace Vard {
@@ -16,11 +18,18 @@ namespace {
 
 constexpr int fittingPasses = 10;
 constexpr auto fittingPause = 550ms;
+constexpr auto addressLimit = 2s; // a query is not held up by a home directory that does not answer
+constexpr std::string_view addressKey = "DBUS_SESSION_BUS_ADDRESS=";
 
 /// Runs a tool in the session and waits for its end; whatever happens is logged under `name`, and the caller goes on.
 void waitTool(const Session* session, const char* name, const std::string& program,
               const std::list<std::string>& args) {
     if (session == nullptr) {
+        return;
+    }
+    // A server that its user has stopped would hold the tool, and with it the service, until the tool is killed.
+    if (session->xcb && !session->xcb->answers()) {
+        Syslog::warning("%s: X server does not answer, display: %u", name, session->display);
         return;
     }
     try {
@@ -66,10 +75,10 @@ bool DBusService::waitSessionGeometryUpdate(const Session* session, unsigned sho
 }
 
 void DBusService::vardSessionGeometry(const uint32_t& session, const uint16_t& width, const uint16_t& height) {
-    static_cast<void>(session);
-    static_cast<void>(width);
-    static_cast<void>(height);
-    throw not_supported("vardSessionGeometry");
+    info("%s: session id: 0x%08x, width: %u, height: %u", "vardSessionGeometry", session, width, height);
+    if (const auto found = table_.findSession(session)) {
+        waitSessionGeometryUpdate(found.get(), width, height);
+    }
 }
 
 void DBusService::sessionCorrectMainWindowSize(const SessionPtr& session) {
@@ -92,9 +101,46 @@ void DBusService::sessionCorrectMainWindowSize(const SessionPtr& session) {
     });
 }
 
+// Every file whose path holds the display's number counts, also that of a longer number.
+std::string DBusService::readSessionDBusAddress(const std::filesystem::path& directory, uint32_t display) {
+    const std::string match = "-" + std::to_string(display);
+    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+        std::error_code unreadable;
+        if (!entry.is_regular_file(unreadable) || entry.path().native().find(match) == std::string::npos) {
+            continue;
+        }
+        std::istringstream text(Utils::readSmallFile(entry.path()));
+        for (std::string line; std::getline(text, line);) {
+            if (line.starts_with(addressKey)) {
+                const size_t quotes = addressKey.size() + 2;
+                return line.size() > quotes ? line.substr(addressKey.size() + 1, line.size() - quotes) : "";
+            }
+        }
+    }
+    return "";
+}
+
 std::string DBusService::vardSessionDBusAddress(const std::string& username) {
-    static_cast<void>(username);
-    throw not_supported("vardSessionDBusAddress");
+    info("%s: username: %s", "vardSessionDBusAddress", username.c_str());
+    const auto found = table_.findUserSession(username);
+    if (!found) {
+        return "";
+    }
+    try {
+        const auto directory = found->home / ".dbus" / "session-bus";
+        const auto search = [this, directory, display = found->display] {
+            try {
+                return readSessionDBusAddress(directory, display);
+            } catch (const std::exception& err) {
+                error("exception: %s", err.what());
+                return std::string{};
+            }
+        };
+        return Utils::toValidUtf8(callUserScope(*found, search, addressLimit));
+    } catch (const std::exception& err) {
+        error("exception: %s", err.what());
+        return "";
+    }
 }
 
 } // namespace Vard

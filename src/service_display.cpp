@@ -98,6 +98,8 @@ bool DBusService::connectDisplay(Session& session, const std::vector<uint8_t>& c
         try {
             FileDescriptor connection = Socket::connectOwned(socket, session.uid);
             if (!connection) {
+                const std::string address = ":" + std::to_string(session.display);
+                error("%s: %s failed, addr: %s", "Connector", "xcb_connect", address.c_str());
                 throw xcb_error("Connector");
             }
             session.xcb = std::make_shared<Xcb::Connector>(session.display, &cookie, std::move(connection));

@@ -3,9 +3,9 @@
 #include "dbus_service.h"
 
 #include "bus_boundary.h"
-#include "pam_service.h"
 #include "utils.h"
 
+#include <algorithm>
 #include <limits>
 
 namespace Vard {
@@ -13,13 +13,6 @@ namespace Vard {
 namespace {
 
 constexpr int requestFailed = -1;
-
-/// Wipes a password that the bus library made for this one call, however the call ends. The library's variable is no
-/// constant; it only hands it over as one.
-class PasswordGuard : Utils::WipeGuard<std::string> {
-public:
-    explicit PasswordGuard(const std::string& password) : WipeGuard(const_cast<std::string&>(password)) {} // NOLINT
-};
 
 /// Reads a number of a request into its type's range; logs and answers false when it lies outside.
 template <typename Number>
@@ -50,14 +43,17 @@ StartRequest DBusService::desktopRequest(const std::string& user, const std::str
     return request;
 }
 
-void DBusService::admit(const SessionPtr& session, const std::string& password, const std::string& domain,
-                        bool ntlmv2) {
+void DBusService::complete(const SessionPtr& session, const std::string& password, const std::string& domain,
+                           bool ntlmv2) {
     {
         const std::scoped_lock lock(table_.mutex());
         session->domain = domain;
     }
     vardCreateNTLMhashFile(session, password, ntlmv2);
-    emitSignal([&] { signalProxyAllowConnection(session->sid, session->uid); });
+}
+
+void DBusService::allowConnection(const Session& session) {
+    emitSignal([&] { signalProxyAllowConnection(session.sid, session.uid); });
 }
 
 int32_t DBusService::requestDesktop(const std::string& user, const std::string& domain, const std::string& pass,
@@ -70,7 +66,8 @@ int32_t DBusService::requestDesktop(const std::string& user, const std::string& 
     if (!session) {
         return requestFailed;
     }
-    admit(session, pass, domain, false);
+    complete(session, pass, domain, false);
+    allowConnection(*session);
     return static_cast<int32_t>(session->sid);
 }
 
@@ -114,7 +111,8 @@ int32_t DBusService::vardSessionRequest(const std::string& params) {
         return requestFailed;
     }
     applySecurity(*session, json);
-    admit(session, password, json.getString("domain"), json.getBoolean("use:ntlmv2"));
+    complete(session, password, json.getString("domain"), json.getBoolean("use:ntlmv2"));
+    allowConnection(*session);
     if (wantsProgram) {
         sessionCorrectMainWindowSize(session);
     }
@@ -144,41 +142,54 @@ void DBusService::applySecurity(Session& session, const JsonConfig& json) {
 bool DBusService::vardLogin(const std::string& user, const std::string& domain, const std::string& pass) {
     const PasswordGuard guard(pass);
     notice("%s: user: %s, domain: `%s'", "vardLogin", user.c_str(), domain.c_str());
-    if (!vardTestConnect(user, domain, pass)) {
+    if (!testConnect(user, domain, pass)) {
         return false;
     }
     const auto session = startSession(desktopRequest(user, pass));
     if (!session) {
         return false;
     }
-    admit(session, pass, domain, false);
+    complete(session, pass, domain, false);
+    allowConnection(*session);
     return session->sid != 0;
 }
 
 int32_t DBusService::busProgramRequest(const std::string& user, const std::string& domain, const std::string& pass,
                                        const uint16_t& width, const uint16_t& height, const std::string& prog) {
-    static_cast<void>(user);
-    static_cast<void>(domain);
-    static_cast<void>(pass);
-    static_cast<void>(width);
-    static_cast<void>(height);
-    static_cast<void>(prog);
-    throw not_supported("busProgramRequest");
+    const PasswordGuard guard(pass);
+    notice("%s: user: %s, domain: `%s', width: %u, height: %u, program name: `%s'", "busProgramRequest", user.c_str(),
+           domain.c_str(), width, height, prog.c_str());
+    const auto list = programs();
+    const Program* program = list->find(prog);
+    if (program == nullptr) {
+        error("%s: program not registered, name: `%s'", "busProgramRequest", prog.c_str());
+        return requestFailed;
+    }
+    const auto session = startSession(StartRequest{user, pass, 24, width, height, program->path, program->args});
+    if (!session) {
+        return requestFailed;
+    }
+    complete(session, pass, domain, false);
+    sessionCorrectMainWindowSize(session);
+    allowConnection(*session);
+    markSeamless(*session, prog);
+    return static_cast<int32_t>(session->sid);
 }
 
-std::vector<std::string> DBusService::vardProgramList() { throw not_supported("vardProgramList"); }
-
-bool DBusService::vardCheckAuthUser(const std::string& user, const std::string& pass, const std::string& service) {
-    static_cast<void>(user);
-    static_cast<void>(pass);
-    static_cast<void>(service);
-    throw not_supported("vardCheckAuthUser");
+// The program's name, not its path, is compared with the configured desktop.
+void DBusService::markSeamless(Session& session, const std::string& name) {
+    const auto settings = config();
+    const bool seamless =
+        settings->hasValue("session:path") && name != settings->settingString("session:path", "/usr/bin/xterm");
+    const std::scoped_lock lock(table_.mutex());
+    session.seamless = seamless;
 }
 
-// The account comes before the password: an unusable account is refused without asking for one.
-bool DBusService::checkCredentials(const std::string& service, const std::string& user, const std::string& pass) {
-    PamService pam(service, user, pass);
-    return pam.validateAccount() && pam.checkAuthenticate();
+std::vector<std::string> DBusService::vardProgramList() {
+    reloadPrograms(*config());
+    auto names = programs()->getNames();
+    std::ranges::transform(names, names.begin(), [](const auto& name) { return Utils::toValidUtf8(name); });
+    return names;
 }
 
 } // namespace Vard

@@ -130,8 +130,7 @@ DBusService::SessionPtr DBusService::buildSession(const StartRequest& request, s
     if (!runtimeDirectory.valid()) {
         return nullptr;
     }
-    audit.begin(session->display, session->username);
-    if (!checkAccount(*session, request.password)) {
+    if (!checkAccount(*session, request.password, audit)) {
         return nullptr;
     }
     homeMissing = !checkHome(*session);
@@ -158,8 +157,9 @@ DBusService::SessionPtr DBusService::buildSession(const StartRequest& request, s
     return session;
 }
 
-bool DBusService::checkAccount(Session& session, const std::string& password) {
+bool DBusService::checkAccount(Session& session, const std::string& password, LoginAudit& audit) {
     auto pam = std::make_unique<PamService>(config()->settingString("pam:service", "vard"), session.username, password);
+    audit.begin(session.display, session.username);
     if (!pam->validateAccount()) {
         return false;
     }
@@ -186,6 +186,7 @@ void DBusService::sessionMountProfile(Session* session) {
                      settings->settingString("pvol:option"));
 }
 
+// The labels are read only where they are shown.
 void DBusService::logIdentity(const Session& session) {
     if (!isDebugLevel(DebugLevel::Debug)) {
         return;

@@ -2,13 +2,35 @@
 // and the watchers do the rest, so that every cause of a session's end takes the same road.
 #include "dbus_service.h"
 
-#include "bus_boundary.h"
+#include <algorithm>
 
 namespace Vard {
 
+namespace {
+
+/// Tells a session's process to end, if there is one; the caller holds the table's lock.
+bool endProcess(const ProcessHandle& process, const char* func) {
+    if (process) {
+        Syslog::info("%s: kill process: %d", func, process.pid());
+        process.terminate();
+    }
+    return static_cast<bool>(process);
+}
+
+} // namespace
+
 bool DBusService::busSessionShutdown(const std::string& username) {
-    static_cast<void>(username);
-    throw not_supported("busSessionShutdown");
+    notice("%s: username: %s", "busSessionShutdown", username.c_str());
+    const std::scoped_lock lock(table_.mutex());
+    const auto& slots = table_.slotsLocked();
+    const auto found =
+        std::ranges::find_if(slots, [&](const auto& slot) { return slot && slot->username == username; });
+    if (found == slots.end()) {
+        warning("%s: session not found: %s", "busSessionShutdown", username.c_str());
+        return false;
+    }
+    endProcess((*found)->pid1, "busSessionShutdown");
+    return true;
 }
 
 bool DBusService::vardSessionShutdown(const uint32_t& session) {
@@ -19,16 +41,23 @@ bool DBusService::vardSessionShutdown(const uint32_t& session) {
         return false;
     }
     const std::scoped_lock lock(table_.mutex());
-    if (found->pid1) {
-        info("%s: kill process: %d", "vardSessionShutdown", found->pid1.pid());
-        found->pid1.terminate();
-    }
+    endProcess(found->pid1, "vardSessionShutdown");
     return true;
 }
 
 bool DBusService::vardDisconnect(const uint32_t& session) {
-    static_cast<void>(session);
-    throw not_supported("vardDisconnect");
+    notice("%s: session id: 0x%08x", "vardDisconnect", session);
+    const auto found = table_.findSession(session);
+    if (!found) {
+        warning("%s: session not found: 0x%08x", "vardDisconnect", session);
+        return false;
+    }
+    const std::scoped_lock lock(table_.mutex());
+    if (!endProcess(found->pid3, "vardDisconnect")) {
+        return false;
+    }
+    found->remoteaddr.clear();
+    return true;
 }
 
 void DBusService::sessionsClear() {

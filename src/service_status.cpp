@@ -2,7 +2,12 @@
 #include "dbus_service.h"
 
 #include "bus_boundary.h"
+#include "pam_service.h"
 #include "utils.h"
+
+#include <algorithm>
+#include <fstream>
+#include <thread>
 
 namespace Vard {
 
@@ -27,6 +32,11 @@ std::string DBusService::vardTest() {
 }
 
 bool DBusService::vardTestConnect(const std::string& user, const std::string& domain, const std::string& pass) {
+    const PasswordGuard guard(pass);
+    return testConnect(user, domain, pass);
+}
+
+bool DBusService::testConnect(const std::string& user, const std::string& domain, const std::string& pass) {
     info("%s: user: %s, domain: `%s'", "vardTestConnect", user.c_str(), domain.c_str());
     try {
         return checkCredentials(config()->settingString("pam:service", "vard"), user, pass);
@@ -36,11 +46,36 @@ bool DBusService::vardTestConnect(const std::string& user, const std::string& do
     }
 }
 
-double DBusService::vardLoadAverage() { throw not_supported("vardLoadAverage"); }
+bool DBusService::vardCheckAuthUser(const std::string& user, const std::string& pass, const std::string& service) {
+    const PasswordGuard guard(pass);
+    info("%s: user: %s, service: %s", "vardCheckAuthUser", user.c_str(), service.c_str());
+    return checkCredentials(service, user, pass);
+}
 
-uint32_t DBusService::zabbixSessionsTotal() { throw not_supported("zabbixSessionsTotal"); }
+// The account comes before the password: an unusable account is refused without asking for one.
+bool DBusService::checkCredentials(const std::string& service, const std::string& user, const std::string& pass) {
+    PamService pam(service, user, pass);
+    return pam.validateAccount() && pam.checkAuthenticate();
+}
 
-uint32_t DBusService::zabbixSessionsOnline() { throw not_supported("zabbixSessionsOnline"); }
+double DBusService::vardLoadAverage() {
+    double oneMinute = 0;
+    double fiveMinutes = 0;
+    double fifteenMinutes = 0;
+    std::ifstream file("/proc/loadavg");
+    if (!(file >> oneMinute >> fiveMinutes >> fifteenMinutes) || fiveMinutes <= 0) {
+        return 0;
+    }
+    return fiveMinutes * 100 / std::max(std::thread::hardware_concurrency(), 1U);
+}
+
+uint32_t DBusService::zabbixSessionsTotal() {
+    return table_.count([](const Session& session) { return session.pid2.pid() > 0; });
+}
+
+uint32_t DBusService::zabbixSessionsOnline() {
+    return table_.count([](const Session& session) { return session.pid3.pid() > 0; });
+}
 
 void DBusService::auditUserMessage(const unsigned& display, const char* address, int type, std::string_view operation,
                                    std::string_view user, bool result) {

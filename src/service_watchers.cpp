@@ -1,7 +1,7 @@
 // The worker thread, children waited for, limits.
 #include "dbus_service.h"
 
-#include "bus_boundary.h"
+#include "session_watch.h"
 #include "x_server.h"
 
 #include <array>
@@ -41,6 +41,9 @@ void DBusService::worker(const std::string& path) {
     std::array tasks{
         PeriodicTask{"reloadConfigWatcher", 3s, [&] { reloadConfigWatcher(path); }},
         PeriodicTask{"stoppedChildsWatcher", 600ms, [&] { stoppedChildsWatcher(); }},
+        PeriodicTask{"stoppedTransportWatcher", 750ms, [&] { stoppedTransportWatcher(); }},
+        PeriodicTask{"durationLimitSessionsWatcher", 3s, [&] { durationLimitSessionsWatcher(); }},
+        PeriodicTask{"seamlessTimeoutWatcher", 21s, [&] { seamlessTimeoutWatcher(); }},
     };
     while (serviceRunning && busAlive()) {
         for (auto& task : tasks) {
@@ -71,52 +74,63 @@ ProcessHandle DBusService::saveWaitPidBackground(pid_t pid) {
     return process;
 }
 
-void DBusService::stoppedChildsWatcher() {
-    std::vector<std::pair<SessionPtr, std::string>> ended; // with the client's address
-    {
-        const std::scoped_lock lock(childWaits_.mutex(), table_.mutex());
-        childWaits_.collectLocked("stoppedChildsWatcher", [&](pid_t pid, int) {
-            for (auto& slot : table_.slotsLocked()) {
-                if (slot && (slot->pid1.pid() == pid || slot->pid2.pid() == pid)) {
-                    (slot->pid1.pid() == pid ? slot->pid1 : slot->pid2).reset();
-                    slot->ended = true;
-                    ended.emplace_back(slot, slot->remoteaddr);
-                    slot.reset();
-                }
-            }
-        });
-    }
-    // Neither the bus nor the audit socket is waited for on this thread, unless no other can be had.
-    for (const auto& [session, address] : ended) {
-        const auto notice = [this, session = session, address = address] { sessionEnded(session, address); };
-        if (!tasks_.run("sessionEnded", notice)) {
-            notice();
-        }
+// Neither the bus nor the audit socket is waited for on the caller's thread, unless no other can be had.
+void DBusService::inBackground(const char* name, const std::function<void()>& notice) {
+    if (!tasks_.run(name, notice)) {
+        notice();
     }
 }
 
+void DBusService::stoppedChildsWatcher() {
+    for (const auto& event : takeEndedSessions(table_, childWaits_)) {
+        inBackground("sessionEnded", [this, event] { sessionEnded(*event.session, event.address); });
+    }
+}
+
+void DBusService::stoppedTransportWatcher() {
+    for (const auto& event : takeLostTransports(table_)) {
+        inBackground("transportEnded", [this, event] { transportEnded(*event.session, event.address); });
+    }
+}
+
+void DBusService::durationLimitSessionsWatcher() { endSessionsOverLimit(table_, std::chrono::system_clock::now()); }
+
+void DBusService::seamlessTimeoutWatcher() {
+    const std::chrono::seconds timeout(config()->settingInteger("seamless:timeout", 60));
+    endIdleSeamlessSessions(table_, timeout, std::chrono::steady_clock::now());
+}
+
 // Never takes the table's lock: a new session may hold it while it waits for this one to be gone.
-void DBusService::sessionEnded(const SessionPtr& session, const std::string& address) {
-    auditUserMessage(session->display, address.c_str(), auditMessageType, "VARD:SessionLogout", session->username,
+void DBusService::sessionEnded(const Session& session, const std::string& address) {
+    auditUserMessage(session.display, address.c_str(), auditMessageType, "VARD:SessionLogout", session.username, true);
+    emitSignal([&] { signalSessionDisconnected(session.sid); });
+    emitSignal([&] { signalSessionShutdown(session.sid); });
+    if (!session.pid1) {
+        claimDisplay(session.display,
+                     displaySocket(session.display)); // a killed server leaves its socket and its lock
+    }
+}
+
+void DBusService::transportEnded(const Session& session, const std::string& address) {
+    auditUserMessage(session.display, address.c_str(), auditMessageType, "VARD:SessionDisconnect", session.username,
                      true);
-    emitSignal([&] { signalSessionDisconnected(session->sid); });
-    emitSignal([&] { signalSessionShutdown(session->sid); });
-    if (!session->pid1) {
-        claimDisplay(session->display,
-                     displaySocket(session->display)); // a killed server leaves its socket and its lock
+    emitSignal([&] { signalSessionDisconnected(session.sid); });
+}
+
+void DBusService::setLimit(const char* func, uint32_t sid, uint32_t seconds, uint32_t Session::*limit) {
+    info("%s: session id: 0x%08x, limit: %u src", func, sid, seconds);
+    if (const auto found = table_.findSession(sid)) {
+        const std::scoped_lock lock(table_.mutex());
+        (*found).*limit = seconds;
     }
 }
 
 void DBusService::vardSessionDurationLimit(const uint32_t& session, const uint32_t& countsec) {
-    static_cast<void>(session);
-    static_cast<void>(countsec);
-    throw not_supported("vardSessionDurationLimit");
+    setLimit("vardSessionDurationLimit", session, countsec, &Session::durationLimit);
 }
 
 void DBusService::vardSessionInactivityLimit(const uint32_t& session, const uint32_t& countsec) {
-    static_cast<void>(session);
-    static_cast<void>(countsec);
-    throw not_supported("vardSessionInactivityLimit");
+    setLimit("vardSessionInactivityLimit", session, countsec, &Session::inactivityLimit);
 }
 
 } // namespace Vard

@@ -26,6 +26,7 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 constexpr size_t largestAnswer = 64 << 10;
+constexpr std::chrono::milliseconds closingLimit{500}; // from a child's answer to its end
 
 // The socket is in a directory of the user's: only what is a socket of his own is told to his programs.
 std::list<std::string> busAddress(const Session& session) {
@@ -68,9 +69,9 @@ void writeAnswer(int fd, const std::string& answer) noexcept {
 }
 
 // What the child wrote until it closed its end; the user may stop or kill it at any moment.
-std::string readAnswer(int fd) {
+std::string readAnswer(int fd, std::chrono::milliseconds limit) {
     std::string answer;
-    const auto end = Clock::now() + toolLimit;
+    const auto end = Clock::now() + limit;
     for (;;) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
         pollfd entry{fd, POLLIN, 0};
@@ -109,9 +110,10 @@ std::optional<ChildWait> runSessionOpen(const Session* session, const std::files
         Syslog::error("%s: xvfb session null", "runSessionOpen");
         return std::nullopt;
     }
+    // The supervisor would find out too; known now, it fails the start instead of ending a session at once.
     std::error_code failed;
     if (!std::filesystem::exists(program, failed)) {
-        Syslog::error("%s: program not found: %s", "runSessionOpen", program.c_str());
+        Syslog::error("%s: program not found: %s", "runChildProcess", program.c_str());
         return std::nullopt;
     }
     const Identity identity = Identity::of(session->username);
@@ -130,7 +132,8 @@ std::optional<ChildWait> runSessionOpen(const Session* session, const std::files
     return ChildWait(session->tasks(), pid);
 }
 
-std::string callUserScope(const Session& session, const std::function<std::string()>& function) {
+std::string callUserScope(const Session& session, const std::function<std::string()>& function,
+                          std::chrono::milliseconds limit) {
     const Identity identity = Identity::of(session.username);
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
@@ -149,8 +152,8 @@ std::string callUserScope(const Session& session, const std::function<std::strin
     }
     writer.reset();
     ChildWait child(session.tasks(), pid);
-    std::string answer = readAnswer(reader.get());
-    const int status = child.getWithin(std::chrono::seconds(1), "callUserScope");
+    std::string answer = readAnswer(reader.get(), limit);
+    const int status = child.getWithin(closingLimit, "callUserScope");
     return status == 0 ? answer : "";
 }
 

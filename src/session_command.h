@@ -34,8 +34,9 @@ std::optional<ChildWait> runSessionOpen(const Session* session, const std::files
                                         const std::list<std::string>& args);
 
 /// Runs `function` in a forked child that has taken the user's identity and integrity level, and returns what it
-/// returned, cut to 64 KiB. Empty when the child failed or took longer than toolLimit, which ends it. Throws vard_error
+/// returned, cut to 64 KiB. Empty when the child failed or took longer than `limit`, which ends it. Throws vard_error
 /// when it cannot be started.
-std::string callUserScope(const Session& session, const std::function<std::string()>& function);
+std::string callUserScope(const Session& session, const std::function<std::string()>& function,
+                          std::chrono::milliseconds limit = toolLimit);
 
 } // namespace Vard

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 
 namespace Vard {
 
@@ -41,6 +42,20 @@ std::shared_ptr<Session> SessionTable::findUserSession(const std::string& userna
     const auto found = std::ranges::find_if(
         slots_, [&](const auto& slot) { return slot && !slot->seamless && slot->username == username; });
     return found == slots_.end() ? nullptr : *found;
+}
+
+std::vector<std::shared_ptr<Session>> SessionTable::findUserSessions(const std::string& username) const {
+    const std::scoped_lock lock(mutex_);
+    std::vector<std::shared_ptr<Session>> result;
+    std::ranges::copy_if(slots_, std::back_inserter(result),
+                         [&](const auto& slot) { return slot && slot->username == username; });
+    return result;
+}
+
+uint32_t SessionTable::count(const std::function<bool(const Session&)>& predicate) const {
+    const std::scoped_lock lock(mutex_);
+    return static_cast<uint32_t>(
+        std::ranges::count_if(slots_, [&](const auto& slot) { return slot && predicate(*slot); }));
 }
 
 std::shared_ptr<const uint32_t> SessionTable::leaseLocked(uint32_t display) {

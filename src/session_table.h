@@ -4,6 +4,7 @@
 #include "session.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -37,8 +38,14 @@ public:
     /// desktop.
     [[nodiscard]] std::shared_ptr<Session> findUserSession(const std::string& username) const;
 
+    /// All sessions of that user in slot order, seamless ones too.
+    [[nodiscard]] std::vector<std::shared_ptr<Session>> findUserSessions(const std::string& username) const;
+    /// How many sessions the predicate takes.
+    [[nodiscard]] uint32_t count(const std::function<bool(const Session&)>& predicate) const;
+
     /// The slots in display order.
     [[nodiscard]] std::vector<std::shared_ptr<Session>>& slotsLocked() { return slots_; }
+    [[nodiscard]] const std::vector<std::shared_ptr<Session>>& slotsLocked() const { return slots_; }
     [[nodiscard]] uint32_t displayLocked(size_t slot) const {
         return static_cast<uint32_t>(base_) + static_cast<uint32_t>(slot);
     }

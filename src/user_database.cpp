@@ -72,14 +72,14 @@ struct GroupEntry {
     group* found = nullptr;
     std::vector<char> buffer;
 
-    explicit GroupEntry(const std::string& name) {
+    GroupEntry(const std::string& name, const char* func) {
         const int code = plausible(name) ? lookUp(entry, found, buffer,
                                                   [&](group* out, char* data, size_t size, group** result) {
                                                       return ::getgrnam_r(name.c_str(), out, data, size, result);
                                                   })
                                          : 0;
         if (found == nullptr) {
-            Utils::syslogErrno("getGroupGid", "getgrnam", code);
+            Utils::syslogErrno(func, "getgrnam", code);
         }
     }
 };
@@ -138,13 +138,13 @@ gid_t getUserGid(const std::string& user) { return getUserInfo(user).gid; }
 std::filesystem::path getUserHome(const std::string& user) { return getUserInfo(user).home; }
 
 gid_t getGroupGid(const std::string& group) {
-    const GroupEntry found(group);
+    const GroupEntry found(group, "getGroupGid");
     return found.found != nullptr ? found.entry.gr_gid : unknownGid;
 }
 
 std::vector<std::string> getGroupMembers(const std::string& group) {
     std::vector<std::string> members;
-    const GroupEntry found(group);
+    const GroupEntry found(group, "getGroupMembers");
     for (char** member = found.found != nullptr ? found.entry.gr_mem : nullptr; member != nullptr && *member != nullptr;
          ++member) {
         members.emplace_back(*member);

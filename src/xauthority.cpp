@@ -84,8 +84,8 @@ void writeXauthority(const std::filesystem::path& path, const std::vector<uint8_
         }
         throw vard_error("createXauthFile");
     }
-    handOver(file.get(), user, group);
     ::fchmod(file.get(), fileMode);
+    handOver(file.get(), user, group);
 }
 
 } // namespace Vard

@@ -24,7 +24,6 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-constexpr auto answerLimit = 2s;
 constexpr auto silence = 5s;
 
 /// Ends a wait inside the library, which knows no time-outs, by shutting the connection down.
@@ -45,7 +44,7 @@ public:
 private:
     void watch() {
         std::unique_lock lock(mutex_);
-        if (!changed_.wait_for(lock, answerLimit, [this] { return done_; })) {
+        if (!changed_.wait_for(lock, Connector::answerLimit, [this] { return done_; })) {
             ::shutdown(fd_.get(), SHUT_RDWR);
         }
     }
@@ -163,8 +162,8 @@ bool Connector::unresponsive() {
     return ::poll(&entry, 1, 0) == 0;
 }
 
-ReplyError<void> Connector::waitReply(unsigned sequence) {
-    const auto end = Clock::now() + answerLimit;
+ReplyError<void> Connector::waitReply(unsigned sequence, std::chrono::milliseconds limit) {
+    const auto end = Clock::now() + limit;
     ::xcb_flush(connection_.get());
     for (;;) {
         void* reply = nullptr;
@@ -185,6 +184,11 @@ ReplyError<void> Connector::waitReply(unsigned sequence) {
             return {};
         }
     }
+}
+
+bool Connector::answers(std::chrono::milliseconds limit) {
+    const auto ping = [](xcb_connection_t* conn) { return ::xcb_get_input_focus(conn); };
+    return ask<xcb_get_input_focus_reply_t>(ping, limit).first != nullptr;
 }
 
 Rect Connector::getWindowGeometry(xcb_window_t win) {

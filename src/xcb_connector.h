@@ -62,6 +62,9 @@ struct PixmapInfo {
 /// Safe to use from several threads; one request at a time.
 class Connector {
 public:
+    /// How long a request waits for its answer.
+    static constexpr std::chrono::seconds answerLimit{2};
+
     using Cookie = std::vector<uint8_t>;
 
     /// Connects to display ":N" through `socket`, an already connected descriptor whose peer the caller has checked;
@@ -84,6 +87,9 @@ public:
     /// Depth of the first format with those bits per pixel, 0 when none.
     [[nodiscard]] uint8_t depthFromBpp(uint8_t bpp) const;
 
+    /// True when the server answers within `limit`. After a missed answer every request fails at once for a while, so a
+    /// caller who has many servers to ask asks this first.
+    bool answers(std::chrono::milliseconds limit = answerLimit);
     /// Size of the window, its position in root coordinates. Logged and all zero on failure.
     Rect getWindowGeometry(xcb_window_t win);
     /// Moves and resizes; true when the server accepted. Logged on failure.
@@ -120,19 +126,20 @@ private:
         void operator()(xcb_connection_t* conn) const { xcb_disconnect(conn); }
     };
 
-    // Sends one request and waits for its answer; both empty when there was none in time.
+    // Sends one request and waits for its answer; both empty when there was none in time. Another thread may be waiting
+    // for its own answer.
     template <typename Reply, typename Send>
-    ReplyError<Reply> ask(Send send) {
-        const std::scoped_lock lock(mutex_);
-        if (unresponsive()) {
+    ReplyError<Reply> ask(Send send, std::chrono::milliseconds limit = answerLimit) {
+        const std::unique_lock lock(mutex_, limit);
+        if (!lock || unresponsive()) {
             return {};
         }
         xcb_connection_t* const connection = connection_.get();
-        auto [reply, error] = waitReply(send(connection).sequence);
+        auto [reply, error] = waitReply(send(connection).sequence, limit);
         return {ReplyPtr<Reply>(static_cast<Reply*>(reply.release())), std::move(error)};
     }
     bool unresponsive();
-    ReplyError<void> waitReply(unsigned sequence);
+    ReplyError<void> waitReply(unsigned sequence, std::chrono::milliseconds limit);
     void connect(uint32_t display, const Cookie* auth, FileDescriptor socket);
     void readSetup();
     void describe(PixmapInfo& info, const xcb_get_image_reply_t& reply) const;
@@ -142,7 +149,7 @@ private:
     const xcb_screen_t* screen_ = nullptr;
     const xcb_format_t* format_ = nullptr;
     bool hasRandr_ = false;
-    std::mutex mutex_;
+    std::timed_mutex mutex_;
     std::chrono::steady_clock::time_point silentUntil_{}; // after a missed answer nobody is made to wait again so soon
 };
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <fstream>
 #include <regex>
+#include <thread>
 
 namespace {
 
@@ -51,11 +52,48 @@ TEST_F(Interface, TellsThatItIsAliveAndItsVersion) {
     EXPECT_TRUE(journal.waitFor("vardTest send ping version success"));
 }
 
-TEST_F(Interface, MethodsOfLaterVersionsSaySo) {
-    EXPECT_EQ(bus.call("vardSessions").error, "org.freedesktop.DBus.Error.NotSupported");
-    EXPECT_EQ(bus.call("vardSendNotify", "ussy", 33U, "a", "b", 1).error, "org.freedesktop.DBus.Error.NotSupported");
-    EXPECT_EQ(bus.call("busProgramRequest", "sssqqs", "a", "", "b", 1, 2, "c").error,
-              "org.freedesktop.DBus.Error.NotSupported");
+TEST_F(Interface, EveryMethodAnswersForAnUnknownSessionOrUser) {
+    for (const char* method : {"vardSessionShutdown", "vardDisconnect"}) {
+        EXPECT_EQ(bus.call(method, "u", 33U).number, 0) << method;
+    }
+    EXPECT_EQ(bus.call("vardConnectRdpTransport", "uu", 33U, 5U).number, 0);
+    EXPECT_EQ(bus.call("vardSendNotify", "ussy", 33U, "a", "b", 1).number, 0);
+    EXPECT_EQ(bus.call("busSessionShutdown", "s", "nobody").number, 0);
+    EXPECT_EQ(bus.call("busProgramRequest", "sssqqs", "a", "", "b", 1, 2, "no such program").number, -1);
+    EXPECT_EQ(bus.call("vardCheckAuthUser", "sss", "nobody-knows", "x", "vard").number, 0);
+    EXPECT_EQ(bus.call("vardSessionInfoJson", "u", 33U).text, "{}");
+    EXPECT_EQ(bus.call("vardUserInfoJson", "s", "nobody").text, "[]");
+    const auto processes = bus.call("vardSessionProcess", "u", 33U);
+    EXPECT_TRUE(processes.ok() && processes.text.empty());
+    const auto address = bus.call("vardSessionDBusAddress", "s", "nobody");
+    EXPECT_TRUE(address.ok() && address.text.empty());
+    EXPECT_TRUE(bus.call("vardSessions").rows.empty());
+    EXPECT_TRUE(bus.call("busSessionsInfo").rows.empty());
+    for (const auto& reply :
+         {bus.call("vardSessionDurationLimit", "uu", 33U, 1U), bus.call("vardSessionInactivityLimit", "uu", 33U, 1U),
+          bus.call("vardSessionGeometry", "uqq", 33U, 640, 480),
+          bus.call("vardRdpSecurityPolicy", "ubbb", 33U, 0, 0, 0), bus.call("proxyListenStarted", "ub", 33U, 1),
+          bus.call("proxyClientConnected", "us", 33U, "10.0.0.1"),
+          bus.call("proxySessionConnected", "uus", 33U, 1U, "10.0.0.1")}) {
+        EXPECT_TRUE(reply.ok() && reply.type.empty()) << reply.error << reply.type;
+    }
+    EXPECT_EQ(bus.call("vardCheckProxyListen").number, 0) << "nothing was reported for a session that exists";
+    EXPECT_TRUE(journal.waitFor("vardSessionDurationLimit: session id: 0x00000021, limit: 1 src"));
+    EXPECT_TRUE(journal.has("vardRdpSecurityPolicy: session id: 0x00000021, nla: 0, tls: 0, rdp: 0"));
+    EXPECT_TRUE(journal.has("vardSessionGeometry: session id: 0x00000021, width: 640, height: 480"));
+    EXPECT_TRUE(journal.has("vardSessionProcess: session not found: 0x00000021"));
+    EXPECT_TRUE(journal.has("busSessionShutdown: session not found: nobody"));
+    EXPECT_TRUE(journal.has("busProgramRequest: program not registered, name: `no such program'"));
+}
+
+TEST_F(Interface, TellsTheLoadOfTheMachine) {
+    const auto reply = bus.call("vardLoadAverage");
+    double oneMinute = 0;
+    double fiveMinutes = 0;
+    std::ifstream("/proc/loadavg") >> oneMinute >> fiveMinutes;
+    EXPECT_EQ(reply.type, "d");
+    // The kernel may take a new figure between the two readings.
+    EXPECT_NEAR(reply.real, fiveMinutes * 100 / std::thread::hardware_concurrency(), 5);
 }
 
 TEST_F(Interface, HostileMessagesGetAnErrorAndTheServiceLives) {

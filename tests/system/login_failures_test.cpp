@@ -119,7 +119,7 @@ TEST_F(LoginFailures, MissingSessionProgramIsAFailedStart) {
     auto config = testConfig();
     config["session:path"] = "/usr/bin/no-such-program";
     start(config);
-    expectFailedStart("runSessionOpen: program not found: /usr/bin/no-such-program");
+    expectFailedStart("runChildProcess: program not found: /usr/bin/no-such-program");
 }
 
 TEST_F(LoginFailures, SessionProgramThatCannotRunEndsTheSession) {

@@ -23,6 +23,36 @@ struct MessageOwner {
     MessageOwner& operator=(const MessageOwner&) = delete;
 };
 
+std::string fieldText(sd_bus_message* answer, char type) {
+    if (type == 's') {
+        const char* text = nullptr;
+        sd_bus_message_read(answer, "s", &text);
+        return text;
+    }
+    uint32_t number = 0;
+    sd_bus_message_read(answer, "u", &number);
+    return std::to_string(number);
+}
+
+void readRows(sd_bus_message* answer, Reply& reply) {
+    const std::string fields = reply.type.substr(2, reply.type.size() - 3);
+    sd_bus_message_enter_container(answer, 'a', ("(" + fields + ")").c_str());
+    while (sd_bus_message_enter_container(answer, 'r', fields.c_str()) > 0) {
+        auto& row = reply.rows.emplace_back();
+        for (const char type : fields) {
+            row.push_back(fieldText(answer, type));
+        }
+        sd_bus_message_exit_container(answer);
+    }
+}
+
+void readTexts(sd_bus_message* answer, Reply& reply) {
+    sd_bus_message_enter_container(answer, 'a', "s");
+    for (const char* text = nullptr; sd_bus_message_read(answer, "s", &text) > 0;) {
+        reply.texts.emplace_back(text);
+    }
+}
+
 void readResult(sd_bus_message* answer, Reply& reply) {
     reply.type = sd_bus_message_get_signature(answer, 1);
     if (reply.type == "s") {
@@ -36,6 +66,12 @@ void readResult(sd_bus_message* answer, Reply& reply) {
         if (reply.type == "u") {
             reply.number = static_cast<uint32_t>(number);
         }
+    } else if (reply.type == "d") {
+        sd_bus_message_read(answer, "d", &reply.real);
+    } else if (reply.type == "as") {
+        readTexts(answer, reply);
+    } else if (reply.type.starts_with("a(")) {
+        readRows(answer, reply);
     }
 }
 

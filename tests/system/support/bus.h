@@ -21,6 +21,9 @@ struct Reply {
     std::string text; ///< the error's text, or a string result
     std::string type; ///< the result's signature
     int64_t number = 0; ///< an integer or boolean result
+    double real = 0; ///< a floating-point result
+    std::vector<std::string> texts; ///< a list of strings
+    std::vector<std::vector<std::string>> rows; ///< a list of structures, every field as text
 
     [[nodiscard]] bool ok() const { return error.empty(); }
 };

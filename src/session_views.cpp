@@ -1,0 +1,116 @@
+// Views of the session table for callers outside: rows and JSON texts.
+#include "session_views.h"
+
+#include "json_writer.h"
+#include "logger.h"
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+
+namespace Vard {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// What all X servers of one view may take together, and what each has even when the others used that up: one that runs
+// answers in a fraction of a millisecond.
+constexpr auto viewLimit = 1500ms;
+constexpr auto leastLimit = 20ms;
+
+std::string localTime(std::chrono::system_clock::time_point point) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(point);
+    std::tm fields{};
+    ::localtime_r(&seconds, &fields);
+    std::array<char, 32> text{};
+    return {text.data(), std::strftime(text.data(), text.size(), "%F %T", &fields)};
+}
+
+void writeTexts(ObjectWriter& json, const Session& session) {
+    json.text("home", session.home.string());
+    json.text("xauthfile", session.xauthfile.string());
+    json.text("runtimedir", session.runtimedir.string());
+    json.text("xsession", session.xsession.string());
+    json.text("gecos", session.gecos);
+    json.text("shell", session.shell);
+    json.text("username", session.username);
+    json.text("domain", session.domain);
+    json.text("remoteaddr", session.remoteaddr);
+    json.text("ntlm", session.ntlm.text());
+}
+
+void writeNumbers(ObjectWriter& json, const Session& session) {
+    using std::chrono::duration_cast;
+    json.number("uid", session.uid);
+    json.number("gid", session.gid);
+    json.number("display", session.display);
+    json.number("sid", session.sid);
+    json.number("durationLimit", session.durationLimit);
+    json.number("inactivityLimit", session.inactivityLimit);
+    json.number("pid1", session.pid1.pid());
+    json.number("pid2", session.pid2.pid());
+    json.number("pid3", session.pid3.pid());
+    json.number("start", duration_cast<std::chrono::seconds>(session.start.time_since_epoch()).count());
+}
+
+void writeFlags(ObjectWriter& json, const Session& session) {
+    json.flag("sec:nla", session.nla);
+    json.flag("sec:tls", session.tls);
+    json.flag("sec:rdp", session.rdp);
+    json.flag("sec:auth", session.auth);
+    json.flag("seamless:mode", session.seamless);
+}
+
+// All zero when the server does not answer in time: it is the user's, who may have stopped it.
+Xcb::Rect rootGeometry(Xcb::Connector* xcb, std::chrono::milliseconds limit) {
+    return xcb != nullptr && xcb->answers(limit) ? xcb->getWindowGeometry(xcb->windowRoot()) : Xcb::Rect{};
+}
+
+} // namespace
+
+std::vector<SessionRow> sessionRows(const SessionTable& table) {
+    const auto now = std::chrono::system_clock::now();
+    std::vector<SessionRow> rows;
+    const std::scoped_lock lock(table.mutex());
+    rows.reserve(table.slotsLocked().size());
+    for (const auto& session : table.slotsLocked()) {
+        if (session) {
+            const auto age = std::chrono::duration_cast<std::chrono::seconds>(now - session->start).count();
+            rows.push_back({session->display, Utils::toValidUtf8(session->username), localTime(session->start),
+                            static_cast<uint32_t>(std::max<int64_t>(age, 0)), session->uid, session->gid});
+        }
+    }
+    return rows;
+}
+
+std::string sessionJson(const SessionTable& table, const Session& session, std::chrono::milliseconds limit) {
+    const auto xcb = session.xcb; // set before the record enters the table, never changed
+    const auto root = rootGeometry(xcb.get(), limit);
+    ObjectWriter json;
+    const std::scoped_lock lock(table.mutex());
+    writeTexts(json, session);
+    writeNumbers(json, session);
+    if (root.width > 0) {
+        json.number("depth", static_cast<unsigned>(xcb->depth()));
+        json.number("width", root.width);
+        json.number("height", root.height);
+    }
+    writeFlags(json, session);
+    return json.finish();
+}
+
+std::string sessionsJson(const SessionTable& table, const std::vector<std::shared_ptr<Session>>& sessions) {
+    const auto end = std::chrono::steady_clock::now() + viewLimit;
+    ArrayWriter array;
+    for (const auto& session : sessions) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+        if (!array.append(sessionJson(table, *session, std::max(left, std::chrono::milliseconds(leastLimit))))) {
+            Syslog::warning("%s: too many sessions, user: %s", "vardUserInfoJson", session->username.c_str());
+            break;
+        }
+    }
+    return array.finish();
+}
+
+} // namespace Vard
