@@ -1,4 +1,5 @@
 // What a login, a query and a session cost, beside what the parts cost by themselves.
+#include "growth.h"
 #include "service.h"
 
 #include <sys/wait.h>
@@ -8,6 +9,7 @@
 #include <cstdio>
 #include <fstream>
 #include <sstream>
+#include <string_view>
 #include <thread>
 
 namespace {
@@ -176,8 +178,12 @@ void memoryAndIdle() {
 
 } // namespace
 
-int main() {
+int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IONBF, 0); // a forked child must not print it again
+    tableGrowth();
+    if (argc > 1 && std::string_view(argv[1]) == "growth") {
+        return 0;
+    }
     {
         const Account alice("alice");
         Json::Value xorg(Json::objectValue);

@@ -1,38 +1,16 @@
 // Views of the session table.
 #include "dbus_service.h"
 
+#include "bus_rows.h"
 #include "process_list.h"
 #include "session_views.h"
 #include "utils.h"
 
-#include <algorithm>
-#include <iterator>
-
 namespace Vard {
 
-namespace {
-
-DBus::Struct<uint32_t, std::string, std::string, uint32_t, uint32_t, uint32_t> busRow(const SessionRow& row) {
-    DBus::Struct<uint32_t, std::string, std::string, uint32_t, uint32_t, uint32_t> result{};
-    result._1 = row.display;
-    result._2 = row.username;
-    result._3 = row.start;
-    result._4 = row.age;
-    result._5 = row.uid;
-    result._6 = row.gid;
-    return result;
-}
-
-} // namespace
-
-std::vector<DBus::Struct<uint32_t, std::string, std::string, uint32_t, uint32_t, uint32_t>>
-DBusService::busSessionsInfo() {
+std::vector<BusRow> DBusService::busSessionsInfo() {
     info("%s", "busSessionsInfo");
-    const auto rows = sessionRows(table_);
-    std::vector<DBus::Struct<uint32_t, std::string, std::string, uint32_t, uint32_t, uint32_t>> result;
-    result.reserve(rows.size());
-    std::ranges::transform(rows, std::back_inserter(result), busRow);
-    return result;
+    return busRows(sessionRows(table_));
 }
 
 std::vector<DBus::Struct<std::string, uint32_t>> DBusService::vardSessions() {

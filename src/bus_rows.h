@@ -1,0 +1,32 @@
+// The table of sessions in the form that the bus carries.
+#pragma once
+
+#include "session_views.h"
+
+#include <dbus-c++/dbus.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Vard {
+
+using BusRow = DBus::Struct<uint32_t, std::string, std::string, uint32_t, uint32_t, uint32_t>;
+
+/// The rows as structures of display, user name, start, age, user id and group id. Any thread.
+inline std::vector<BusRow> busRows(const std::vector<SessionRow>& rows) {
+    std::vector<BusRow> result;
+    result.reserve(rows.size());
+    for (const auto& row : rows) {
+        BusRow& entry = result.emplace_back(BusRow{});
+        entry._1 = row.display;
+        entry._2 = row.username;
+        entry._3 = row.start;
+        entry._4 = row.age;
+        entry._5 = row.uid;
+        entry._6 = row.gid;
+    }
+    return result;
+}
+
+} // namespace Vard
