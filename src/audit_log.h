@@ -39,6 +39,7 @@ public:
 
     /// From now on the attempt is reported, for this display and user.
     void begin(unsigned display, const std::string& user);
+    /// The attempt succeeded.
     void success() { result_ = true; }
 
 private:

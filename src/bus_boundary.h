@@ -22,7 +22,8 @@ public:
 std::optional<std::string> methodSignature(const DBus::IntrospectedInterface& interface, const std::string& method,
                                            bool in);
 
-/// True for the methods that start a session, whose failures are told to the caller as an error.
+/// True for the methods that start a session: an exception in them is told to the caller as an error. (Refusals are
+/// ordinary answers: -1 or false.)
 bool isSessionRequest(const std::string& method);
 
 /// The answer of a method that failed: false, -1, 0, an empty list or text, an empty JSON text.

@@ -11,9 +11,10 @@
 
 namespace Vard {
 
+/// One row: display, user name, start, age, user id, group id.
 using BusRow = DBus::Struct<uint32_t, std::string, std::string, uint32_t, uint32_t, uint32_t>;
 
-/// The rows as structures of display, user name, start, age, user id and group id. Any thread.
+/// The rows in that form. Any thread.
 inline std::vector<BusRow> busRows(const std::vector<SessionRow>& rows) {
     std::vector<BusRow> result;
     result.reserve(rows.size());

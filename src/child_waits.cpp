@@ -1,17 +1,23 @@
 // Children waited for in the background.
 #include "child_waits.h"
 
+#include "exceptions.h"
 #include "logger.h"
 
 #include <sys/wait.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <thread>
 
 namespace Vard {
 
 using namespace std::chrono_literals;
+
+namespace {
+constexpr auto killedLimit = 1s; // in which a killed child ends, unless the kernel holds it
+}
 
 int waitProcessPid(pid_t pid) {
     Syslog::debug("%s: wait pid: %d", "waitProcessPid", pid);
@@ -31,6 +37,12 @@ ChildWait::ChildWait(BackgroundTasks& tasks, pid_t pid)
       process_(ProcessHandle::of(pid)),
       task_(std::make_shared<std::packaged_task<int()>>([pid] { return waitProcessPid(pid); })),
       status_(task_->get_future()) {
+    if (!process_) {
+        Utils::syslogErrno("ChildWait", "pidfd_open", errno);
+        ::kill(pid, SIGKILL); // still ours and not reaped, so the number is its own
+        (*task_)();
+        throw vard_error("ChildWait");
+    }
     if (tasks.run("waitProcessPid", [task = task_] { (*task)(); })) {
         task_.reset();
     }
@@ -62,24 +74,38 @@ int ChildWait::get() {
     return status_.get();
 }
 
-int ChildWait::getWithin(std::chrono::milliseconds limit, const char* func) {
-    const auto end = std::chrono::system_clock::now() + limit;
+bool ChildWait::endedBy(std::chrono::system_clock::time_point end) {
     while (task_ && !ready({}) && std::chrono::system_clock::now() < end) {
         std::this_thread::sleep_for(20ms);
     }
-    if (!ready(end)) {
-        Syslog::warning("%s: child did not end, killed, pid: %d", func, pid_);
-        process_.kill();
+    return ready(end);
+}
+
+void ChildWait::kill(const char* func) {
+    Syslog::warning("%s: child did not end, killed, pid: %d", func, pid_);
+    process_.kill();
+    killed_ = true;
+}
+
+int ChildWait::takeBy(std::chrono::system_clock::time_point end, const char* func) {
+    if (!endedBy(end)) {
+        Syslog::warning("%s: killed child does not end, pid: %d", func, pid_);
+        return -1;
     }
     return get();
+}
+
+int ChildWait::getWithin(std::chrono::milliseconds limit, const char* func) {
+    if (!endedBy(std::chrono::system_clock::now() + limit)) {
+        kill(func);
+    }
+    return takeBy(std::chrono::system_clock::now() + killedLimit, func);
 }
 
 void ChildWait::killOverdue(const char* func) {
     const auto told = process_.toldToEndFor();
     if (!killed_ && told && *told > endGrace) {
-        Syslog::warning("%s: child did not end, killed, pid: %d", func, pid_);
-        process_.kill();
-        killed_ = true;
+        kill(func);
     }
 }
 
@@ -95,7 +121,8 @@ bool ChildWaits::holds(pid_t pid) {
     return std::ranges::any_of(children_, [pid](const auto& child) { return child.valid() && child.pid() == pid; });
 }
 
-void ChildWaits::collectLocked(const char* func, const std::function<void(pid_t pid, int status)>& ended) {
+void ChildWaits::collectLocked(const char* func,
+                               const std::function<void(const ProcessHandle& process, int status)>& ended) {
     // One deadline for the whole pass: a millisecond for each of 400 children would hold both locks for most of a
     // second.
     const auto deadline = std::chrono::system_clock::now() + 1ms;
@@ -109,7 +136,7 @@ void ChildWaits::collectLocked(const char* func, const std::function<void(pid_t 
         }
         const int status = child.get();
         Utils::syslogWaitStatus(status, func, child.pid());
-        ended(child.pid(), status);
+        ended(child.process(), status);
     }
     std::erase_if(children_, [](const auto& child) { return !child.valid(); });
 }
@@ -124,10 +151,15 @@ void ChildWaits::endAll(const char* func) {
         child.process().terminate();
     }
     std::this_thread::sleep_for(100ms);
-    const auto deadline = std::chrono::steady_clock::now() + endGrace;
+    const auto deadline = std::chrono::system_clock::now() + endGrace;
     for (auto& child : children_) {
-        const auto left = deadline - std::chrono::steady_clock::now();
-        child.getWithin(std::max(std::chrono::duration_cast<std::chrono::milliseconds>(left), 0ms), func);
+        if (child.valid() && !child.endedBy(deadline)) {
+            child.kill(func);
+        }
+    }
+    const auto last = std::chrono::system_clock::now() + killedLimit;
+    for (auto& child : children_) {
+        child.takeBy(last, func);
     }
     children_.clear();
 }

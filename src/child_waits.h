@@ -24,13 +24,16 @@ int waitProcessPid(pid_t pid);
 /// One child, waited for by a background thread, or, when no thread could be had, by whoever asks.
 class ChildWait {
 public:
-    /// Takes over the wait for a child that was just started.
+    /// Takes over the wait for a child that was just started. Kills it, and throws vard_error after an error line, when
+    /// no descriptor can be had to hold it by.
     ChildWait(BackgroundTasks& tasks, pid_t pid);
     ChildWait(ChildWait&&) = default;
     ChildWait& operator=(ChildWait&&) = default;
     ~ChildWait() = default;
 
+    /// The handle to signal the child by.
     [[nodiscard]] const ProcessHandle& process() const { return process_; }
+    /// The child's process id.
     [[nodiscard]] pid_t pid() const { return pid_; }
     /// False once the status was taken.
     [[nodiscard]] bool valid() const { return status_.valid(); }
@@ -38,8 +41,16 @@ public:
     bool ready(std::chrono::system_clock::time_point deadline);
     /// Takes the status; blocks until the child has ended. Afterwards valid() is false.
     int get();
-    /// Takes the status; a child that has not ended after `limit` is killed, with a warning under `func`.
+    /// Takes the status; a child that has not ended after `limit` is killed, with a warning under `func`. -1, after
+    /// another warning, when it is still there a second later (its own file system may hold it): the background thread
+    /// then reaps it whenever it ends.
     int getWithin(std::chrono::milliseconds limit, const char* func);
+    /// True when the child has ended by `end`.
+    bool endedBy(std::chrono::system_clock::time_point end);
+    /// Kills the child, with a warning under `func`.
+    void kill(const char* func);
+    /// Takes the status of a child that ends by `end`; -1, after a warning under `func`, for one that does not.
+    int takeBy(std::chrono::system_clock::time_point end, const char* func);
     /// Kills the child, with a warning under `func`, when it was told to end more than endGrace ago. Once.
     void killOverdue(const char* func);
 
@@ -65,10 +76,10 @@ public:
     void addLocked(ChildWait child);
     /// True when a child of that pid is still waited for; takes the lock.
     bool holds(pid_t pid);
-    /// Calls `ended(pid, status)` for every child that has ended, in list order, and forgets it; kills overdue ones.
-    /// The caller holds the lock. The status is logged under `func`.
-    void collectLocked(const char* func, const std::function<void(pid_t pid, int status)>& ended);
-    /// Tells all children to end, waits for each (killing those that stay) and empties the list. Takes the lock. Logs
+    /// Calls `ended(process, status)` for every child that has ended, in list order, and forgets it; kills overdue
+    /// ones. The caller holds the lock. The status is logged under `func`.
+    void collectLocked(const char* func, const std::function<void(const ProcessHandle& process, int status)>& ended);
+    /// Tells all children to end, waits for each, kills those that stay, and empties the list. Takes the lock. Logs
     /// under `func`.
     void endAll(const char* func);
 

@@ -40,9 +40,10 @@ struct StartRequest {
     std::list<std::string> args{};
 };
 
-/// The bus object "/ru/korvex/vard". Methods run on the main thread, one at a time; the watchers run on the worker
-/// thread; everything else runs in counted background tasks. Lock order: the session table's lock, then the child
-/// list's; neither is held while waiting on the bus or the audit socket.
+/// The bus object "/ru/korvex/vard". Methods run on the main thread, one at a time (only vardSendNotify is called from
+/// a background task too); the watchers run on the worker thread; everything else runs in counted background tasks.
+/// Lock order: the session table's lock, then the child list's; neither is held while waiting on the bus or the audit
+/// socket.
 class DBusService final : public Syslog,
                           public ru::korvex::vard_adaptor,
                           public DBus::IntrospectableAdaptor,

@@ -24,6 +24,7 @@ public:
     explicit JsonConfig(Json::Value object);
     virtual ~JsonConfig() = default;
 
+    // A member in its type, or the default when it is absent. Throw jsoncpp's exception when it cannot be converted.
     std::string getString(std::string_view key, std::string_view defaultValue = {}) const;
     int getInteger(std::string_view key, int defaultValue = 0) const;
     double getDouble(std::string_view key, double defaultValue = 0) const;
@@ -33,6 +34,7 @@ public:
     std::list<std::string> getStringList(std::string_view key) const;
     std::vector<std::string> getVectorList(std::string_view key) const;
 
+    /// True when the member is there, whatever its type.
     bool hasValue(std::string_view key) const;
 
     // For the service's own settings, where a broken value must not stop an operation: as above, but a member that

@@ -5,11 +5,13 @@ namespace Vard {
 
 namespace {
 // The bus drops a sender of 32 MB; a byte may become three when the text is made valid.
-constexpr size_t largestArray = 4 << 20;
+constexpr size_t largestText = 4 << 20;
 } // namespace
 
+bool fitsMessage(const std::string& text) { return text.size() < largestText; }
+
 bool ArrayWriter::append(const std::string& object) {
-    if (text_.size() + object.size() >= largestArray) {
+    if (text_.size() + object.size() >= largestText) {
         return false;
     }
     text_ += (text_.empty() ? "" : ",") + object;

@@ -34,6 +34,9 @@ private:
     bool first_ = true;
 };
 
+/// True when a text that callers or users can inflate still fits into a bus message once it is made valid.
+bool fitsMessage(const std::string& text);
+
 /// Writes a JSON array of objects that users can inflate: what would make it too large for a bus message is left out.
 /// Any thread, one at a time.
 class ArrayWriter {

@@ -23,7 +23,8 @@ class ProcessHandle {
 public:
     /// No process.
     ProcessHandle() = default;
-    /// The running (or not yet reaped) process `pid`; no process when the number is not positive or nobody bears it.
+    /// The running (or not yet reaped) process `pid`; no process when the number is not positive, nobody
+    /// bears it, or no descriptor can be had.
     static ProcessHandle of(pid_t pid);
     /// A process that somebody else reports. It may have gone already: the handle then bears its number and reaches
     /// nobody. None when the number is not positive.
@@ -31,7 +32,10 @@ public:
 
     /// The process id, 0 when none. Stays after the process has ended.
     [[nodiscard]] pid_t pid() const;
+    /// True when a process is held, be it gone or not.
     explicit operator bool() const { return state_ != nullptr; }
+    /// True for copies of one handle, whatever numbers others bear; false for two that hold none.
+    [[nodiscard]] bool sameAs(const ProcessHandle& other) const { return state_ && state_ == other.state_; }
     /// True while the process is there, as a zombie too.
     [[nodiscard]] bool exists() const;
 

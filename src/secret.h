@@ -16,9 +16,11 @@ public:
     Secret(const Secret&) = delete;
     Secret& operator=(const Secret&) = delete;
 
+    /// The text; valid until it is replaced or wiped.
     [[nodiscard]] const std::string& text() const { return text_; }
     /// Replaces the text; the argument is wiped.
     void take(std::string& text);
+    /// Overwrites and empties the text.
     void wipe() noexcept;
 
     /// Wipes every secret of the process. For a forked child; never blocks there.

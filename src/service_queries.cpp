@@ -2,6 +2,7 @@
 #include "dbus_service.h"
 
 #include "bus_rows.h"
+#include "json_writer.h"
 #include "process_list.h"
 #include "session_views.h"
 #include "utils.h"
@@ -30,7 +31,15 @@ std::vector<DBus::Struct<std::string, uint32_t>> DBusService::vardSessions() {
 
 std::string DBusService::vardSessionInfoJson(const uint32_t& session) {
     const auto found = table_.findSession(session);
-    return found ? Utils::toValidUtf8(sessionJson(table_, *found, Xcb::Connector::answerLimit)) : "{}";
+    if (!found) {
+        return "{}";
+    }
+    const auto json = sessionJson(table_, *found, Xcb::Connector::answerLimit);
+    if (!fitsMessage(json)) {
+        warning("%s: session too large for an answer: 0x%08x", "vardSessionInfoJson", session);
+        return "{}";
+    }
+    return Utils::toValidUtf8(json);
 }
 
 std::string DBusService::vardUserInfoJson(const std::string& user) {

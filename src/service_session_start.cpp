@@ -9,6 +9,7 @@
 #include "utils.h"
 #include "x_server.h"
 
+#include <algorithm>
 #include <thread>
 
 namespace fs = std::filesystem;
@@ -85,6 +86,11 @@ std::shared_ptr<const uint32_t> DBusService::takeSlotLocked(SessionPtr*& slot) {
             warning("%s: display passed over: %u, a late server still runs, pid: %d", "startSession", display,
                     lateServers_[display].pid());
             continue;
+        }
+        const auto holder =
+            std::ranges::find_if(slots, [&](const auto& other) { return other && other->sid == display; });
+        if (holder != slots.end()) {
+            continue; // the range was moved under it
         }
         auto lease = waitLeaseLocked(display);
         if (lease && claimDisplay(display, displaySocket(display))) {

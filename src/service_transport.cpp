@@ -15,7 +15,8 @@ namespace {
 
 std::list<std::string> hashArguments(const Session& session, const std::string& domain, const std::string& password,
                                      bool ntlmv2) {
-    std::list<std::string> args{"-f", "sam", "-u", session.username, "-p", password};
+    std::list<std::string> args{"-f", "sam", "-u", session.username, "-p"};
+    args.emplace_back(password); // not in the braces, which would leave a copy behind
     if (ntlmv2) {
         args.insert(args.end(), {"-d", Utils::stringUpper(domain), "-v", "2"});
     } else {

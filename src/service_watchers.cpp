@@ -66,6 +66,7 @@ bool DBusService::busAlive() {
     return busAlive_;
 }
 
+// That the waiting begins before the entry in the list is seen by nobody: only the list is looked at.
 ProcessHandle DBusService::saveWaitPidBackground(pid_t pid) {
     info("%s: pid: %d", "saveWaitPidBackground", pid);
     ChildWait child(tasks_, pid);
@@ -93,7 +94,7 @@ void DBusService::stoppedTransportWatcher() {
     }
 }
 
-void DBusService::durationLimitSessionsWatcher() { endSessionsOverLimit(table_, std::chrono::system_clock::now()); }
+void DBusService::durationLimitSessionsWatcher() { endSessionsOverLimit(table_); }
 
 void DBusService::seamlessTimeoutWatcher() {
     const std::chrono::seconds timeout(config()->settingInteger("seamless:timeout", 60));

@@ -27,6 +27,9 @@ Session::~Session() {
 // Whoever waits for the children reaps them.
 void Session::endChildren() {
     const std::scoped_lock guard(lock);
+    for (const auto& notice : notices) {
+        notice.terminate();
+    }
     tellToEnd(pid3, "connector");
     tellToEnd(pid2, "xsession");
     tellToEnd(pid1, "xvfb");

@@ -18,9 +18,9 @@
 
 namespace Vard {
 
-/// One session, always held through a shared pointer. Its fields are guarded by the session table's lock once the
-/// record is in the table. Destruction tells the session's processes to end (it does not wait for them), removes the X
-/// authority file, and unmounts the profile in the background.
+/// One session, always held through a shared pointer. Once the record is in the table, those fields that still change
+/// are guarded by the table's lock; the others are read without it. Destruction tells the session's processes to end
+/// (it does not wait for them), removes the X authority file, and unmounts the profile in the background.
 struct Session {
     /// `tasks` runs the unmounting; it must outlive the record.
     explicit Session(BackgroundTasks& tasks) : tasks_(tasks) {}
@@ -60,6 +60,7 @@ struct Session {
     ProcessHandle pid1; ///< the X server
     ProcessHandle pid2; ///< the session program's supervisor
     ProcessHandle pid3; ///< the transport
+    std::list<ProcessHandle> notices; ///< notification programs; guarded by the child list's lock
     std::unique_ptr<PamService> pam;
     std::shared_ptr<Xcb::Connector> xcb;
     std::mutex lock; ///< held by the destructor while it ends the children

@@ -75,8 +75,12 @@ std::string readAnswer(int fd, std::chrono::milliseconds limit) {
     for (;;) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
         pollfd entry{fd, POLLIN, 0};
-        if (left <= 0 || ::poll(&entry, 1, static_cast<int>(left)) == 0) {
+        const int ready = left > 0 ? ::poll(&entry, 1, static_cast<int>(left)) : 0;
+        if (ready == 0) {
             return "";
+        }
+        if (ready < 0) {
+            continue; // a signal; the read would wait without limit
         }
         std::array<char, 4096> block{};
         const ssize_t count = ::read(fd, block.data(), block.size());

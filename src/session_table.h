@@ -19,7 +19,8 @@ struct DisplayRange {
     size_t count = 22;
 
     /// The range between two configured ends, in any order, by their absolute values; the upper end is not part of it.
-    /// None, after an error line under `func`, when an end is above 59535, the last display an X server can have.
+    /// None, after an error line under `func`, when a display above 59535, the last an X server can have, would be part
+    /// of it.
     static std::optional<DisplayRange> of(int min, int max, const char* func);
 };
 
@@ -27,6 +28,7 @@ struct DisplayRange {
 /// record in the table that more than one thread uses, need mutex() held; the others take it themselves.
 class SessionTable {
 public:
+    /// Guards the slots and the records in them.
     std::mutex& mutex() const { return mutex_; }
 
     /// Takes over a range: slots are only ever added, since sessions may live in the last ones.
@@ -46,6 +48,7 @@ public:
     /// The slots in display order.
     [[nodiscard]] std::vector<std::shared_ptr<Session>>& slotsLocked() { return slots_; }
     [[nodiscard]] const std::vector<std::shared_ptr<Session>>& slotsLocked() const { return slots_; }
+    /// The display of a slot.
     [[nodiscard]] uint32_t displayLocked(size_t slot) const {
         return static_cast<uint32_t>(base_) + static_cast<uint32_t>(slot);
     }

@@ -64,7 +64,12 @@ void writeFlags(ObjectWriter& json, const Session& session) {
 
 // All zero when the server does not answer in time: it is the user's, who may have stopped it.
 Xcb::Rect rootGeometry(Xcb::Connector* xcb, std::chrono::milliseconds limit) {
-    return xcb != nullptr && xcb->answers(limit) ? xcb->getWindowGeometry(xcb->windowRoot()) : Xcb::Rect{};
+    const auto end = std::chrono::steady_clock::now() + limit;
+    if (xcb == nullptr || !xcb->answers(limit)) {
+        return {};
+    }
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+    return xcb->getWindowGeometry(xcb->windowRoot(), left);
 }
 
 } // namespace

@@ -30,7 +30,7 @@ std::vector<SessionRow> sessionRows(const SessionTable& table);
 std::string sessionJson(const SessionTable& table, const Session& session, std::chrono::milliseconds limit);
 
 /// A JSON array of the sessions' objects, in their order; the X servers together are waited for no longer than about
-/// two seconds. What exceeds a bus message is left out, with a warning.
+/// two seconds, and 20 ms for each beyond that. What exceeds a bus message is left out, with a warning.
 std::string sessionsJson(const SessionTable& table, const std::vector<std::shared_ptr<Session>>& sessions);
 
 } // namespace Vard

@@ -14,10 +14,11 @@ int64_t wholeSeconds(auto duration) { return std::chrono::duration_cast<std::chr
 std::vector<SessionEvent> takeEndedSessions(SessionTable& table, ChildWaits& children) {
     std::vector<SessionEvent> ended;
     const std::scoped_lock lock(children.mutex(), table.mutex());
-    children.collectLocked("stoppedChildsWatcher", [&](pid_t pid, int) {
+    children.collectLocked("stoppedChildsWatcher", [&](const ProcessHandle& process, int) {
         for (auto& slot : table.slotsLocked()) {
-            if (slot && (slot->pid1.pid() == pid || slot->pid2.pid() == pid)) {
-                (slot->pid1.pid() == pid ? slot->pid1 : slot->pid2).reset();
+            // Not by the number: it may be a newer child's by now.
+            if (slot && (slot->pid1.sameAs(process) || slot->pid2.sameAs(process))) {
+                (slot->pid1.sameAs(process) ? slot->pid1 : slot->pid2).reset();
                 slot->ended = true;
                 ended.push_back({slot, slot->remoteaddr});
                 slot.reset();
@@ -45,8 +46,9 @@ std::vector<SessionEvent> takeLostTransports(SessionTable& table) {
     return lost;
 }
 
-void endSessionsOverLimit(SessionTable& table, std::chrono::system_clock::time_point now) {
-    const std::scoped_lock lock(table.mutex());
+void endSessionsOverLimit(SessionTable& table, const std::function<std::chrono::system_clock::time_point()>& clock) {
+    const std::scoped_lock lock(table.mutex()); // held for seconds while a session starts
+    const auto now = clock();
     for (const auto& session : table.slotsLocked()) {
         if (!session || !session->pid1 || session->durationLimit == 0 ||
             wholeSeconds(now - session->start) <= int64_t{session->durationLimit}) {

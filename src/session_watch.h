@@ -5,6 +5,7 @@
 #include "session_table.h"
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -28,7 +29,9 @@ std::vector<SessionEvent> takeEndedSessions(SessionTable& table, ChildWaits& chi
 std::vector<SessionEvent> takeLostTransports(SessionTable& table);
 
 /// Tells the X server of every session older than its limit to end, at each call anew.
-void endSessionsOverLimit(SessionTable& table, std::chrono::system_clock::time_point now);
+/// `clock` tells the time.
+void endSessionsOverLimit(SessionTable& table, const std::function<std::chrono::system_clock::time_point()>& clock =
+                                                   std::chrono::system_clock::now);
 
 /// Tells the X server of every seamless session to end whose client has been gone for more than `timeout`; once.
 void endIdleSeamlessSessions(SessionTable& table, std::chrono::seconds timeout,

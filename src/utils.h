@@ -54,6 +54,7 @@ std::string getHostname();
 
 /// Overwrites the text's memory, in a way the compiler keeps, and empties it.
 void wipe(std::string& text) noexcept;
+/// The same for bytes, and for every text of a list.
 void wipe(std::vector<uint8_t>& bytes) noexcept;
 void wipe(std::list<std::string>& texts) noexcept;
 

@@ -4,6 +4,7 @@
 #include "logger.h"
 #include "sockets.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -15,21 +16,20 @@
 #include <condition_variable>
 #include <cstring>
 #include <string>
+#include <system_error>
 #include <thread>
 
 namespace Vard::Xcb {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 
 namespace {
-
-constexpr auto silence = 5s;
 
 /// Ends a wait inside the library, which knows no time-outs, by shutting the connection down.
 class Watchdog {
 public:
-    explicit Watchdog(int fd) : fd_(::dup(fd)), thread_([this] { watch(); }) {}
+    /// Throws std::system_error when no descriptor or no thread can be had.
+    explicit Watchdog(int fd) : fd_(duplicate(fd)), thread_([this] { watch(); }) {}
     ~Watchdog() {
         {
             const std::scoped_lock lock(mutex_);
@@ -42,6 +42,13 @@ public:
     Watchdog& operator=(const Watchdog&) = delete;
 
 private:
+    static int duplicate(int fd) {
+        const int copy = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
+        if (copy < 0) {
+            throw std::system_error(errno, std::generic_category(), "dup");
+        }
+        return copy;
+    }
     void watch() {
         std::unique_lock lock(mutex_);
         if (!changed_.wait_for(lock, Connector::answerLimit, [this] { return done_; })) {
@@ -80,18 +87,26 @@ void Connector::connect(uint32_t display, const Cookie* auth, FileDescriptor soc
     xcb_auth_info_t info{static_cast<int>(name.size()), name.data(), static_cast<int>(data.size()),
                          reinterpret_cast<char*>(data.data())};
     if (socket) {
-        const Watchdog watchdog(socket.get());
-        connection_.reset(::xcb_connect_to_fd(socket.release(), auth != nullptr ? &info : nullptr));
-        if (::xcb_connection_has_error(connection_.get()) == 0) {
-            // Asked for once here, later from the library's memory.
-            const auto* randr = ::xcb_get_extension_data(connection_.get(), &xcb_randr_id);
-            hasRandr_ = randr != nullptr && randr->present != 0;
+        try {
+            handshake(std::move(socket), auth != nullptr ? &info : nullptr);
+        } catch (const std::system_error&) {
+            connection_.reset(); // not without the watchdog
         }
     }
     if (!connection_ || ::xcb_connection_has_error(connection_.get()) != 0) {
         const std::string address = ":" + std::to_string(display);
         Syslog::error("%s: %s failed, addr: %s", "Connector", "xcb_connect", address.c_str());
         throw xcb_error("Connector");
+    }
+}
+
+void Connector::handshake(FileDescriptor socket, xcb_auth_info_t* auth) {
+    const Watchdog watchdog(socket.get());
+    connection_.reset(::xcb_connect_to_fd(socket.release(), auth));
+    if (::xcb_connection_has_error(connection_.get()) == 0) {
+        // Asked for once here, later from the library's memory.
+        const auto* randr = ::xcb_get_extension_data(connection_.get(), &xcb_randr_id);
+        hasRandr_ = randr != nullptr && randr->present != 0;
     }
 }
 
@@ -155,15 +170,15 @@ uint8_t Connector::depthFromBpp(uint8_t bpp) const {
 
 // After a missed answer, requests fail at once until something arrives from the server or a while has passed.
 bool Connector::unresponsive() {
-    if (Clock::now() >= silentUntil_) {
-        return false;
+    pollfd entry{::xcb_get_file_descriptor(connection_.get()), POLLIN | POLLOUT, 0};
+    ::poll(&entry, 1, 0);
+    if ((entry.revents & POLLOUT) == 0) {
+        return true; // unread requests fill its queue: the library would wait without limit to add one
     }
-    pollfd entry{::xcb_get_file_descriptor(connection_.get()), POLLIN, 0};
-    return ::poll(&entry, 1, 0) == 0;
+    return Clock::now() < silentUntil_ && (entry.revents & POLLIN) == 0;
 }
 
-ReplyError<void> Connector::waitReply(unsigned sequence, std::chrono::milliseconds limit) {
-    const auto end = Clock::now() + limit;
+ReplyError<void> Connector::waitReply(unsigned sequence, Clock::time_point end) {
     ::xcb_flush(connection_.get());
     for (;;) {
         void* reply = nullptr;
@@ -188,18 +203,19 @@ ReplyError<void> Connector::waitReply(unsigned sequence, std::chrono::millisecon
 
 bool Connector::answers(std::chrono::milliseconds limit) {
     const auto ping = [](xcb_connection_t* conn) { return ::xcb_get_input_focus(conn); };
-    return ask<xcb_get_input_focus_reply_t>(ping, limit).first != nullptr;
+    return ask<xcb_get_input_focus_reply_t>(ping, Clock::now() + limit).first != nullptr;
 }
 
-Rect Connector::getWindowGeometry(xcb_window_t win) {
+Rect Connector::getWindowGeometry(xcb_window_t win, std::chrono::milliseconds limit) {
+    const auto end = Clock::now() + limit;
     const auto [size, sizeError] =
-        ask<xcb_get_geometry_reply_t>([&](xcb_connection_t* conn) { return ::xcb_get_geometry(conn, win); });
+        ask<xcb_get_geometry_reply_t>([&](xcb_connection_t* conn) { return ::xcb_get_geometry(conn, win); }, end);
     if (!size) {
         toSyslogError(sizeError.get(), "getWindowGeometry", "xcb_get_geometry");
         return {};
     }
     const auto [place, placeError] = ask<xcb_translate_coordinates_reply_t>(
-        [&](xcb_connection_t* conn) { return ::xcb_translate_coordinates(conn, win, windowRoot(), 0, 0); });
+        [&](xcb_connection_t* conn) { return ::xcb_translate_coordinates(conn, win, windowRoot(), 0, 0); }, end);
     if (!place) {
         toSyslogError(placeError.get(), "getWindowGeometry", "xcb_translate_coordinates");
         return {};

@@ -19,13 +19,15 @@
 
 namespace Vard::Xcb {
 
+/// Frees what the library allocated.
 struct FreeDeleter {
     void operator()(void* ptr) const { std::free(ptr); }
 };
 
-/// An owned X reply or error.
+/// An owned X reply.
 template <typename Reply>
 using ReplyPtr = std::unique_ptr<Reply, FreeDeleter>;
+/// An owned X error.
 using ErrorPtr = std::unique_ptr<xcb_generic_error_t, FreeDeleter>;
 /// A request's outcome.
 template <typename Reply>
@@ -58,12 +60,14 @@ struct PixmapInfo {
 };
 
 /// An X client connection to one session's display. The X server belongs to the user, so nothing it answers is trusted
-/// and nothing waits for it longer than two seconds: a request that is not answered in time fails like a missing reply.
+/// and no request waits for it longer than two seconds: one that is not answered in time fails like a missing reply.
 /// Safe to use from several threads; one request at a time.
 class Connector {
 public:
     /// How long a request waits for its answer.
     static constexpr std::chrono::seconds answerLimit{2};
+    /// How long a server that missed an answer is left alone. Only tests change it, before they connect.
+    static inline std::chrono::milliseconds silence{5000};
 
     using Cookie = std::vector<uint8_t>;
 
@@ -75,7 +79,9 @@ public:
     Connector(const Connector&) = delete;
     Connector& operator=(const Connector&) = delete;
 
+    /// The root window of the first screen.
     [[nodiscard]] xcb_window_t windowRoot() const;
+    /// Depth and bits per pixel of the root window.
     [[nodiscard]] uint8_t depth() const;
     [[nodiscard]] uint8_t bitsPerPixel() const;
     /// The first pixmap format with that depth, or null.
@@ -90,8 +96,9 @@ public:
     /// True when the server answers within `limit`. After a missed answer every request fails at once for a while, so a
     /// caller who has many servers to ask asks this first.
     bool answers(std::chrono::milliseconds limit = answerLimit);
-    /// Size of the window, its position in root coordinates. Logged and all zero on failure.
-    Rect getWindowGeometry(xcb_window_t win);
+    /// Size of the window, its position in root coordinates. Logged and all zero on failure, which takes no longer than
+    /// `limit`.
+    Rect getWindowGeometry(xcb_window_t win, std::chrono::milliseconds limit = answerLimit);
     /// Moves and resizes; true when the server accepted. Logged on failure.
     bool setWindowGeometry(xcb_window_t win, int16_t x, int16_t y, uint16_t width, uint16_t height);
     /// Copies the pixels of `rect` of a window into `buf` of `size` bytes, in bands below the server's request limit.
@@ -108,6 +115,7 @@ public:
     xcb_atom_t getPropertyType(xcb_window_t win, xcb_atom_t prop);
     /// The window id that the property holds, 0 when none.
     xcb_window_t getPropertyWindow(xcb_window_t win, xcb_atom_t prop);
+    /// The property as one string, at most 4096 bytes; empty when none.
     std::string getPropertyString(xcb_window_t win, xcb_atom_t prop);
     /// The property split at its NUL bytes; a last NUL ends the last string.
     std::vector<std::string> getPropertyStringList(xcb_window_t win, xcb_atom_t prop);
@@ -126,21 +134,24 @@ private:
         void operator()(xcb_connection_t* conn) const { xcb_disconnect(conn); }
     };
 
-    // Sends one request and waits for its answer; both empty when there was none in time. Another thread may be waiting
-    // for its own answer.
+    using Clock = std::chrono::steady_clock;
+
+    // Sends one request and waits until `end` for its answer; both empty when there was none in time. Another thread
+    // may be waiting for its own answer.
     template <typename Reply, typename Send>
-    ReplyError<Reply> ask(Send send, std::chrono::milliseconds limit = answerLimit) {
-        const std::unique_lock lock(mutex_, limit);
+    ReplyError<Reply> ask(Send send, Clock::time_point end = Clock::now() + answerLimit) {
+        const std::unique_lock lock(mutex_, end);
         if (!lock || unresponsive()) {
             return {};
         }
         xcb_connection_t* const connection = connection_.get();
-        auto [reply, error] = waitReply(send(connection).sequence, limit);
+        auto [reply, error] = waitReply(send(connection).sequence, end);
         return {ReplyPtr<Reply>(static_cast<Reply*>(reply.release())), std::move(error)};
     }
     bool unresponsive();
-    ReplyError<void> waitReply(unsigned sequence, std::chrono::milliseconds limit);
+    ReplyError<void> waitReply(unsigned sequence, Clock::time_point end);
     void connect(uint32_t display, const Cookie* auth, FileDescriptor socket);
+    void handshake(FileDescriptor socket, xcb_auth_info_t* auth);
     void readSetup();
     void describe(PixmapInfo& info, const xcb_get_image_reply_t& reply) const;
 

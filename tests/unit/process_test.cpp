@@ -115,9 +115,9 @@ TEST_F(Processes, CollectingTakesOneLookForHundredsOfChildren) {
     while (ended.empty()) {
         const auto begin = std::chrono::steady_clock::now();
         const std::scoped_lock lock(waits.mutex());
-        waits.collectLocked("test", [&](pid_t pid, int status) {
+        waits.collectLocked("test", [&](const ProcessHandle& process, int status) {
             EXPECT_EQ(status, 0);
-            ended.push_back(pid);
+            ended.push_back(process.pid());
         });
         longest = std::max(longest, std::chrono::steady_clock::now() - begin);
         ++passes;

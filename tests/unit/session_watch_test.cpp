@@ -91,9 +91,9 @@ TEST_F(SessionWatch, DurationLimitIsExceededNotReached) {
     young->durationLimit = 4'000'000'000;
     const auto serverless = put(3, {});
     serverless->durationLimit = 1;
-    endSessionsOverLimit(table_, start_ + 10999ms);
+    endSessionsOverLimit(table_, [&] { return start_ + 10999ms; });
     EXPECT_FALSE(told(limited));
-    endSessionsOverLimit(table_, start_ + 11s);
+    endSessionsOverLimit(table_, [&] { return start_ + 11s; });
     EXPECT_TRUE(told(limited));
     EXPECT_FALSE(told(unlimited));
     EXPECT_FALSE(told(young));
@@ -144,8 +144,9 @@ TEST_F(SessionWatch, SessionEndsWithItsServerOrItsProgram) {
     std::array<Child, 4> processes;
     std::vector<ProcessHandle> handles;
     for (auto& process : processes) {
-        handles.push_back(process.handle());
-        children_.add(ChildWait(tasks_, process.release()));
+        ChildWait child(tasks_, process.release());
+        handles.push_back(child.process());
+        children_.add(std::move(child));
     }
     const auto byServer = put(0, handles[0]);
     const auto byProgram = put(1, handles[1]);

@@ -153,6 +153,20 @@ TEST_F(XcbConnector, StoppedServerCostsSecondsOnceAndThenNothing) {
     }
 }
 
+// The queue of a server that reads nothing takes some seventy requests, and the library waits for room without limit.
+TEST_F(XcbConnector, StoppedServerIsNeverWrittenToWithoutRoom) {
+    Connector::silence = std::chrono::milliseconds(0);
+    ::kill(server.pid, SIGSTOP);
+    for (int i = 0; i < 300; ++i) { // a hang is the test's time-out
+        EXPECT_FALSE(xcb.answers(std::chrono::milliseconds(5)));
+    }
+    Connector::silence = std::chrono::milliseconds(5000);
+    ::kill(server.pid, SIGCONT);
+    while (!xcb.answers()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
 TEST_F(XcbConnector, WrongCookieIsRefused) {
     const Connector::Cookie wrong(32, 1);
     EXPECT_THROW(Connector(display, &wrong), xcb_error);
