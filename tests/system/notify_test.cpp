@@ -104,7 +104,7 @@ TEST_F(Notify, TheDesktopsNotificationServiceTakesItWhereOneRuns) {
     const auto call = readFile("/tmp/monitor.log");
     EXPECT_NE(call.find("string \"" + header + "\""), std::string::npos) << call;
     EXPECT_NE(call.find("string \"&lt;b&gt;Имя&lt;/b&gt; &amp; co\nline\""), std::string::npos) << call;
-    EXPECT_NE(call.find("byte 2"), std::string::npos) << call;
+    EXPECT_NE(call.find("byte 2\n"), std::string::npos) << call;
     EXPECT_TRUE(reaped("vard_notify"));
     EXPECT_NE(onDisplay("xdotool search --name '^Say '").status, 0) << "no window beside it";
 
