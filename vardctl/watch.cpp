@@ -8,6 +8,7 @@
 #include "text.h"
 
 #include <poll.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstring>
@@ -129,12 +130,13 @@ void Watcher::follow() {
 
 void Watcher::waitForBus(const HeldSignals& signals, bool& stopped) {
     const auto events = static_cast<short>(sd_bus_get_events(bus_.get()));
-    std::array<pollfd, 2> sources{{{sd_bus_get_fd(bus_.get()), events, 0}, {signals.descriptor(), POLLIN, 0}}};
+    std::array<pollfd, 3> sources{
+        {{sd_bus_get_fd(bus_.get()), events, 0}, {signals.descriptor(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}}};
     ::poll(sources.data(), sources.size(), -1);
     if (sources[1].revents != 0) {
         signals.take();
-        stopped = true;
     }
+    stopped = sources[1].revents != 0 || sources[2].revents != 0; // nobody reads what would be written
 }
 
 void Watcher::run() {

@@ -151,6 +151,7 @@ TEST_F(VardctlTest, WatchStaysWhenTheServiceGoesAndBelievesNobodyElse) {
     EXPECT_TRUE(watch.sees("\"event\":\"serviceAppeared\""));
     EXPECT_THAT(readFile(Watch::file), HasSubstr("{\"event\":\"signalProxyAllowConnection\",\"session\":33,"));
     EXPECT_THAT(readFile(Watch::file), testing::Not(HasSubstr("666")));
+    EXPECT_EQ(shell("timeout 60 bash -c 'vardctl watch | head -n1 >/dev/null'").status, done) << "its reader is gone";
 }
 
 TEST_F(VardctlTest, ExitCodesTellWhatWentWrong) {
