@@ -1,0 +1,31 @@
+// Who may call what, for a refused caller's message.
+#include "access.h"
+
+#include <algorithm>
+#include <array>
+
+namespace Vardctl {
+
+namespace {
+
+constexpr std::array<std::string_view, 4> rootMethods{"vardTestConnect", "vardCheckAuthUser", "busServiceShutdown",
+                                                      "busSetDebugLevel"};
+constexpr std::array<std::string_view, 5> monitorMethods{"vardStatus", "vardTest", "vardLoadAverage",
+                                                         "zabbixSessionsTotal", "zabbixSessionsOnline"};
+
+} // namespace
+
+std::string_view requiredGroup(std::string_view method) {
+    if (std::ranges::find(rootMethods, method) != rootMethods.end()) {
+        return "";
+    }
+    return std::ranges::find(monitorMethods, method) != monitorMethods.end() ? "vard-monitor" : "vard-frontend";
+}
+
+std::string deniedMessage(std::string_view method) {
+    const std::string start = "access denied: " + std::string(method) + " may be called by root";
+    const std::string group(requiredGroup(method));
+    return start + (group.empty() ? " alone" : " and by members of the group " + group);
+}
+
+} // namespace Vardctl

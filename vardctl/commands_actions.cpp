@@ -1,0 +1,156 @@
+// The subcommands that start, change and end sessions, and the service itself.
+#include "arguments.h"
+#include "commands.h"
+#include "password.h"
+#include "session_info.h"
+
+#include <algorithm>
+#include <iostream>
+#include <limits>
+
+namespace Vardctl {
+
+namespace {
+
+constexpr const char* journalHint = "; the reason is in the journal: journalctl -t vard_service";
+
+Size requestedSize(const Options& options) { return screenSize(options.width + "x" + options.height); }
+
+uint8_t smallNumber(const std::string& word, uint8_t least, const std::string& what) {
+    return static_cast<uint8_t>(number(word, least, std::numeric_limits<uint8_t>::max(), what));
+}
+
+void printStarted(int32_t session, const Options& options) {
+    Json::Value answer;
+    answer["session"] = session;
+    std::cout << (options.json ? jsonLine(answer) : std::to_string(session) + "\n");
+}
+
+int32_t requestDesktop(BusClient& bus, const Options& options, const Password& password) {
+    const auto size = requestedSize(options);
+    const auto depth = smallNumber(options.depth, 1, "depth");
+    if (options.domain.empty()) {
+        return bus
+            .act("busSessionRequest", "ssyqq", options.target.c_str(), password.text(), depth, size.width, size.height)
+            .number();
+    }
+    return bus
+        .act("busSessionDomainRequest", "sssyqq", options.target.c_str(), options.domain.c_str(), password.text(),
+             depth, size.width, size.height)
+        .number();
+}
+
+bool isPublished(BusClient& bus, const std::string& program) {
+    const auto programs = bus.query("vardProgramList").texts();
+    return std::ranges::find(programs, program) != programs.end();
+}
+
+std::optional<uint32_t> limitSeconds(const std::optional<std::string>& word, const std::string& what) {
+    return word ? std::optional(number(*word, 0, std::numeric_limits<uint32_t>::max(), what)) : std::nullopt;
+}
+
+} // namespace
+
+void login(const Options& options) {
+    requestedSize(options); // wrong usage shows before a password is asked for
+    smallNumber(options.depth, 1, "depth");
+    BusClient bus;
+    const auto session = requestDesktop(bus, options, Password(options.target));
+    if (session < 0) {
+        throw Failure(ExitCode::failed, "the service refused the login of " + options.target + journalHint);
+    }
+    printStarted(session, options);
+}
+
+void runProgram(const Options& options) {
+    const auto size = requestedSize(options);
+    BusClient bus;
+    const Password password(options.target);
+    const auto session = bus.act("busProgramRequest", "sssqqs", options.target.c_str(), options.domain.c_str(),
+                                 password.text(), size.width, size.height, options.program.c_str())
+                             .number();
+    if (session < 0) {
+        throw Failure(ExitCode::failed, isPublished(bus, options.program)
+                                            ? "the service refused the login of " + options.target + journalHint
+                                            : "not among the published programs: " + options.program);
+    }
+    printStarted(session, options);
+}
+
+void notify(const Options& options) {
+    const auto id = sessionId(options.target);
+    const auto urgency = smallNumber(options.urgency, 0, "level");
+    BusClient bus;
+    if (!bus.act("vardSendNotify", "ussy", id, options.header.c_str(), options.message.c_str(), urgency).flag()) {
+        throw noSession(id);
+    }
+}
+
+// The setters do not say whether there is such a session, so it is looked for afterwards.
+void setLimits(const Options& options) {
+    const auto id = sessionId(options.target);
+    const auto duration = limitSeconds(options.duration, "duration");
+    const auto inactivity = limitSeconds(options.inactivity, "inactivity");
+    if (!duration && !inactivity) {
+        throw Failure(ExitCode::usage, "--duration or --inactivity is needed");
+    }
+    BusClient bus;
+    if (duration) {
+        bus.act("vardSessionDurationLimit", "uu", id, *duration);
+    }
+    if (inactivity) {
+        bus.act("vardSessionInactivityLimit", "uu", id, *inactivity);
+    }
+    requireSession(bus, id);
+}
+
+// The service takes the largest mode when it has none of the size, and the X server may refuse: the result is read
+// back.
+void resize(const Options& options) {
+    const auto id = sessionId(options.target);
+    const auto size = screenSize(options.size);
+    BusClient bus;
+    bus.act("vardSessionGeometry", "uqq", id, size.width, size.height);
+    const auto result = sizeText(requireSession(bus, id));
+    if (result.empty()) {
+        throw Failure(ExitCode::failed, "the session's X server does not answer");
+    }
+    if (result != options.size) {
+        throw Failure(ExitCode::failed,
+                      "the session's X server has no mode " + options.size + "; the size is now " + result);
+    }
+}
+
+void disconnect(const Options& options) {
+    const auto id = sessionId(options.target);
+    BusClient bus;
+    if (!bus.act("vardDisconnect", "u", id).flag()) {
+        requireSession(bus, id);
+        throw Failure(ExitCode::failed, "nobody is connected to session " + std::to_string(id));
+    }
+}
+
+void shutdownSession(const Options& options) {
+    const auto target = chooseTarget(options.target, options.forceUser);
+    BusClient bus;
+    if (const auto* id = std::get_if<uint32_t>(&target)) {
+        if (!bus.act("vardSessionShutdown", "u", *id).flag()) {
+            throw noSession(*id);
+        }
+    } else if (!bus.act("busSessionShutdown", "s", options.target.c_str()).flag()) {
+        throw Failure(ExitCode::failed, "no session of user: " + options.target);
+    }
+}
+
+void setLogLevel(const Options& options) {
+    const auto level = logLevel(options.logLevel);
+    BusClient bus;
+    bus.act("busSetDebugLevel", "s", level.c_str());
+}
+
+void stopService(const Options& /*options*/) {
+    BusClient bus;
+    bus.act("busServiceShutdown");
+}
+
+} // namespace Vardctl

@@ -1,0 +1,170 @@
+// The subcommands that ask and print.
+#include "arguments.h"
+#include "commands.h"
+#include "session_info.h"
+#include "table.h"
+#include "text.h"
+
+#include <iomanip>
+#include <iostream>
+#include <sstream>
+
+namespace Vardctl {
+
+namespace {
+
+Json::Value listEntry(const Answer::Row& row, const Json::Value& session) {
+    Json::Value entry;
+    entry["session"] = row.display;
+    entry["user"] = row.user;
+    entry["display"] = ":" + std::to_string(row.display);
+    entry["state"] = session["pid3"].asInt() > 0 ? "online" : "detached";
+    entry["address"] = session["remoteaddr"];
+    entry["age"] = row.age;
+    entry["start"] = session["start"];
+    entry["size"] = sizeText(session);
+    entry["program"] = session["xsession"];
+    entry["uid"] = row.uid;
+    return entry;
+}
+
+// A session that ends between the two queries is left out.
+Json::Value sessionList(BusClient& bus) {
+    Json::Value list(Json::arrayValue);
+    for (const auto& row : bus.query("busSessionsInfo").rows()) {
+        if (const auto session = findSession(bus, row.display)) {
+            list.append(listEntry(row, *session));
+        }
+    }
+    return list;
+}
+
+void printTable(const Table& table, const Options& options) { std::cout << table.layout(!options.noLegend); }
+
+// Whoever has the hash can log in with it, and what is printed stays in terminals and logs.
+Json::Value withoutSecrets(Json::Value session, const Options& options) {
+    if (!options.secrets && !session["ntlm"].asString().empty()) {
+        session["ntlm"] = "(hidden)";
+    }
+    return session;
+}
+
+void printMembers(const Json::Value& session) {
+    for (const auto& key : session.getMemberNames()) {
+        std::cout << harmless(key) << '=' << harmless(session[key].asString()) << '\n';
+    }
+}
+
+Json::Value userSessions(BusClient& bus, const std::string& user) {
+    auto sessions = parseJson(bus.query("vardUserInfoJson", "s", user.c_str()).text());
+    if (sessions.empty()) {
+        throw Failure(ExitCode::failed, "no session of user: " + user);
+    }
+    return sessions;
+}
+
+} // namespace
+
+void listSessions(const Options& options) {
+    BusClient bus;
+    const auto list = sessionList(bus);
+    if (options.json) {
+        std::cout << jsonLine(list);
+        return;
+    }
+    constexpr auto right = Table::Align::right;
+    Table table({{"SESSION", right}, {"USER"}, {"DISPLAY"}, {"STATE"}, {"ADDRESS"}, {"AGE"}, {"SIZE"}, {"PROGRAM"}});
+    for (const auto& entry : list) {
+        table.add({entry["session"].asString(), entry["user"].asString(), entry["display"].asString(),
+                   entry["state"].asString(), entry["address"].asString(), ageText(entry["age"].asUInt()),
+                   entry["size"].asString(), entry["program"].asString()});
+    }
+    printTable(table, options);
+}
+
+void showSessions(const Options& options) {
+    const auto target = chooseTarget(options.target, options.forceUser);
+    BusClient bus;
+    if (const auto* id = std::get_if<uint32_t>(&target)) {
+        const auto session = withoutSecrets(requireSession(bus, *id), options);
+        options.json ? void(std::cout << jsonLine(session)) : printMembers(session);
+        return;
+    }
+    auto sessions = userSessions(bus, std::get<std::string>(target));
+    for (auto& session : sessions) {
+        session = withoutSecrets(session, options);
+    }
+    if (options.json) {
+        std::cout << jsonLine(sessions);
+        return;
+    }
+    for (const auto& session : sessions) {
+        std::cout << (&session == &sessions[0] ? "" : "\n");
+        printMembers(session);
+    }
+}
+
+void listProcesses(const Options& options) {
+    const auto id = sessionId(options.target);
+    BusClient bus;
+    const auto answer = bus.query("vardSessionProcess", "u", id).text();
+    if (answer.empty()) {
+        throw noSession(id);
+    }
+    const auto processes = parseJson(answer);
+    if (options.json) {
+        std::cout << jsonLine(processes);
+        return;
+    }
+    Table table({{"PID", Table::Align::right}, {"COMMAND"}});
+    for (const auto& process : processes) {
+        table.add({process["pid"].asString(), process["cmd"].asString()});
+    }
+    printTable(table, options);
+}
+
+void listPrograms(const Options& options) {
+    BusClient bus;
+    Json::Value list(Json::arrayValue);
+    for (const auto& name : bus.query("vardProgramList").texts()) {
+        list.append(name);
+        if (!options.json) {
+            std::cout << harmless(name) << '\n';
+        }
+    }
+    if (options.json) {
+        std::cout << jsonLine(list);
+    }
+}
+
+void showAddress(const Options& options) {
+    BusClient bus;
+    const auto address = bus.query("vardSessionDBusAddress", "s", options.target.c_str()).text();
+    if (address.empty()) {
+        throw Failure(ExitCode::failed, "no session bus is known of user: " + options.target);
+    }
+    Json::Value answer;
+    answer["user"] = options.target;
+    answer["address"] = address;
+    std::cout << (options.json ? jsonLine(answer) : harmless(address) + "\n");
+}
+
+void showStatus(const Options& options) {
+    BusClient bus;
+    Json::Value status;
+    status["alive"] = bus.query("vardStatus").flag();
+    status["version"] = bus.query("vardTest").text();
+    status["load"] = bus.query("vardLoadAverage").real();
+    status["sessions"] = bus.query("zabbixSessionsTotal").count();
+    status["online"] = bus.query("zabbixSessionsOnline").count();
+    if (options.json) {
+        std::cout << jsonLine(status);
+        return;
+    }
+    std::cout << "Version:  " << harmless(status["version"].asString()) << '\n'
+              << "Load:     " << std::fixed << std::setprecision(1) << status["load"].asDouble() << " %\n"
+              << "Sessions: " << status["sessions"].asUInt() << '\n'
+              << "Online:   " << status["online"].asUInt() << '\n';
+}
+
+} // namespace Vardctl

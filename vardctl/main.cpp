@@ -1,0 +1,41 @@
+// vardctl: the administrators' command.
+#include "commands.h"
+#include "failure.h"
+#include "text.h"
+
+#include <exception>
+#include <iostream>
+
+using namespace Vardctl;
+
+namespace {
+
+void perform(int argc, char** argv) {
+    const auto invocation = parseCommandLine(argc, argv);
+    if (invocation.command != nullptr) {
+        invocation.command(invocation.options);
+    }
+    std::cout.flush();
+    if (!std::cout) {
+        throw Failure(ExitCode::failed, "the output cannot be written");
+    }
+}
+
+int fail(ExitCode code, const char* message) {
+    std::cerr << "vardctl: " << harmless(message) << '\n';
+    return static_cast<int>(code);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    useUtf8();
+    try {
+        perform(argc, argv);
+        return static_cast<int>(ExitCode::done);
+    } catch (const Failure& failure) {
+        return fail(failure.code(), failure.what());
+    } catch (const std::exception& failure) {
+        return fail(ExitCode::failed, failure.what());
+    }
+}

@@ -1,0 +1,189 @@
+// The command line: what each subcommand takes, and its help.
+#include "options.h"
+
+#include "commands.h"
+#include "failure.h"
+
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+
+namespace Vardctl {
+
+namespace {
+
+constexpr const char* exitCodes = R"(Exit codes: 0 done, 1 refused or no such session, 2 wrong usage,
+3 the service is not running, 4 access denied.
+See `vardctl SUBCOMMAND --help' for examples, and vardctl(1).)";
+
+constexpr const char* passwordNote =
+    "The password is asked for on the terminal, or read from standard input's first line.\n"
+    "The service does not check it: it trusts its callers to have done so.\n";
+
+/// Builds the subcommands; what is said to them goes to one invocation.
+class CommandLine {
+public:
+    CommandLine(CLI::App& app, Invocation& invocation) : app_(app), invocation_(invocation) {}
+
+    void addQueries();
+    void addStarts();
+    void addChanges();
+    void addServiceCommands();
+
+private:
+    CLI::App& add(const char* name, const char* about, Command command, const std::string& notes);
+    void addJson(CLI::App& command) { command.add_flag("--json", options().json, "Print JSON"); }
+    void addLegend(CLI::App& command) {
+        command.add_flag("--no-legend", options().noLegend, "Print no line with the columns' names");
+    }
+    void addSession(CLI::App& command) {
+        command.add_option("ID", options().target, "Session id")->required()->type_name("");
+    }
+    void addUser(CLI::App& command) {
+        command.add_option("USER", options().target, "User name")->required()->type_name("");
+    }
+    void addSessionOrUser(CLI::App& command);
+    void addSize(CLI::App& command);
+    template <typename Value>
+    void addValue(CLI::App& command, const char* name, Value& value, const char* kind, const char* about) {
+        command.add_option(name, value, about)->type_name(kind);
+    }
+    Options& options() { return invocation_.options; }
+
+    CLI::App& app_;
+    Invocation& invocation_;
+};
+
+CLI::App& CommandLine::add(const char* name, const char* about, Command command, const std::string& notes) {
+    auto* added = app_.add_subcommand(name, about);
+    added->footer(notes);
+    added->callback([this, command] { invocation_.command = command; });
+    return *added;
+}
+
+void CommandLine::addSessionOrUser(CLI::App& command) {
+    command.add_option("ID|USER", options().target, "Session id, or user name if it is no number")
+        ->required()
+        ->type_name("");
+    command.add_flag("--user", options().forceUser, "Take a number for a user name");
+}
+
+void CommandLine::addSize(CLI::App& command) {
+    addValue(command, "--width", options().width, "W", "Screen width in pixels, 1280 if not given");
+    addValue(command, "--height", options().height, "H", "Screen height in pixels, 1024 if not given");
+}
+
+void CommandLine::addQueries() {
+    auto& list = add("list", "List the sessions", listSessions, "Example:\n  vardctl list --json | jq '.[].user'");
+    addJson(list);
+    addLegend(list);
+    auto& show = add("show", "Show what is known of a session, or of all sessions of a user", showSessions,
+                     "Examples:\n  vardctl show 33\n  vardctl show alice --json\n  vardctl show --user 1234");
+    addSessionOrUser(show);
+    addJson(show);
+    show.add_flag("--secrets", options().secrets, "Show the hash of the password, too");
+    auto& processes =
+        add("processes", "List the processes of a session's user", listProcesses, "Example:\n  vardctl processes 33");
+    addSession(processes);
+    addJson(processes);
+    addLegend(processes);
+    addJson(add("programs", "List the published programs", listPrograms, "Example:\n  vardctl programs"));
+    auto& address = add("address", "Print the address of a user's session bus", showAddress,
+                        "Example:\n  DBUS_SESSION_BUS_ADDRESS=$(vardctl address alice) busctl --user list");
+    addUser(address);
+    addJson(address);
+    addJson(add("status", "Show version, load and number of sessions", showStatus, "Example:\n  vardctl status"));
+    addJson(add("watch", "Print the service's signals as they come, until interrupted", watch,
+                "It stays when the service goes, and says when it is back.\nExample:\n  vardctl watch --json"));
+}
+
+void CommandLine::addStarts() {
+    auto& start = add("login", "Start or find a user's desktop session, and print its id", login,
+                      std::string(passwordNote) +
+                          "Examples:\n  vardctl login alice --width 1920 --height 1080\n  vardctl login alice <file");
+    addUser(start);
+    addValue(start, "--domain", options().domain, "D", "Domain of the user");
+    addSize(start);
+    addValue(start, "--depth", options().depth, "N", "Colour depth, 24 if not given");
+    addJson(start);
+    auto& run = add("run", "Start a session with a published program, and print its id", runProgram,
+                    std::string(passwordNote) + "Example:\n  vardctl run alice 'Text Editor'");
+    addUser(run);
+    run.add_option("PROGRAM", options().program, "Name of the program, as `vardctl programs' prints it")
+        ->required()
+        ->type_name("");
+    addValue(run, "--domain", options().domain, "D", "Domain of the user");
+    addSize(run);
+    addJson(run);
+}
+
+void CommandLine::addChanges() {
+    auto& send = add("notify", "Show a message to a session's user", notify,
+                     "Examples:\n  vardctl notify 33 'The server restarts at noon' --header Maintenance\n"
+                     "  vardctl notify 33 -- '--text that begins with dashes'");
+    addSession(send);
+    send.add_option("MESSAGE", options().message, "Text")->required()->type_name("");
+    addValue(send, "--header", options().header, "T", "Title");
+    addValue(send, "--level", options().urgency, "N", "Urgency as a number from 0 to 255, 1 if not given");
+    auto& limit = add("limit", "Limit a session's duration or inactivity", setLimits,
+                      "0 takes a limit away. A session that is older than its duration ends; inactivity is watched by\n"
+                      "the transport.\nExample:\n  vardctl limit 33 --duration 28800");
+    addSession(limit);
+    addValue(limit, "--duration", options().duration, "SEC", "Seconds from the start of the session");
+    addValue(limit, "--inactivity", options().inactivity, "SEC", "Seconds without input");
+    auto& size = add("resize", "Change the size of a session's screen", resize,
+                     "Fails when the screen has another size afterwards.\nExample:\n  vardctl resize 33 1920x1080");
+    addSession(size);
+    size.add_option("SIZE", options().size, "WIDTHxHEIGHT in pixels")->required()->type_name("");
+    addSession(add("disconnect", "Disconnect a session's client; the session goes on", disconnect,
+                   "Example:\n  vardctl disconnect 33"));
+    addSessionOrUser(add("shutdown", "End a session; of a user, the one with the lowest id", shutdownSession,
+                         "Does not wait for the end: `vardctl watch' shows it.\n"
+                         "Examples:\n  vardctl shutdown 33\n  vardctl shutdown alice"));
+}
+
+void CommandLine::addServiceCommands() {
+    auto& level = add("log-level", "Choose how much the service logs", setLogLevel,
+                      "Errors, warnings and notices are always written. Holds until the service starts anew or its\n"
+                      "configuration changes.\nExample:\n  vardctl log-level debug");
+    level.add_option("LEVEL", options().logLevel, "notice, info or debug")->required()->type_name("");
+    add("stop", "End every session and the service", stopService,
+        "Does not wait for the end. systemd starts the service again; `systemctl stop vard_service' does not let it.\n"
+        "Example:\n  vardctl stop");
+}
+
+// The library tells only that a subcommand is missing when a wrong one was given.
+Failure usageFailure(const CLI::App& app, const std::string& message) {
+    const auto chosen = app.get_subcommands();
+    const auto words = app.remaining();
+    const bool unknown = chosen.empty() && !words.empty() && !words[0].starts_with('-');
+    const std::string help = chosen.empty() ? " --help" : " " + chosen[0]->get_name() + " --help";
+    return {ExitCode::usage, (unknown ? "unknown subcommand: " + words[0] : message) + "; see vardctl" + help};
+}
+
+} // namespace
+
+Invocation parseCommandLine(int argc, const char* const* argv) {
+    Invocation invocation;
+    CLI::App app("Controls the session daemon vard_service", "vardctl");
+    app.footer(exitCodes);
+    app.set_version_flag("--version", "vardctl " VARD_VERSION);
+    app.require_subcommand(1);
+    CommandLine commandLine(app, invocation);
+    commandLine.addQueries();
+    commandLine.addStarts();
+    commandLine.addChanges();
+    commandLine.addServiceCommands();
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() != 0) {
+            throw usageFailure(app, error.what());
+        }
+        app.exit(error, std::cout, std::cerr);
+        invocation.command = nullptr;
+    }
+    return invocation;
+}
+
+} // namespace Vardctl

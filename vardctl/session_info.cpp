@@ -1,0 +1,25 @@
+// What the service knows of one session.
+#include "session_info.h"
+
+namespace Vardctl {
+
+std::optional<Json::Value> findSession(BusClient& bus, uint32_t id) {
+    auto session = parseJson(bus.query("vardSessionInfoJson", "u", id).text());
+    return session.empty() ? std::nullopt : std::optional(std::move(session));
+}
+
+Json::Value requireSession(BusClient& bus, uint32_t id) {
+    auto session = findSession(bus, id);
+    if (!session) {
+        throw noSession(id);
+    }
+    return *std::move(session);
+}
+
+std::string sizeText(const Json::Value& session) {
+    return session.isMember("width") ? session["width"].asString() + "x" + session["height"].asString() : "";
+}
+
+Failure noSession(uint32_t id) { return {ExitCode::failed, "no such session: " + std::to_string(id)}; }
+
+} // namespace Vardctl
