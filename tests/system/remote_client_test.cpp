@@ -128,6 +128,14 @@ TEST_F(RemoteClient, SeesTheSessionWithTheRightPasswordAlone) {
     EXPECT_EQ(session["remoteaddr"], "127.0.0.1");
     EXPECT_EQ(std::vector<int>{session["pid3"].asInt()}, processes("freerdp-shadow-cli", "vard-connector"));
     EXPECT_TRUE(session["sec:nla"].asBool());
+
+    // The keys and the pointer go the other way.
+    EXPECT_TRUE(waitUntil([&] {
+        shell(
+            "export DISPLAY=:60; xdotool mousemove 60 60 sleep 0.5 type --delay 50 'touch typed' && "
+            "xdotool key Return");
+        return waitUntil([&] { return exists(alice.home() + "/typed"); }, std::chrono::seconds(2));
+    }));
 }
 
 TEST_F(RemoteClient, IsDisconnectedAndFindsTheSessionAgain) {
