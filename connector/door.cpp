@@ -18,13 +18,16 @@ constexpr auto crashPause = 1s; // a transport that crashes at every start must 
 
 void Door::open(std::chrono::seconds limit) {
     wanted_ = true;
-    setLimit(limit);
+    limit_ = limit;
+    startLimit();
     owner_.ask(session_);
 }
 
-void Door::setLimit(std::chrono::seconds limit) {
-    limit_ = limit;
-    startLimit();
+void Door::limitWaiting(std::chrono::seconds limit) {
+    if (!connected_) {
+        limit_ = limit;
+        startLimit();
+    }
 }
 
 void Door::startLimit() {

@@ -38,8 +38,8 @@ public:
     [[nodiscard]] uint16_t port() const { return port_; }
     /// Clients may come, within the limit if it is not zero. A running transport stays, with the hash line of today.
     void open(std::chrono::seconds limit);
-    /// A new limit, for a door that waits for its client.
-    void setLimit(std::chrono::seconds limit);
+    /// Another limit, if it still waits for its client.
+    void limitWaiting(std::chrono::seconds limit);
     /// The service's answer; empty when it gave none.
     void answered(const std::string& json);
     /// The session has ended. Another may have taken its number meanwhile: the service is asked.

@@ -39,7 +39,7 @@ void Doorkeeper::listenTimeout(uint32_t seconds) {
         const auto limit = announcedLimit_.value_or(0s);
         announcedLimit_.reset();
         for (const auto& [session, door] : doors_) {
-            door->setLimit(limit);
+            door->limitWaiting(limit);
         }
     });
 }
