@@ -92,7 +92,8 @@ protected:
     }
 
     static std::string terminalWindow() {
-        return shell("DISPLAY=:33 XAUTHORITY=/run/vard/xauth_33 xwininfo -root -tree | grep -i xterm").text;
+        return shell("DISPLAY=:33 XAUTHORITY=/run/vard/xauth_33 xwininfo -root -tree | awk '/\"XTerm\"/ {print $1}'")
+            .text;
     }
 
     static std::string filesLeft() { return shell("find " + runtime + " -type f").text; }
