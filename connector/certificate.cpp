@@ -1,0 +1,48 @@
+// The certificate that the transports show.
+#include "certificate.h"
+
+#include <spawn.h>
+#include <sys/wait.h>
+#include <systemd/sd-journal.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+namespace Connector {
+
+namespace {
+
+int runTool(const std::string& directory) {
+    std::string words[] = {"/usr/bin/winpr-makecert", "-silent", "-y", "5", "-path", directory, "shadow"};
+    char* arguments[] = {words[0].data(), words[1].data(), words[2].data(), words[3].data(),
+                         words[4].data(), words[5].data(), words[6].data(), nullptr};
+    char* environment[] = {nullptr};
+    pid_t pid = 0;
+    const int failed = ::posix_spawn(&pid, arguments[0], nullptr, nullptr, arguments, environment);
+    if (failed != 0) {
+        sd_journal_print(LOG_ERR, "%s: %s", arguments[0], std::strerror(failed));
+        return -1;
+    }
+    int status = -1;
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    return status;
+}
+
+} // namespace
+
+void ensureCertificate(const std::filesystem::path& stateDir) {
+    const auto directory = stateDir / "freerdp" / "shadow";
+    std::error_code ignored;
+    if (std::filesystem::exists(directory / "shadow.crt", ignored) &&
+        std::filesystem::exists(directory / "shadow.key", ignored)) {
+        return;
+    }
+    std::filesystem::create_directories(directory);
+    if (runTool(directory) != 0) {
+        sd_journal_print(LOG_ERR, "%s: no certificate made", "ensureCertificate");
+    }
+}
+
+} // namespace Connector

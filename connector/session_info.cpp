@@ -1,0 +1,33 @@
+// What the connector needs to know of a session.
+#include "session_info.h"
+
+#include <json/json.h>
+
+#include <memory>
+#include <regex>
+
+namespace Connector {
+
+namespace {
+constexpr size_t longestHashLine = 512;
+} // namespace
+
+bool validHashLine(const std::string& line, const std::string& username) {
+    static const std::regex rest(":[^:[:cntrl:]]*:[0-9A-Fa-f]*:[0-9A-Fa-f]{32}:::");
+    return !username.empty() && line.size() <= longestHashLine && line.starts_with(username) &&
+           std::regex_match(line.begin() + static_cast<std::ptrdiff_t>(username.size()), line.end(), rest);
+}
+
+std::optional<SessionInfo> parseSessionInfo(const std::string& text) {
+    Json::Value value;
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    if (!reader->parse(text.data(), text.data() + text.size(), &value, nullptr) || !value.isObject() ||
+        !value["username"].isString() || !value["display"].isUInt() || !value["xauthfile"].isString() ||
+        !value["ntlm"].isString()) {
+        return std::nullopt;
+    }
+    return SessionInfo{value["username"].asString(), value["xauthfile"].asString(), value["ntlm"].asString(),
+                       value["display"].asUInt()};
+}
+
+} // namespace Connector

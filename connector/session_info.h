@@ -1,0 +1,25 @@
+// What the connector needs to know of a session.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace Connector {
+
+struct SessionInfo {
+    std::string username;
+    std::string xauthfile;
+    std::string hashLine;
+    uint32_t display = 0;
+};
+
+/// True for a line of a SAM file, "user:domain:LM hash:NT hash:::", of that very user. The line comes from a file that
+/// the user can write, and goes to a parser in C.
+bool validHashLine(const std::string& line, const std::string& username);
+
+/// The session of the service's JSON text; nothing for "{}" (no such session) and for a text that is none. Whether the
+/// hash line is any good is the caller's question.
+std::optional<SessionInfo> parseSessionInfo(const std::string& text);
+
+} // namespace Connector
