@@ -8,8 +8,7 @@ namespace Vardctl {
 
 namespace {
 
-constexpr std::array<std::string_view, 4> rootMethods{"vardTestConnect", "vardCheckAuthUser", "busServiceShutdown",
-                                                      "busSetDebugLevel"};
+constexpr std::array<std::string_view, 3> rootMethods{"vardCheckAuthUser", "busServiceShutdown", "busSetDebugLevel"};
 constexpr std::array<std::string_view, 5> monitorMethods{"vardStatus", "vardTest", "vardLoadAverage",
                                                          "zabbixSessionsTotal", "zabbixSessionsOnline"};
 

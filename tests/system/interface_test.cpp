@@ -114,15 +114,4 @@ TEST_F(Interface, HostileMessagesGetAnErrorAndTheServiceLives) {
     EXPECT_TRUE(bus.call("vardStatus").ok());
 }
 
-TEST_F(Interface, OnlyRootMayCallOrOwnTheName) {
-    const std::string asAlice = "runuser -u alice -- ";
-    const std::string call = "busctl call ru.korvex.vard /ru/korvex/vard ru.korvex.vard vardStatus";
-    EXPECT_EQ(shell(call).text, "b true\n");
-    EXPECT_NE(shell(asAlice + call).text.find("ccess denied"), std::string::npos);
-    service->stop();
-    EXPECT_NE(shell(asAlice + "busctl call org.freedesktop.DBus / org.freedesktop.DBus RequestName su ru.korvex.vard 0")
-                  .status,
-              0);
-}
-
 } // namespace

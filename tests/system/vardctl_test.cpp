@@ -174,6 +174,7 @@ TEST_F(VardctlTest, ExitCodesTellWhatWentWrong) {
     const auto refused = shell("runuser -u alice -- vardctl list");
     EXPECT_EQ(refused.status, denied);
     EXPECT_THAT(refused.text, HasSubstr("members of the group vard-frontend"));
+    EXPECT_EQ(shell("runuser -u alice -- timeout 60 vardctl watch").status, denied) << "it would hear nothing for ever";
     EXPECT_THAT(shell("runuser -u alice -- vardctl stop").text, HasSubstr("root alone"));
 }
 

@@ -13,7 +13,7 @@ TEST(VardctlAccess, ADeniedCallerLearnsWhoMay) {
          {"vardStatus", "vardTest", "vardLoadAverage", "zabbixSessionsTotal", "zabbixSessionsOnline"}) {
         EXPECT_EQ(requiredGroup(method), "vard-monitor") << method;
     }
-    for (const char* method : {"vardTestConnect", "vardCheckAuthUser", "busServiceShutdown", "busSetDebugLevel"}) {
+    for (const char* method : {"vardCheckAuthUser", "busServiceShutdown", "busSetDebugLevel"}) {
         EXPECT_EQ(requiredGroup(method), "") << method;
     }
     EXPECT_EQ(requiredGroup("busSessionsInfo"), "vard-frontend");
