@@ -79,7 +79,7 @@ void measure(size_t count) {
 
 void tableGrowth() {
     useSmallThreadStacks();
-    for (const size_t count : {22, 200, 1000}) {
+    for (const auto count : {size_t{22}, size_t{200}, size_t{1000}}) {
         measure(count);
     }
 }
