@@ -68,29 +68,46 @@ public:
 
     // service_status.cpp: alive, version, credentials test, stop, log level, audit records.
 
+    /// Stops the service; the answer goes out first.
     void busServiceShutdown() override;
+    /// Sets the log level; an unknown word is logged and changes nothing.
     void busSetDebugLevel(const std::string& value) override;
+    /// Always true.
     bool vardStatus() override;
+    /// The version.
     std::string vardTest() override;
+    /// True when the account may be used and the password is right; the domain is only logged.
     bool vardTestConnect(const std::string& user, const std::string& domain, const std::string& pass) override;
+    /// The same against a PAM service by name. Throws pam_error when PAM cannot be asked.
     bool vardCheckAuthUser(const std::string& user, const std::string& pass, const std::string& service) override;
+    /// The load of five minutes as a percentage of all processors; 0 when it cannot be read.
     double vardLoadAverage() override;
+    /// How many sessions have a program that runs.
     uint32_t zabbixSessionsTotal() override;
+    /// How many sessions have a transport.
     uint32_t zabbixSessionsOnline() override;
 
     // service_queries.cpp: views of the session table.
 
+    /// Display, user, start in local time, age in seconds, uid and gid of every session.
     std::vector<DBus::Struct<uint32_t, std::string, std::string, uint32_t, uint32_t, uint32_t>> busSessionsInfo()
         override;
+    /// User and id of every session.
     std::vector<DBus::Struct<std::string, uint32_t>> vardSessions() override;
+    /// The session's JSON object; "{}" for an unknown one. Waits for its X server at most two seconds.
     std::string vardSessionInfoJson(const uint32_t& session) override;
+    /// An array of the objects of all the user's sessions.
     std::string vardUserInfoJson(const std::string& user) override;
+    /// An array of the processes of the session's user; empty, after a warning, for an unknown session.
     std::string vardSessionProcess(const uint32_t& session) override;
 
     // service_shutdown.cpp: the ends of sessions on request and at the stop of the service.
 
+    /// Ends the user's first session by slot; false, after a warning, when there is none.
     bool busSessionShutdown(const std::string& username) override;
+    /// Ends the session; false, after a warning, for an unknown one.
     bool vardSessionShutdown(const uint32_t& session) override;
+    /// Tells the transport to end; false when the session is unknown or has none.
     bool vardDisconnect(const uint32_t& session) override;
     /// Ends all sessions and all children, and waits for the children; a child that stays ten seconds is killed. Main
     /// thread, after the dispatcher and the worker have ended.
@@ -98,39 +115,59 @@ public:
 
     // service_watchers.cpp: the worker thread, children waited for, limits.
 
+    /// Sets the age in seconds above which the session ends; 0: never.
     void vardSessionDurationLimit(const uint32_t& session, const uint32_t& countsec) override;
+    /// Stores a limit in seconds for the transport's side.
     void vardSessionInactivityLimit(const uint32_t& session, const uint32_t& countsec) override;
 
     // service_notify.cpp: notices to users.
 
+    /// Shows a notice in the session; false for an unknown one. Any thread.
     bool vardSendNotify(const uint32_t& session, const std::string& header, const std::string& message,
                         const uint8_t& urgency) override;
 
     // service_requests.cpp: the session requests of the front ends.
 
+    /// Starts or reuses the user's desktop: its id, or -1 with the reason in the journal. The password is not
+    /// checked.
     int32_t busSessionRequest(const std::string& user, const std::string& pass, const uint8_t& depth,
                               const uint16_t& width, const uint16_t& height) override;
+    /// The same with a domain.
     int32_t busSessionDomainRequest(const std::string& user, const std::string& domain, const std::string& pass,
                                     const uint8_t& depth, const uint16_t& width, const uint16_t& height) override;
+    /// The same from a JSON object. Throws jsoncpp's exception or vard_error when it is none.
     int32_t vardSessionRequest(const std::string& params) override;
+    /// Checks account and password, then starts the desktop with 1280x1024 in 24 bits.
     bool vardLogin(const std::string& user, const std::string& domain, const std::string& pass) override;
+    /// A session that runs one published program.
     int32_t busProgramRequest(const std::string& user, const std::string& domain, const std::string& pass,
                               const uint16_t& width, const uint16_t& height, const std::string& prog) override;
+    /// The names of the published programs, read anew.
     std::vector<std::string> vardProgramList() override;
 
     // service_transport.cpp: the handshake with the proxy and the transports, and the hash line that these need.
 
+    /// The proxy has tried to listen for the session.
     void proxyListenStarted(const uint32_t& session, const bool& status) override;
+    /// A client has reached the proxy: its address is shown to the user.
     void proxyClientConnected(const uint32_t& session, const std::string& ipaddr) override;
+    /// The process serves the client from now on; the one before is told to end. Refused with an error line when it
+    /// cannot be a transport.
     void proxySessionConnected(const uint32_t& session, const uint32_t& pid, const std::string& ipaddr) override;
+    /// Tells the proxy a time-out.
     void proxyListenTimeout(const uint32_t& timeout) override;
+    /// Stores what was negotiated.
     void vardRdpSecurityPolicy(const uint32_t& session, const bool& nla, const bool& tls, const bool& rdp) override;
+    /// Asks the proxy to let a client in; false for an unknown session and while a transport runs.
     bool vardConnectRdpTransport(const uint32_t& session, const uint32_t& timeout) override;
+    /// True since the proxy last reported to listen, until a client came.
     bool vardCheckProxyListen() override;
 
     // service_desktop.cpp: preparing a session's desktop, its size and its windows.
 
+    /// Resizes the session's screen; returns when that is done.
     void vardSessionGeometry(const uint32_t& session, const uint16_t& width, const uint16_t& height) override;
+    /// The address of the user's session bus as the user's files tell it; empty when none. At most three seconds.
     std::string vardSessionDBusAddress(const std::string& username) override;
 
 private:
