@@ -15,6 +15,7 @@ protected:
         return alice.script("report", R"(
 { id; id -G; pwd; umask; tty; } > ~/who
 env > ~/env
+cat /proc/keys > ~/keys
 ls -l /proc/$$/fd > ~/fds
 grep -E 'Sig(Blk|Ign|Cgt)' /proc/self/status > ~/signals
 touch ~/done
@@ -63,6 +64,8 @@ TEST_F(Login, SessionProgramHasTheUsersIdentityAndNothingOfTheService) {
     EXPECT_NE(home("who").find("uid=" + std::to_string(alice.uid()) + "(alice)"), std::string::npos);
     EXPECT_NE(home("who").find("project"), std::string::npos);
     EXPECT_EQ(home("who").find("(root)"), std::string::npos);
+    EXPECT_NE(home("keys").find(" _ses"), std::string::npos)
+        << "a keyring shared with other sessions: " << home("keys");
     EXPECT_NE(home("who").find("\n/home/alice\n0022\nnot a tty\n"), std::string::npos) << home("who");
     for (const char* variable : {"DISPLAY=:33", "XAUTHORITY=/run/vard/xauth_33", "USER=alice", "LOGNAME=alice",
                                  "HOME=/home/alice", "SHELL=/bin/bash", "TERM=linux", "XDG_RUNTIME_DIR=/run/user/"}) {
@@ -91,7 +94,7 @@ TEST_F(Login, SupervisorKeepsNothingOfTheService) {
     EXPECT_TRUE(waitUntil([&] { return status(supervisor, "Name") == "vard_manager"; }));
     const std::string id = std::to_string(alice.uid());
     EXPECT_TRUE(waitUntil([&] { return status(supervisor, "Uid") == id + "\t" + id + "\t" + id + "\t" + id; }));
-    EXPECT_EQ(status(supervisor, "Groups").find("0 "), std::string::npos);
+    EXPECT_EQ((" " + status(supervisor, "Groups") + " ").find(" 0 "), std::string::npos) << "root's group";
     EXPECT_EQ(readFile("/proc/" + std::to_string(supervisor) + "/cmdline").find("vard_manager"), 0U);
     EXPECT_EQ(readFile("/proc/" + std::to_string(supervisor) + "/cmdline").find(Service::configFile),
               std::string::npos);
