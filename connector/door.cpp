@@ -119,10 +119,10 @@ void Door::listening() {
     if (listening_) {
         return; // once for every address family
     }
-    listening_ = true;
-    sd_journal_print(LOG_INFO, "session id: 0x%08x, port: %u", session_, static_cast<unsigned>(port_));
     portFile_ = std::make_unique<OwnedFile>(options_.runtimeDir / (std::to_string(session_) + ".port"),
                                             std::to_string(port_) + "\n", 0644);
+    listening_ = true;
+    sd_journal_print(LOG_INFO, "session id: 0x%08x, port: %u", session_, static_cast<unsigned>(port_));
     service_.reportListening(session_, true);
     startLimit();
 }

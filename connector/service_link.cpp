@@ -131,12 +131,20 @@ void ServiceLink::dispatch(sd_bus_message* message) {
     }
 }
 
+// A service that has been stopped is not to be started by a question.
+ServiceLink::Message ServiceLink::newCall(const char* method) {
+    sd_bus_message* message = nullptr;
+    check(sd_bus_message_new_method_call(bus_.get(), &message, serviceName, servicePath, serviceName, method), method);
+    check(sd_bus_message_set_auto_start(message, 0), method);
+    return Message(message, sd_bus_message_unref);
+}
+
 void ServiceLink::askSession(uint32_t session, Answer answered) {
     auto kept = std::make_unique<Answer>(std::move(answered));
     sd_bus_slot* slot = nullptr;
-    check(sd_bus_call_method_async(bus_.get(), &slot, serviceName, servicePath, serviceName, "vardSessionInfoJson",
-                                   sessionAnswered, kept.get(), "u", session),
-          "vardSessionInfoJson");
+    const auto call = newCall("vardSessionInfoJson");
+    check(sd_bus_message_append(call.get(), "u", session), "vardSessionInfoJson");
+    check(sd_bus_call_async(bus_.get(), &slot, call.get(), sessionAnswered, kept.get(), 0), "vardSessionInfoJson");
     sd_bus_slot_set_destroy_callback(slot, [](void* data) { delete static_cast<Answer*>(data); });
     sd_bus_slot_set_floating(slot, 1); // the bus keeps it until the answer is there
     sd_bus_slot_unref(slot);
@@ -145,9 +153,9 @@ void ServiceLink::askSession(uint32_t session, Answer answered) {
 
 template <typename... Args>
 void ServiceLink::report(const char* method, const char* types, Args... args) {
-    check(sd_bus_call_method_async(bus_.get(), nullptr, serviceName, servicePath, serviceName, method, reportAnswered,
-                                   nullptr, types, args...),
-          method);
+    const auto call = newCall(method);
+    check(sd_bus_message_append(call.get(), types, args...), method);
+    check(sd_bus_call_async(bus_.get(), nullptr, call.get(), reportAnswered, nullptr, 0), method);
 }
 
 void ServiceLink::reportListening(uint32_t session, bool success) {

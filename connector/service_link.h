@@ -38,6 +38,9 @@ public:
     void reportSecurity(uint32_t session, bool nla, bool tls, bool rdp);
 
 private:
+    using Message = std::unique_ptr<sd_bus_message, decltype(&sd_bus_message_unref)>;
+
+    Message newCall(const char* method);
     struct Unref {
         void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
     };

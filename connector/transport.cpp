@@ -1,6 +1,8 @@
 // One process of the transport program.
 #include "transport.h"
 
+#include <systemd/sd-journal.h>
+
 #include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -150,7 +152,11 @@ void Transport::takeLines() {
 
 // Reaped here and not by the loop after this call: the service takes an unreaped process for a running one.
 void Transport::ended() {
-    readOutput(); // why it ended
+    try {
+        readOutput(); // why it ended
+    } catch (const std::exception& err) {
+        sd_journal_print(LOG_ERR, "transport %d: %s", static_cast<int>(child_.pid), err.what());
+    }
     ::waitpid(child_.pid, nullptr, WNOHANG);
     child_.pid = 0;
     killTimer_.reset();

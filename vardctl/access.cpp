@@ -24,7 +24,10 @@ std::string_view requiredGroup(std::string_view method) {
 std::string deniedMessage(std::string_view method) {
     const std::string start = "access denied: " + std::string(method) + " may be called by root";
     const std::string group(requiredGroup(method));
-    return start + (group.empty() ? " alone" : " and by members of the group " + group);
+    if (group.empty()) {
+        return start + " alone";
+    }
+    return start + " and by members of the group " + group + (group == "vard-monitor" ? " or vard-frontend" : "");
 }
 
 } // namespace Vardctl
