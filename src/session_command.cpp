@@ -123,13 +123,14 @@ std::optional<ChildWait> runSessionOpen(const Session* session, const std::files
     const Identity identity = Identity::of(session->username);
     // A stop signal that comes before the supervisor listens must wait for it, not be lost or kill it.
     const SupervisorSignals blocked;
+    const pid_t service = ::getpid();
     const pid_t pid = ::fork();
     if (pid < 0) {
         Utils::syslogErrno("runSessionOpen", "fork", errno);
         return std::nullopt;
     }
     if (pid == 0) {
-        superviseSession(*session, identity, program, args);
+        superviseSession(*session, identity, program, args, service);
     }
     Syslog::info("%s: session id: 0x%08x, username: %s, cmd: `%s', pid: %d", "runSessionOpen", session->sid,
                  session->username.c_str(), program.c_str(), pid);

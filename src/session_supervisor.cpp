@@ -77,6 +77,14 @@ void giveUpRoot(const Identity& identity) {
     ::prctl(PR_SET_DUMPABLE, 0);
 }
 
+// A service that is killed tells nobody to end; the change of ids has undone what was said before it.
+void endWithService(pid_t service) {
+    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (::getppid() != service) {
+        ::raise(SIGTERM); // blocked, and taken by the watch
+    }
+}
+
 std::vector<pid_t> children() {
     std::vector<pid_t> result;
     std::ifstream list("/proc/self/task/" + std::to_string(::getpid()) + "/children");
@@ -156,12 +164,13 @@ private:
 int exitCode(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status); }
 
 [[noreturn]] void supervise(const Session& session, const Identity& identity, const std::filesystem::path& program,
-                            const std::list<std::string>& args) {
+                            const std::list<std::string>& args, pid_t service) {
     leaveService();
     openPam(session, identity);
     const pid_t pid = Utils::runChildProcess(program, args, identity, sessionEnvironment(session), {}, true);
     Watch watch(pid);
     giveUpRoot(identity);
+    endWithService(service);
     changeProcessName("vard_manager");
     Syslog::debug("%s: wait pid: %d", "vardManagerWait", pid);
     watch.untilEnd();
@@ -188,9 +197,9 @@ sigset_t SupervisorSignals::set() {
 }
 
 void superviseSession(const Session& session, const Identity& identity, const std::filesystem::path& program,
-                      const std::list<std::string>& args) noexcept {
+                      const std::list<std::string>& args, pid_t service) noexcept {
     try {
-        supervise(session, identity, program, args);
+        supervise(session, identity, program, args, service);
     } catch (const std::exception& err) {
         Syslog::error("%s: exception: %s", "runSessionOpen", err.what());
     } catch (...) {

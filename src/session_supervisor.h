@@ -27,9 +27,11 @@ private:
 };
 
 /// The supervisor's whole life, in a freshly forked child that is still root: opens the PAM session, starts the program
-/// as the user, gives up root, and waits. SIGTERM, or the program's end, ends everything that the program left behind.
-/// Never returns and never runs a destructor of the service; its exit status tells how the program ended.
+/// as the user, gives up root, and waits. SIGTERM, the program's end, or the end of `service` (the process that forked
+/// it) ends everything that the program left behind. Never returns and never runs a destructor of the service; its exit
+/// status tells how the program ended.
 [[noreturn]] void superviseSession(const Session& session, const Identity& identity,
-                                   const std::filesystem::path& program, const std::list<std::string>& args) noexcept;
+                                   const std::filesystem::path& program, const std::list<std::string>& args,
+                                   pid_t service) noexcept;
 
 } // namespace Vard

@@ -41,6 +41,17 @@ TEST_F(SessionEnd, EveryCauseEndsItAllAndFreesTheDisplay) {
     EXPECT_TRUE(journal.waitFor("vardSessionShutdown: session not found: 0x00000021"));
 }
 
+TEST_F(SessionEnd, CrashOfTheServiceLeavesNoProgram) {
+    auto config = testConfig();
+    config["session:path"] = alice.script("program", "exec sleep 12345"); // no client of the X server
+    start(config);
+    ASSERT_EQ(bus.login("alice"), 33);
+    ASSERT_TRUE(waitUntil([] { return !processes("sleep 12345").empty(); }));
+    ::kill(service->pid(), SIGKILL);
+    service->wait();
+    EXPECT_TRUE(waitUntil([] { return processes("sleep 12345").empty() && processes("vard_manager").empty(); }));
+}
+
 TEST_F(SessionEnd, WhatTheProgramLeftBehindEndsWithIt) {
     auto config = testConfig();
     config["session:path"] = alice.script("program", "setsid sh -c 'trap \"\" TERM; sleep 54321' & exec sleep 12345");
