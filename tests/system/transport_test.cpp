@@ -134,26 +134,6 @@ TEST_F(Transport, NothingButTheTransportIsEverSignalled) {
     connect(static_cast<uint32_t>(dead));
     expectDisconnected();
 
-    // A front end that is not root cannot have the service end what is not its own.
-    const Account front("front");
-    mustRun("usermod -aG vard-frontend front");
-    mustRun("busctl call org.freedesktop.DBus / org.freedesktop.DBus ReloadConfig");
-    const auto report = [&](int pid) {
-        mustRun(
-            "runuser -u front -- busctl call ru.korvex.vard /ru/korvex/vard ru.korvex.vard proxySessionConnected uus "
-            "33 " +
-            std::to_string(pid) + " 10.1.2.3");
-    };
-    report(bystander);
-    EXPECT_TRUE(journal.waitFor("proxySessionConnected: transport pid refused: " + std::to_string(bystander)));
-    EXPECT_EQ(info(33)["pid3"], 0);
-    const int ofFront =
-        std::stoi(mustRun("setpriv --reuid front --clear-groups sleep 100000 >/dev/null 2>&1 & echo $!"));
-    ASSERT_TRUE(waitUntil([&] { return !processes("sleep", "front").empty(); }));
-    report(ofFront);
-    EXPECT_EQ(info(33)["pid3"], ofFront);
-    signals->upTo("signalSessionConnected");
-
     // The number of a transport that has gone is given to a stranger.
     const int gone = spawn();
     connect(static_cast<uint32_t>(gone));
