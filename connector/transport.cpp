@@ -27,6 +27,7 @@ constexpr size_t longestUnread = 4096; // a line that never ends is dropped
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
     std::vector<char*> result;
+    result.reserve(texts.size() + 1);
     for (auto& text : texts) {
         result.push_back(text.data());
     }

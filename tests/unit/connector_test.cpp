@@ -68,8 +68,8 @@ TEST(SessionInfo, HashLinesAreTheUsersOwnAndWhole) {
     EXPECT_TRUE(validHashLine("alice:::" + hash, "alice"));
     EXPECT_TRUE(validHashLine("alice:DOM::" + hash, "alice"));
     for (const auto& line :
-         {"bob:::" + hash, "alice2:::" + hash, "alice:::" + hash + "\nbob:::" + hash, std::string("alice:::878d:::"),
-          std::string(), "alice:" + std::string(600, 'D') + "::" + hash}) {
+         {"bob:::" + hash, "alice2:::" + hash, "alice:::" + hash + ("\nbob:::" + hash), std::string("alice:::878d:::"),
+          std::string(), "alice:" + std::string(600, 'D') + ("::" + hash)}) {
         EXPECT_FALSE(validHashLine(line, "alice")) << line;
     }
     EXPECT_FALSE(validHashLine(":::" + hash, ""));
