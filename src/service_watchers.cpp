@@ -106,9 +106,9 @@ void DBusService::sessionEnded(const Session& session, const std::string& addres
     auditUserMessage(session.display, address.c_str(), auditMessageType, "VARD:SessionLogout", session.username, true);
     emitSignal([&] { signalSessionDisconnected(session.sid); });
     emitSignal([&] { signalSessionShutdown(session.sid); });
-    if (!session.pid1) {
-        claimDisplay(session.display,
-                     displaySocket(session.display)); // a killed server leaves its socket and its lock
+    // A killed server leaves its socket and its lock, also when its program's end was seen first.
+    if (!session.pid1.exists()) {
+        claimDisplay(session.display, displaySocket(session.display));
     }
 }
 
