@@ -98,9 +98,15 @@ TEST_F(Login, SupervisorKeepsNothingOfTheService) {
     EXPECT_EQ(readFile("/proc/" + std::to_string(supervisor) + "/cmdline").find("vard_manager"), 0U);
     EXPECT_EQ(readFile("/proc/" + std::to_string(supervisor) + "/cmdline").find(Service::configFile),
               std::string::npos);
-    // Neither the bus nor another session's X server nor the service's terminal: at most the journal's socket.
-    EXPECT_EQ(shell("ls -l /proc/" + std::to_string(supervisor) + "/fd | grep -c -v -e null -e total").text, "1\n")
+    // Neither the bus nor another session's X server nor the service's terminal: of what the service has, the journal's
+    // socket alone. (A PAM module that had something to log has opened another one to the system log.)
+    const auto open = [](int pid) {
+        return "<(ls -l /proc/" + std::to_string(pid) + "/fd | sed -n 's/.*-> //p' | grep -v -x /dev/null | sort)";
+    };
+    EXPECT_EQ(shell("bash -c \"comm -12 " + open(supervisor) + " " + open(service->pid()) + " | wc -l\"").text, "1\n")
         << shell("ls -l /proc/" + std::to_string(supervisor) + "/fd").text;
+    EXPECT_EQ(shell("ls -l /proc/" + std::to_string(supervisor) + "/fd | grep -c -v -e null -e total -e socket").text,
+              "0\n");
     EXPECT_NE(shell("stat -c %U /proc/" + std::to_string(supervisor) + "/mem").text, "alice\n") << "not dumpable";
     // A crash of the service leaves the name to the next instance, which answers.
     ::kill(service->pid(), SIGKILL);
