@@ -23,8 +23,8 @@ class ProcessHandle {
 public:
     /// No process.
     ProcessHandle() = default;
-    /// The running (or not yet reaped) process `pid`; no process when the number is not positive, nobody
-    /// bears it, or no descriptor can be had.
+    /// The running (or not yet reaped) process `pid`; no process when the number is not positive, nobody bears
+    /// it, or no descriptor can be had.
     static ProcessHandle of(pid_t pid);
     /// A process that somebody else reports. It may have gone already: the handle then bears its number and reaches
     /// nobody. None when the number is not positive.

@@ -27,11 +27,6 @@ void waitTool(const Session* session, const char* name, const std::string& progr
     if (session == nullptr) {
         return;
     }
-    // A server that its user has stopped would hold the tool, and with it the service, until the tool is killed.
-    if (session->xcb && !session->xcb->answers()) {
-        Syslog::warning("%s: X server does not answer, display: %u", name, session->display);
-        return;
-    }
     try {
         auto tool = runSessionCommand(*session, program, args, {}, false);
         Syslog::debug("%s: wait pid: %d", name, tool.pid());
@@ -44,6 +39,17 @@ void waitTool(const Session* session, const char* name, const std::string& progr
     }
 }
 
+/// The same for a tool that is a client of the session's X server. One that its user has stopped would hold the tool,
+/// and with it the service, until the tool is killed.
+void waitClient(const Session* session, const char* name, const std::string& program,
+                const std::list<std::string>& args) {
+    if (session != nullptr && session->xcb && !session->xcb->answers()) {
+        Syslog::warning("%s: X server does not answer, display: %u", name, session->display);
+        return;
+    }
+    waitTool(session, name, program, args);
+}
+
 } // namespace
 
 void DBusService::waitSessionDBus(const Session* session) {
@@ -51,12 +57,12 @@ void DBusService::waitSessionDBus(const Session* session) {
 }
 
 void DBusService::waitSessionFixSetxkbmapEvdev(const Session* session) {
-    waitTool(session, "waitSessionFixSetxkbmapEvdev", "/usr/bin/setxkbmap", {"-keycodes", "evdev+aliases(qwerty)"});
+    waitClient(session, "waitSessionFixSetxkbmapEvdev", "/usr/bin/setxkbmap", {"-keycodes", "evdev+aliases(qwerty)"});
 }
 
 void DBusService::waitSessionLoadX11Resources(const Session* session) {
-    waitTool(session, "waitSessionLoadX11Resources", "/usr/bin/xrdb",
-             {"-quiet", "-load", "/etc/X11/Xresources/x11-vard"});
+    waitClient(session, "waitSessionLoadX11Resources", "/usr/bin/xrdb",
+               {"-quiet", "-load", "/etc/X11/Xresources/x11-vard"});
 }
 
 bool DBusService::waitSessionGeometryUpdate(const Session* session, unsigned short width, unsigned short height) {
@@ -68,9 +74,9 @@ bool DBusService::waitSessionGeometryUpdate(const Session* session, unsigned sho
         return true;
     }
     const auto mode = chooseScreenMode(session->xcb->getScreenSizes(), {width, height});
-    waitTool(session, "waitSessionGeometryUpdate", config()->settingString("xrandr:path", "/usr/bin/xrandr"),
-             {"--size", std::to_string(mode.width) + "x" + std::to_string(mode.height), "--display",
-              ":" + std::to_string(session->display), "--verbose"});
+    waitClient(session, "waitSessionGeometryUpdate", config()->settingString("xrandr:path", "/usr/bin/xrandr"),
+               {"--size", std::to_string(mode.width) + "x" + std::to_string(mode.height), "--display",
+                ":" + std::to_string(session->display), "--verbose"});
     return true;
 }
 

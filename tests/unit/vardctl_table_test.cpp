@@ -22,10 +22,4 @@ TEST(VardctlTable, AlignsColumnsAndKeepsThemCountable) {
     EXPECT_FALSE(table.layout(false).starts_with("  ID"));
 }
 
-TEST(VardctlTable, AnEmptyOneShowsItsNamesOrNothing) {
-    const Table table({{"A"}, {"B"}});
-    EXPECT_EQ(table.layout(true), "A B\n");
-    EXPECT_EQ(table.layout(false), "");
-}
-
 } // namespace
