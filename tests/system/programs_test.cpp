@@ -80,6 +80,7 @@ TEST_F(Programs, ProgramRunsAsASessionOfItsOwn) {
     EXPECT_EQ(signals.upTo("signalProxyAllowConnection"),
               (std::vector<Signal>{{"signalProxyAllowConnection", {33, alice.uid()}}}));
     EXPECT_TRUE(waitUntil([] { return !processes("/usr/bin/xclock -update 7", "alice").empty(); }));
+    EXPECT_TRUE(journal.waitFor("sessionCorrectMainWindowSize: wait next iteration: 9"));
     const auto session = info(33);
     EXPECT_EQ(session["seamless:mode"], true);
     EXPECT_EQ(session["domain"], "WORK");
