@@ -32,10 +32,17 @@ int waitProcessPid(pid_t pid) {
 }
 
 // The handle is taken before anybody waits: once reaped, the number could be another process's.
-ChildWait::ChildWait(BackgroundTasks& tasks, pid_t pid)
+ChildWait::ChildWait(BackgroundTasks& tasks, pid_t pid, std::function<void()> afterwards)
     : pid_(pid),
       process_(ProcessHandle::of(pid)),
-      task_(std::make_shared<std::packaged_task<int()>>([pid] { return waitProcessPid(pid); })),
+      task_(std::make_shared<std::packaged_task<int()>>([pid, after = std::move(afterwards)]() mutable {
+          const int status = waitProcessPid(pid);
+          if (after) {
+              runGuarded("waitProcessPid", after);
+              after = nullptr; // the future would keep what it holds until somebody takes the status
+          }
+          return status;
+      })),
       status_(task_->get_future()) {
     if (!process_) {
         Utils::syslogErrno("ChildWait", "pidfd_open", errno);

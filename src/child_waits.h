@@ -24,9 +24,10 @@ int waitProcessPid(pid_t pid);
 /// One child, waited for by a background thread, or, when no thread could be had, by whoever asks.
 class ChildWait {
 public:
-    /// Takes over the wait for a child that was just started. Kills it, and throws vard_error after an error line, when
-    /// no descriptor can be had to hold it by.
-    ChildWait(BackgroundTasks& tasks, pid_t pid);
+    /// Takes over the wait for a child that was just started; `afterwards` runs once it has been reaped, before anybody
+    /// learns of its end, on whichever thread reaped it. Kills the child, and throws vard_error after an error line,
+    /// when no descriptor can be had to hold it by.
+    ChildWait(BackgroundTasks& tasks, pid_t pid, std::function<void()> afterwards = {});
     ChildWait(ChildWait&&) = default;
     ChildWait& operator=(ChildWait&&) = default;
     ~ChildWait() = default;

@@ -211,8 +211,9 @@ private:
     void sessionEnded(const Session& session, const std::string& address);
     void transportEnded(const Session& session, const std::string& address);
     void setLimit(const char* func, uint32_t sid, uint32_t seconds, uint32_t Session::*limit);
-    /// Waits for a child in the background; the result is the handle to signal it by.
-    ProcessHandle saveWaitPidBackground(pid_t pid);
+    /// Waits for a child in the background and runs `afterwards` once it is reaped; the result is the handle to signal
+    /// it by.
+    ProcessHandle saveWaitPidBackground(pid_t pid, std::function<void()> afterwards);
 
     // service_display.cpp
     std::pair<std::filesystem::path, std::vector<uint8_t>> createXauthFile(unsigned display, const std::string& user);
@@ -230,7 +231,7 @@ private:
                             const std::list<std::string>& sessionArgs);
     SessionPtr findReusableLocked(const StartRequest& request);
     std::shared_ptr<const uint32_t> takeSlotLocked(SessionPtr*& slot);
-    std::shared_ptr<const uint32_t> waitLeaseLocked(uint32_t display);
+    std::shared_ptr<const uint32_t> waitLeaseLocked(uint32_t display, std::chrono::steady_clock::time_point end);
     SessionPtr newRecord(const StartRequest& request, std::shared_ptr<const uint32_t> lease);
     bool checkAccount(Session& session, const std::string& password, LoginAudit& audit);
     bool checkHome(const Session& session);

@@ -76,7 +76,9 @@ bool DBusService::startDisplay(Session& session, const StartRequest& request, st
 
 bool DBusService::waitDisplay(Session& session, pid_t pid) {
     const fs::path socket = displaySocket(session.display);
-    const ProcessHandle server = saveWaitPidBackground(pid);
+    // A killed server leaves its socket and its lock. The display is not handed out again before they are gone.
+    const ProcessHandle server =
+        saveWaitPidBackground(pid, [lease = session.displayLease, socket] { clearDisplay(*lease, socket); });
     lookClosely(socket);
     if (!Utils::waitSocketSec(socket, socketWait)) {
         error("%s: xvfb not started, pid: %d, socket: %s", "startSession", pid, socket.c_str());

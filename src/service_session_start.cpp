@@ -20,7 +20,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto leaseWait = 1s;
+constexpr auto leaseWait = 1s; // in one start, for all displays together
 
 } // namespace
 
@@ -76,6 +76,7 @@ DBusService::SessionPtr DBusService::findReusableLocked(const StartRequest& requ
 // late server of a failed start, not answered by anybody else's.
 std::shared_ptr<const uint32_t> DBusService::takeSlotLocked(SessionPtr*& slot) {
     std::erase_if(lateServers_, [](const auto& late) { return !late.second.exists(); });
+    const auto patience = std::chrono::steady_clock::now() + leaseWait;
     auto& slots = table_.slotsLocked();
     for (size_t index = 0; index < slots.size(); ++index) {
         const uint32_t display = table_.displayLocked(index);
@@ -92,7 +93,7 @@ std::shared_ptr<const uint32_t> DBusService::takeSlotLocked(SessionPtr*& slot) {
         if (holder != slots.end()) {
             continue; // the range was moved under it
         }
-        auto lease = waitLeaseLocked(display);
+        auto lease = waitLeaseLocked(display, patience);
         if (lease && claimDisplay(display, displaySocket(display))) {
             slot = &slots[index];
             return lease;
@@ -101,9 +102,10 @@ std::shared_ptr<const uint32_t> DBusService::takeSlotLocked(SessionPtr*& slot) {
     return nullptr;
 }
 
-// The record of a session that has just ended is gone in a moment.
-std::shared_ptr<const uint32_t> DBusService::waitLeaseLocked(uint32_t display) {
-    const auto end = std::chrono::steady_clock::now() + leaseWait;
+// The record of a session that has just ended is gone in a moment, and so is its server. One that stays must not hold
+// the logins of others for longer.
+std::shared_ptr<const uint32_t> DBusService::waitLeaseLocked(uint32_t display,
+                                                             std::chrono::steady_clock::time_point end) {
     auto lease = table_.leaseLocked(display);
     while (!lease && std::chrono::steady_clock::now() < end) {
         std::this_thread::sleep_for(5ms);

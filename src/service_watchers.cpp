@@ -2,7 +2,6 @@
 #include "dbus_service.h"
 
 #include "session_watch.h"
-#include "x_server.h"
 
 #include <array>
 #include <thread>
@@ -67,9 +66,9 @@ bool DBusService::busAlive() {
 }
 
 // That the waiting begins before the entry in the list is seen by nobody: only the list is looked at.
-ProcessHandle DBusService::saveWaitPidBackground(pid_t pid) {
+ProcessHandle DBusService::saveWaitPidBackground(pid_t pid, std::function<void()> afterwards) {
     info("%s: pid: %d", "saveWaitPidBackground", pid);
-    ChildWait child(tasks_, pid);
+    ChildWait child(tasks_, pid, std::move(afterwards));
     ProcessHandle process = child.process();
     childWaits_.add(std::move(child));
     return process;
@@ -106,10 +105,6 @@ void DBusService::sessionEnded(const Session& session, const std::string& addres
     auditUserMessage(session.display, address.c_str(), auditMessageType, "VARD:SessionLogout", session.username, true);
     emitSignal([&] { signalSessionDisconnected(session.sid); });
     emitSignal([&] { signalSessionShutdown(session.sid); });
-    // A killed server leaves its socket and its lock, also when its program's end was seen first.
-    if (!session.pid1.exists()) {
-        claimDisplay(session.display, displaySocket(session.display));
-    }
 }
 
 void DBusService::transportEnded(const Session& session, const std::string& address) {

@@ -37,7 +37,7 @@ struct Session {
     [[nodiscard]] BackgroundTasks& tasks() const { return tasks_; }
 
     /// Keeps the display from being handed out again; declared first, so that it goes when everything else of the
-    /// record has.
+    /// record has. Whoever waits for the X server shares it.
     std::shared_ptr<const uint32_t> displayLease;
     std::filesystem::path home;
     std::filesystem::path xauthfile;

@@ -32,18 +32,8 @@ std::string fill(std::string word, unsigned display, unsigned depth, unsigned wi
     return Utils::stringReplace(word, "%{authfile}", authfile.string());
 }
 
-void warnPassedOver(unsigned display, const char* why, const std::string& what) {
-    Syslog::warning("%s: display passed over: %u, %s: %s", "startSession", display, why, what.c_str());
-}
-
 /// Removes a file of a dead server, if it is there; a link itself, never what it points to. False when it stays.
-bool removeLeftover(unsigned display, const fs::path& path) {
-    if (::unlink(path.c_str()) == 0 || errno == ENOENT) {
-        return true;
-    }
-    warnPassedOver(display, "leftover cannot be removed", path.string());
-    return false;
-}
+bool removeLeftover(const fs::path& path) { return ::unlink(path.c_str()) == 0 || errno == ENOENT; }
 
 } // namespace
 
@@ -66,19 +56,28 @@ std::list<std::string> serverArguments(const std::list<std::string>& templates, 
 
 // A server of another user would refuse to start over a lock file that it may not remove, and would share a name with
 // whoever holds the abstract socket; so both count.
-bool claimDisplay(unsigned display, const fs::path& socket) {
-    const auto file = Socket::probeUnix(socket.string());
-    if (file == Socket::Probe::Live || Socket::probeUnix(socket.string(), true) == Socket::Probe::Live) {
-        warnPassedOver(display, "somebody answers on", socket.string());
-        return false;
-    }
-    if (file != Socket::Probe::Absent && !removeLeftover(display, socket)) {
-        return false;
+std::string clearDisplay(unsigned display, const fs::path& socket) {
+    if (Socket::probeUnix(socket.string()) == Socket::Probe::Live ||
+        Socket::probeUnix(socket.string(), true) == Socket::Probe::Live) {
+        return "somebody answers on: " + socket.string();
     }
     // The compiled keymap too: a server that may not replace another user's does not start.
     const std::string number = std::to_string(display);
-    return removeLeftover(display, "/tmp/.X" + number + "-lock") &&
-           removeLeftover(display, "/tmp/server-" + number + ".xkm");
+    for (const fs::path& path :
+         {socket, fs::path("/tmp/.X" + number + "-lock"), fs::path("/tmp/server-" + number + ".xkm")}) {
+        if (!removeLeftover(path)) {
+            return "leftover cannot be removed: " + path.string();
+        }
+    }
+    return {};
+}
+
+bool claimDisplay(unsigned display, const fs::path& socket) {
+    const std::string obstacle = clearDisplay(display, socket);
+    if (!obstacle.empty()) {
+        Syslog::warning("%s: display passed over: %u, %s", "startSession", display, obstacle.c_str());
+    }
+    return obstacle.empty();
 }
 
 } // namespace Vard

@@ -18,11 +18,12 @@ std::list<std::string> serverArguments(const std::list<std::string>& templates, 
                                        unsigned short width, unsigned short height,
                                        const std::filesystem::path& authfile);
 
-/// Makes sure that a display is free for a new X server: true when nobody answers on its socket `socket` (file and
-/// abstract name), after removing what a dead server left (the socket, the lock file /tmp/.X<N>-lock, the keymap
-/// /tmp/server-<N>.xkm), so that the new server can start at once. False, after a warning under "startSession" that
-/// names the display, when somebody answers there or the leftovers cannot be removed. Never follows a link. Never
-/// blocks.
+/// Removes what a dead X server left of a display: the socket, the lock file /tmp/.X<N>-lock, the keymap
+/// /tmp/server-<N>.xkm. Nothing is touched while somebody answers on `socket` (file or abstract name). Empty when the
+/// display is clear, else what stands in the way. Never follows a link, never blocks. Any thread.
+std::string clearDisplay(unsigned display, const std::filesystem::path& socket);
+/// Makes sure that a display is free for a new X server, which can then start at once: true when it is clear, or could
+/// be cleared. False after a warning under "startSession" that says why it is passed over. Any thread.
 bool claimDisplay(unsigned display, const std::filesystem::path& socket);
 
 } // namespace Vard

@@ -65,6 +65,21 @@ TEST_F(SessionEnd, WhatTheProgramLeftBehindEndsWithIt) {
     EXPECT_TRUE(processes("sleep").empty()) << shell("ps axf").text;
 }
 
+TEST_F(SessionEnd, ServerThatOutlivesItsSessionKeepsTheDisplayUntilItIsCleared) {
+    Account bob("bob");
+    start();
+    Signals signals;
+    ASSERT_EQ(bus.login("alice"), 33);
+    const auto session = info(33);
+    ::kill(session["pid1"].asInt(), SIGSTOP);
+    ::kill(session["pid2"].asInt(), SIGTERM);
+    signals.upTo("signalSessionShutdown");
+    EXPECT_EQ(bus.login("bob"), 34);
+    ::kill(session["pid1"].asInt(), SIGKILL);
+    EXPECT_TRUE(waitUntil([] { return !exists("/tmp/.X11-unix/X33") && !exists("/tmp/.X33-lock"); }));
+    EXPECT_EQ(bus.login("alice"), 33);
+}
+
 TEST_F(SessionEnd, StoppedServerIsKilledAfterTenSeconds) {
     start();
     Signals signals;
