@@ -231,6 +231,7 @@ private:
                             const std::list<std::string>& sessionArgs);
     SessionPtr findReusableLocked(const StartRequest& request);
     std::shared_ptr<const uint32_t> takeSlotLocked(SessionPtr*& slot);
+    std::shared_ptr<const uint32_t> takeDisplayLocked(uint32_t display, std::chrono::steady_clock::time_point patience);
     std::shared_ptr<const uint32_t> waitLeaseLocked(uint32_t display, std::chrono::steady_clock::time_point end);
     SessionPtr newRecord(const StartRequest& request, std::shared_ptr<const uint32_t> lease);
     bool checkAccount(Session& session, const std::string& password, LoginAudit& audit);

@@ -72,34 +72,41 @@ DBusService::SessionPtr DBusService::findReusableLocked(const StartRequest& requ
     return nullptr;
 }
 
-// The first slot that is empty and whose display is free: not on its way out with an earlier session, not held by the
-// late server of a failed start, not answered by anybody else's.
+// The first slot that is empty and whose display is free.
 std::shared_ptr<const uint32_t> DBusService::takeSlotLocked(SessionPtr*& slot) {
-    std::erase_if(lateServers_, [](const auto& late) { return !late.second.exists(); });
     const auto patience = std::chrono::steady_clock::now() + leaseWait;
     auto& slots = table_.slotsLocked();
     for (size_t index = 0; index < slots.size(); ++index) {
         const uint32_t display = table_.displayLocked(index);
-        if (slots[index]) {
+        // An old session may have the display in another slot, from before the range was moved.
+        if (slots[index] ||
+            std::ranges::any_of(slots, [&](const auto& other) { return other && other->sid == display; })) {
             continue;
         }
-        if (lateServers_.contains(display)) {
-            warning("%s: display passed over: %u, a late server still runs, pid: %d", "startSession", display,
-                    lateServers_[display].pid());
-            continue;
-        }
-        const auto holder =
-            std::ranges::find_if(slots, [&](const auto& other) { return other && other->sid == display; });
-        if (holder != slots.end()) {
-            continue; // the range was moved under it
-        }
-        auto lease = waitLeaseLocked(display, patience);
-        if (lease && claimDisplay(display, displaySocket(display))) {
+        if (auto lease = takeDisplayLocked(display, patience)) {
             slot = &slots[index];
             return lease;
         }
     }
     return nullptr;
+}
+
+// Not held by the late server of a failed start, not on its way out with an earlier session, not answered by anybody
+// else's server.
+std::shared_ptr<const uint32_t> DBusService::takeDisplayLocked(uint32_t display,
+                                                               std::chrono::steady_clock::time_point patience) {
+    std::erase_if(lateServers_, [](const auto& late) { return !late.second.exists(); });
+    if (const auto late = lateServers_.find(display); late != lateServers_.end()) {
+        warning("%s: display passed over: %u, a late server still runs, pid: %d", "startSession", display,
+                late->second.pid());
+        return nullptr;
+    }
+    auto lease = waitLeaseLocked(display, patience);
+    if (!lease) {
+        warning("%s: display passed over: %u, an earlier session is still ending", "startSession", display);
+        return nullptr;
+    }
+    return claimDisplay(display, displaySocket(display)) ? lease : nullptr;
 }
 
 // The record of a session that has just ended is gone in a moment, and so is its server. One that stays must not hold

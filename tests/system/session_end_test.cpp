@@ -75,6 +75,7 @@ TEST_F(SessionEnd, ServerThatOutlivesItsSessionKeepsTheDisplayUntilItIsCleared) 
     ::kill(session["pid2"].asInt(), SIGTERM);
     signals.upTo("signalSessionShutdown");
     EXPECT_EQ(bus.login("bob"), 34);
+    EXPECT_TRUE(journal.waitFor("startSession: display passed over: 33, an earlier session is still ending"));
     ::kill(session["pid1"].asInt(), SIGKILL);
     EXPECT_TRUE(waitUntil([] { return !exists("/tmp/.X11-unix/X33") && !exists("/tmp/.X33-lock"); }));
     EXPECT_EQ(bus.login("alice"), 33);
