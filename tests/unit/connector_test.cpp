@@ -23,7 +23,7 @@ TEST(TransportLog, OnlyALineOfTheTransportsOwnCounts) {
     EXPECT_EQ(parseLogLine("<INFO> 81 com.freerdp.client.shadow " + activated).kind, LogEvent::Activated);
     // A client chooses its name.
     for (const std::string before :
-         {"<INFO> 8 com.freerdp.core.connection Accepted client: ", "", "<INFO> 8 com.freerdp.client.shadow x ",
+         {"<INFO> 8 com.freerdp.core.connection ", "", "<INFO> 8 com.freerdp.client.shadow x ",
           "<INFO> 99999999999 com.freerdp.client.shadow "}) {
         EXPECT_EQ(parseLogLine(before + activated).kind, LogEvent::Other) << before;
     }
