@@ -17,11 +17,6 @@ protected:
     static PamService transaction() { return PamService("unit-test", "pamela", "secret"); }
 };
 
-TEST_F(Pam, MessagesWantNoAnswerAndPromptsThePassword) {
-    service("auth required pam_echo.so hello\nauth required pam_unix.so nodelay\n");
-    EXPECT_TRUE(transaction().checkAuthenticate());
-}
-
 TEST_F(Pam, ExpiredPasswordIsChangedThroughTheSameConversation) {
     Scratch::run("chage -d 0 pamela");
     service("account required pam_unix.so\npassword required pam_permit.so\n");

@@ -35,7 +35,7 @@ TEST(VardctlArguments, DigitsAreASessionUnlessAUserIsForced) {
 
 TEST(VardctlArguments, NumbersAreDecimalAndInRange) {
     EXPECT_EQ(number("0", 0, 9, "n"), 0U);
-    for (const char* word : {"", "-1", "+1", " 1", "1 ", "0x1", "010", "10", "99999999999999999999"}) {
+    for (const char* word : {"", "-1", "+1", " 1", "1 ", "0x1", "01", "10", "99999999999999999999"}) {
         EXPECT_EQ(misuse([&] { number(word, 0, 9, "n"); }),
                   "n: a number from 0 to 9 is needed, not `" + std::string(word) + "'");
     }
