@@ -15,63 +15,50 @@ void check(int result, const char* what) {
     }
 }
 
-struct MessageOwner {
-    sd_bus_message* message;
-    explicit MessageOwner(sd_bus_message* taken) : message(taken) {}
-    ~MessageOwner() { sd_bus_message_unref(message); }
-    MessageOwner(const MessageOwner&) = delete;
-    MessageOwner& operator=(const MessageOwner&) = delete;
+struct UnrefMessage {
+    void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
 };
+using Message = std::unique_ptr<sd_bus_message, UnrefMessage>;
 
-std::string fieldText(sd_bus_message* answer, char type) {
-    if (type == 's') {
-        const char* text = nullptr;
-        sd_bus_message_read(answer, "s", &text);
-        return text;
-    }
+std::string nextText(sd_bus_message* answer) {
+    const char* text = nullptr;
+    sd_bus_message_read(answer, "s", &text);
+    return text;
+}
+
+int64_t nextNumber(sd_bus_message* answer, char type) {
     uint32_t number = 0;
-    sd_bus_message_read(answer, "u", &number);
-    return std::to_string(number);
+    sd_bus_message_read_basic(answer, type, &number);
+    return type == 'u' ? int64_t{number} : static_cast<int32_t>(number);
 }
 
 void readRows(sd_bus_message* answer, Reply& reply) {
     const std::string fields = reply.type.substr(2, reply.type.size() - 3);
-    sd_bus_message_enter_container(answer, 'a', ("(" + fields + ")").c_str());
+    sd_bus_message_enter_container(answer, 'a', reply.type.c_str() + 1);
     while (sd_bus_message_enter_container(answer, 'r', fields.c_str()) > 0) {
         auto& row = reply.rows.emplace_back();
         for (const char type : fields) {
-            row.push_back(fieldText(answer, type));
+            row.push_back(type == 's' ? nextText(answer) : std::to_string(nextNumber(answer, type)));
         }
         sd_bus_message_exit_container(answer);
-    }
-}
-
-void readTexts(sd_bus_message* answer, Reply& reply) {
-    sd_bus_message_enter_container(answer, 'a', "s");
-    for (const char* text = nullptr; sd_bus_message_read(answer, "s", &text) > 0;) {
-        reply.texts.emplace_back(text);
     }
 }
 
 void readResult(sd_bus_message* answer, Reply& reply) {
     reply.type = sd_bus_message_get_signature(answer, 1);
     if (reply.type == "s") {
-        const char* text = nullptr;
-        sd_bus_message_read(answer, "s", &text);
-        reply.text = text;
-    } else if (reply.type == "i" || reply.type == "u" || reply.type == "b") {
-        int32_t number = 0;
-        sd_bus_message_read(answer, reply.type.c_str(), &number);
-        reply.number = number;
-        if (reply.type == "u") {
-            reply.number = static_cast<uint32_t>(number);
-        }
+        reply.text = nextText(answer);
     } else if (reply.type == "d") {
         sd_bus_message_read(answer, "d", &reply.real);
     } else if (reply.type == "as") {
-        readTexts(answer, reply);
+        sd_bus_message_enter_container(answer, 'a', "s");
+        while (sd_bus_message_at_end(answer, 0) == 0) {
+            reply.texts.push_back(nextText(answer));
+        }
     } else if (reply.type.starts_with("a(")) {
         readRows(answer, reply);
+    } else if (!reply.type.empty()) {
+        reply.number = nextNumber(answer, reply.type[0]);
     }
 }
 
@@ -90,11 +77,11 @@ sd_bus_message* Bus::newCall(const char* interface, const char* method) {
 }
 
 Reply Bus::send(sd_bus_message* message) {
-    const MessageOwner call(message);
+    const Message call(message);
     sd_bus_error error{};
     sd_bus_message* answer = nullptr;
     const int result = sd_bus_call(bus_.get(), message, callLimit, &error, &answer);
-    const MessageOwner owner(answer);
+    const Message owner(answer);
     Reply reply;
     if (result < 0) {
         reply.error = error.name != nullptr ? error.name : "errno " + std::to_string(-result);

@@ -9,13 +9,11 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
-
-namespace fs = std::filesystem;
 
 namespace Test {
 
@@ -55,9 +53,7 @@ std::string mustRun(const std::string& command) {
 
 std::string readFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 void writeFile(const std::string& path, const std::string& text, unsigned mode) {
@@ -70,33 +66,24 @@ bool exists(const std::string& path) {
     return ::lstat(path.c_str(), &info) == 0;
 }
 
+int launch(const std::string& command) { return std::stoi(mustRun(command + " >/dev/null 2>&1 & echo $!")); }
+
 std::vector<int> processes(const std::string& text, const std::string& user) {
     const std::string owner = user.empty() ? "-A" : "-u " + user;
-    std::istringstream lines(shell("ps " + owner + " -o pid=,stat=,args= -ww").text);
+    std::istringstream lines(
+        shell("ps " + owner + " -o pid=,stat=,args= -ww | grep -v -e '^ *[0-9]* Z' -e 'ps -'").text);
     std::vector<int> pids;
     for (std::string line; std::getline(lines, line);) {
-        std::istringstream fields(line);
-        int pid = 0;
-        std::string state;
-        fields >> pid >> state;
-        if (state.find('Z') == std::string::npos && line.find(text) != std::string::npos &&
-            line.find("ps -") == std::string::npos) {
-            pids.push_back(pid);
+        if (line.find(text) != std::string::npos) {
+            pids.push_back(std::stoi(line));
         }
     }
     return pids;
 }
 
 std::vector<int> childrenOf(int pid) {
-    std::vector<int> children;
-    std::error_code ignored;
-    for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task", ignored)) {
-        std::ifstream list(task.path() / "children");
-        for (int child = 0; list >> child;) {
-            children.push_back(child);
-        }
-    }
-    return children;
+    std::istringstream list(shell("cat /proc/" + std::to_string(pid) + "/task/*/children").text);
+    return {std::istream_iterator<int>(list), {}};
 }
 
 Account::Account(std::string name, const std::string& password) : name_(std::move(name)) {

@@ -26,6 +26,8 @@ std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& text, unsigned mode = 0644);
 bool exists(const std::string& path);
 
+/// Starts a program beside the test; its process id. It is not the test's child, so nobody need reap it.
+int launch(const std::string& command);
 /// Process ids whose command line contains the text, zombies left out; of one user when `user` is given.
 std::vector<int> processes(const std::string& text, const std::string& user = {});
 /// The children of a process, zombies included.

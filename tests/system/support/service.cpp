@@ -1,30 +1,24 @@
 // The service under test: its process, its configuration, its journal.
 #include "service.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
 
+namespace fs = std::filesystem;
+
 namespace Test {
 
 Journal::Journal() {
+    start_ = std::chrono::floor<std::chrono::microseconds>(std::chrono::system_clock::now()).time_since_epoch();
     if (sd_journal_open(&journal_, 0) < 0) {
         throw std::runtime_error("no journal: run the test in scripts/sandbox");
-    }
-    sd_journal_seek_tail(journal_);
-    if (sd_journal_previous(journal_) > 0) {
-        char* cursor = nullptr;
-        sd_journal_get_cursor(journal_, &cursor);
-        cursor_ = cursor;
-        std::free(cursor);
     }
 }
 
@@ -32,13 +26,8 @@ Journal::~Journal() { sd_journal_close(journal_); }
 
 std::vector<Journal::Entry> Journal::entries() {
     sd_journal_process(journal_);
+    sd_journal_seek_realtime_usec(journal_, static_cast<uint64_t>(start_.count()));
     std::vector<Entry> result;
-    if (cursor_.empty()) {
-        sd_journal_seek_head(journal_);
-    } else {
-        sd_journal_seek_cursor(journal_, cursor_.c_str());
-        sd_journal_next(journal_);
-    }
     while (sd_journal_next(journal_) > 0) {
         Entry& entry = result.emplace_back();
         const void* data = nullptr;
@@ -51,32 +40,28 @@ std::vector<Journal::Entry> Journal::entries() {
     return result;
 }
 
-size_t Journal::count(const std::string& text) {
-    const auto all = entries();
-    return static_cast<size_t>(std::ranges::count_if(all, [&](const auto& entry) {
-        const auto message = entry.find("MESSAGE");
-        const auto ident = entry.find("SYSLOG_IDENTIFIER");
-        return message != entry.end() && ident != entry.end() && ident->second == "vard_service" &&
-               message->second.find(text) != std::string::npos;
+size_t Journal::matching(const char* field, const std::string& value, const std::string& first,
+                         const std::string& second) {
+    auto all = entries();
+    return static_cast<size_t>(std::ranges::count_if(all, [&](auto& entry) {
+        return entry[field] == value && entry["MESSAGE"].find(first) != std::string::npos &&
+               entry["MESSAGE"].find(second) != std::string::npos;
     }));
 }
 
-bool Journal::waitFor(const std::string& text) {
-    return waitUntil([&] { return has(text); });
+size_t Journal::count(const std::string& text, const std::string& program) {
+    return matching("SYSLOG_IDENTIFIER", program, text, "");
+}
+
+bool Journal::waitFor(const std::string& text, const std::string& program) {
+    return waitUntil([&] { return count(text, program) > 0; });
 }
 
 bool Journal::audit(const std::string& record, const std::string& result, size_t atLeast) {
-    return waitUntil([&] {
-        auto all = entries();
-        return std::ranges::count_if(all, [&](auto& entry) {
-                   const auto& message = entry["MESSAGE"];
-                   return entry["_TRANSPORT"] == "audit" && message.find(record) != std::string::npos &&
-                          message.find(result) != std::string::npos;
-               }) >= static_cast<std::ptrdiff_t>(atLeast);
-    });
+    return waitUntil([&] { return matching("_TRANSPORT", "audit", record, result) >= atLeast; });
 }
 
-Json::Value testConfig() {
+Json::Value testConfig(const std::map<std::string, Json::Value>& own) {
     Json::Value config(Json::objectValue);
     config["xvfb:path"] = "/usr/bin/Xvfb";
     for (const char* word :
@@ -84,6 +69,9 @@ Json::Value testConfig() {
         config["xvfb:args"].append(word);
     }
     config["debug:level"] = "debug";
+    for (const auto& [key, value] : own) {
+        config[key] = value;
+    }
     return config;
 }
 
@@ -104,17 +92,14 @@ Service::~Service() {
     if (running()) {
         ::kill(pid_, SIGKILL);
         wait();
-        shell(
-            "pkill -KILL Xvfb; pkill -KILL Xorg; pkill -KILL vard_manager"); // orphans, on a machine of the test's own
+        shell("pkill -KILL 'Xvfb|Xorg|vard_manager'"); // orphans, on a machine of the test's own
     }
 }
 
 void Service::rewrite(const std::string& text) {
     writeFile(configFile, text);
     // Whole seconds count: each new content gets a time of its own.
-    const timespec time{::time(nullptr) + ++stamp_, 0};
-    const timespec times[2] = {time, time};
-    ::utimensat(AT_FDCWD, configFile, times, 0);
+    fs::last_write_time(configFile, fs::file_time_type::clock::now() + std::chrono::seconds(++stamp_));
 }
 
 int Service::stop() {

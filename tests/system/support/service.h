@@ -25,26 +25,28 @@ public:
     Journal(const Journal&) = delete;
     Journal& operator=(const Journal&) = delete;
 
-    using Entry = std::map<std::string, std::string>;
-
-    /// The service's entries so far, all fields.
-    std::vector<Entry> entries();
-    /// How many messages of the service contain the text.
-    size_t count(const std::string& text);
+    /// How many messages of the service, or of another program, contain the text.
+    size_t count(const std::string& text, const std::string& program = "vard_service");
     bool has(const std::string& text) { return count(text) > 0; }
     /// Waits until a message contains the text.
-    bool waitFor(const std::string& text);
+    bool waitFor(const std::string& text, const std::string& program = "vard_service");
     /// Waits until the kernel's audit messages hold `atLeast` that contain both texts. The kernel has one audit log:
     /// records of a test on another machine may be among them.
     bool audit(const std::string& record, const std::string& result, size_t atLeast = 1);
 
 private:
+    using Entry = std::map<std::string, std::string>;
+
+    std::vector<Entry> entries();
+    size_t matching(const char* field, const std::string& value, const std::string& first, const std::string& second);
+
     sd_journal* journal_ = nullptr;
-    std::string cursor_;
+    std::chrono::microseconds start_{};
 };
 
-/// A configuration: the X server is the quick one without devices unless a test says otherwise.
-Json::Value testConfig();
+/// A configuration with settings of the test's own: the X server is the quick one without devices unless they say
+/// otherwise.
+Json::Value testConfig(const std::map<std::string, Json::Value>& own = {});
 
 /// The service's process, started with a configuration of its own and ended with the object.
 class Service {
