@@ -17,7 +17,7 @@ constexpr const char* pidFile = "/run/vard/vard_service.pid";
 class StartStop : public ServiceTest {
 protected:
     static Output program(const std::string& arguments, const std::string& before = "") {
-        return shell("cd /tmp && " + before + " " + Service::program + " " + arguments);
+        return shell("cd /tmp && " + before + " timeout 60 " + Service::program + " " + arguments);
     }
     static Output programWith(const std::string& config) {
         writeFile("/tmp/own.json", config);
