@@ -1,12 +1,12 @@
 // The published programs and the sessions that run one of them.
 #include "service.h"
 
-#include <algorithm>
-#include <fstream>
+#include <gmock/gmock.h>
 
 namespace {
 
 using namespace Test;
+using testing::Contains;
 
 constexpr const char* listFile = "/etc/vard/programs.json";
 
@@ -18,84 +18,55 @@ protected:
     }
 };
 
-bool holds(const std::vector<std::string>& names, const std::string& name) {
-    return std::ranges::find(names, name) != names.end();
-}
-
-TEST_F(Programs, InstalledDesktopEntriesAreOffered) {
-    writeFile(listFile, "[]");
-    start();
-    const auto offered = names();
-    EXPECT_TRUE(holds(offered, "XTerm"));
-    EXPECT_TRUE(holds(offered, "Файловый менеджер PCManFM")) << "a translated name comes first";
-    const auto count =
-        std::stoul(mustRun("grep -lE '^Type=Application' /usr/share/applications/*.desktop | "
-                           "xargs grep -LE '^Hidden=true' | wc -l"));
-    EXPECT_EQ(offered.size(), count);
-}
-
-TEST_F(Programs, BrokenListsLeaveTheDesktopEntries) {
+TEST_F(Programs, InstalledDesktopEntriesAreOfferedWhateverTheListHolds) {
     start();
     writeFile(listFile, "[]");
     const auto entries = names();
-    ASSERT_FALSE(entries.empty());
-    const auto record = [](const std::string& fields) { return "[{" + fields + "}]"; };
-    for (const auto& text :
-         {std::string(""), std::string("["), std::string("{}"), std::string("null"), std::string("[1,2]"),
-          record(R"("name":["x"],"path":{}})"), record(R"("name":"a","path":"/bin/true","args":[{}]})"),
-          record(R"("name":"a","path":"/no/such/binary")"), std::string(100000, '[')}) {
-        writeFile(listFile, text);
-        EXPECT_EQ(names(), entries) << text.substr(0, 60);
+    EXPECT_THAT(entries, Contains("XTerm"));
+    EXPECT_THAT(entries, Contains("Файловый менеджер PCManFM")) << "a translated name comes first";
+    EXPECT_EQ(mustRun("grep -lE '^Type=Application' /usr/share/applications/*.desktop | "
+                      "xargs grep -LE '^Hidden=true' | wc -l"),
+              std::to_string(entries.size()) + "\n");
+    for (const char* broken : {"", "[", "{}", R"([{"name":["x"],"path":{}}])"}) {
+        writeFile(listFile, broken);
+        EXPECT_EQ(names(), entries) << broken;
     }
-    EXPECT_TRUE(journal.waitFor("ProgramListReload: binary not found: /no/such/binary for name: a"));
-    EXPECT_TRUE(journal.has(std::string("reload: not json array: ") + listFile));
+    writeFile(listFile, "[{\"name\":\"caf\xE9\",\"path\":\"/bin/true\"}]");
+    EXPECT_EQ(names().back(), "caf\uFFFD") << "the bus carries valid text alone";
     mustRun(std::string("rm ") + listFile);
     EXPECT_EQ(names(), entries);
     EXPECT_TRUE(journal.waitFor(std::string("reload: path not found: ") + listFile));
-    mustRun(std::string("mkfifo ") + listFile);
-    EXPECT_EQ(names(), entries);
-    mustRun(std::string("rm ") + listFile);
-
-    std::string huge = "[";
-    for (int i = 0; i < 60000; ++i) {
-        huge += R"({"name":")" + std::string(200, 'n') + std::to_string(i) + R"(","path":"/bin/true"},)";
-    }
-    huge.back() = ']';
-    writeFile(listFile, huge);
-    const auto cut = names();
-    EXPECT_GT(cut.size(), entries.size());
-    EXPECT_LT(cut.size(), 60000U);
-    EXPECT_TRUE(journal.waitFor("reload: names too long together, programs dropped: "));
-    EXPECT_TRUE(bus.call("vardStatus").ok());
 }
 
 TEST_F(Programs, ProgramRunsAsASessionOfItsOwn) {
     auto config = testConfig();
-    config["session:path"] = "/usr/bin/xterm";
-    writeFile(listFile, R"([{"name":"Clock","path":"/usr/bin/xclock","args":["-update","7"]},
-                            {"name":"/usr/bin/xterm","path":"/usr/bin/xlogo"}])");
+    config["session:path"] = "/usr/bin/xclock";
+    writeFile(listFile, R"([{"name":"Term","path":"/usr/bin/xterm","args":["-geometry","20x5+50+50"]},
+                            {"name":"/usr/bin/xclock","path":"/usr/bin/xlogo"}])");
     start(config);
     Signals signals;
-    ASSERT_EQ(run("Clock"), 33);
+    ASSERT_EQ(run("Term"), 33);
     EXPECT_EQ(signals.upTo("signalProxyAllowConnection"),
               (std::vector<Signal>{{"signalProxyAllowConnection", {33, alice.uid()}}}));
-    EXPECT_TRUE(waitUntil([] { return !processes("/usr/bin/xclock -update 7", "alice").empty(); }));
-    EXPECT_TRUE(journal.waitFor("sessionCorrectMainWindowSize: wait next iteration: 9"));
+    EXPECT_TRUE(waitUntil([] { return !processes("/usr/bin/xterm -geometry 20x5+50+50", "alice").empty(); }));
+    // Without a window manager the terminal leads itself: it is fitted to the screen.
+    EXPECT_TRUE(waitUntil([] {
+        return shell("DISPLAY=:33 XAUTHORITY=/run/vard/xauth_33 xwininfo -root -children")
+                   .text.find("(\"xterm\" \"XTerm\")  640x480+0+0") != std::string::npos;
+    }));
     const auto session = info(33);
     EXPECT_EQ(session["seamless:mode"], true);
     EXPECT_EQ(session["domain"], "WORK");
-    EXPECT_EQ(session["depth"], 24);
     EXPECT_TRUE(session["ntlm"].asString().starts_with("alice:")) << session["ntlm"];
-    EXPECT_EQ(run("Clock"), 33) << "the same program is the same session";
-    EXPECT_EQ(bus.login("alice"), 34) << "the desktop is another";
-    EXPECT_EQ(run("/usr/bin/xterm"), 35);
-    EXPECT_EQ(info(35)["seamless:mode"], false) << "the name is the configured desktop's path";
-    EXPECT_EQ(run("clock"), -1);
-    EXPECT_TRUE(journal.waitFor("busProgramRequest: program not registered, name: `clock'"));
+    EXPECT_EQ(bus.call("vardSessionRequest", "s", R"({"username":"alice","password":"x","program":"Term"})").number,
+              33);
+    EXPECT_TRUE(waitUntil([&] { return journal.count("sessionCorrectMainWindowSize: wait next iteration: 9") == 2; }));
+    EXPECT_EQ(run("/usr/bin/xclock"), 34);
+    EXPECT_EQ(info(34)["seamless:mode"], false) << "the name is the configured desktop's path";
 
     config.removeMember("session:path");
     ASSERT_TRUE(reload(config));
-    EXPECT_EQ(run("Clock"), 33);
+    EXPECT_EQ(run("Term"), 33) << "the same program is the same session";
     EXPECT_EQ(info(33)["seamless:mode"], false) << "no desktop is configured at all";
 }
 
