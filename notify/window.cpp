@@ -12,6 +12,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <memory>
+#include <span>
 #include <stdexcept>
 #include <string_view>
 
@@ -19,11 +20,15 @@ namespace Vard {
 
 namespace {
 
+using namespace std::string_view_literals;
 using Clock = std::chrono::steady_clock;
+
+constexpr auto windowClass = "vard_notify\0vard_notify\0"sv;
 
 // Pixels.
 constexpr int largestWidth = 400;
 constexpr int margin = 16;
+constexpr int gap = 8;
 
 struct Release {
     void operator()(xcb_connection_t* connection) const { xcb_disconnect(connection); }
@@ -53,6 +58,8 @@ private:
     template <typename Items>
     void setProperty(xcb_atom_t name, xcb_atom_t type, const Items& items) const;
     [[nodiscard]] int left() const { return screen_.width_in_pixels - margin - picture_.width(); }
+    bool isNotice(xcb_window_t window) const;
+    [[nodiscard]] int freeTop() const;
     void create();
     void describe(const std::string& title) const;
     void giveHints() const;
@@ -65,6 +72,7 @@ private:
     const xcb_screen_t& screen_;
     Picture picture_;
     xcb_window_t window_;
+    int top_ = margin;
     xcb_atom_t deleteWindow_;
     Owned<cairo_surface_t> surface_;
 };
@@ -109,20 +117,51 @@ Window::Window(const Notice& notice)
                screen_.height_in_pixels - 2 * margin),
       window_(xcb_generate_id(connection_.get())),
       deleteWindow_(atom("WM_DELETE_WINDOW")) {
+    // Notices that come together would find the same room: the server serves one of them after the other.
+    xcb_grab_server(connection_.get());
+    top_ = freeTop();
     create();
     describe(notice.title);
     giveHints();
+    xcb_ungrab_server(connection_.get());
     surface_.reset(
         cairo_xcb_surface_create(connection_.get(), window_, findVisual(), picture_.width(), picture_.height()));
+}
+
+bool Window::isNotice(xcb_window_t window) const {
+    const auto cookie =
+        xcb_get_property(connection_.get(), 0, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0, windowClass.size());
+    const Owned<xcb_get_property_reply_t> reply(xcb_get_property_reply(connection_.get(), cookie, nullptr));
+    return reply && windowClass == std::string_view(static_cast<const char*>(xcb_get_property_value(reply.get())),
+                                                    static_cast<size_t>(xcb_get_property_value_length(reply.get())));
+}
+
+// Below the notices that can be seen already, and at the top again when no room is left there. A window manager that
+// puts windows into frames places them by itself.
+int Window::freeTop() const {
+    const Owned<xcb_query_tree_reply_t> tree(
+        xcb_query_tree_reply(connection_.get(), xcb_query_tree(connection_.get(), screen_.root), nullptr));
+    if (!tree) {
+        return margin;
+    }
+    int top = margin;
+    for (const auto window : std::span(xcb_query_tree_children(tree.get()), tree->children_len)) {
+        const Owned<xcb_get_geometry_reply_t> place(
+            xcb_get_geometry_reply(connection_.get(), xcb_get_geometry(connection_.get(), window), nullptr));
+        if (place && isNotice(window)) {
+            top = std::max(top, place->y + place->height + gap);
+        }
+    }
+    return top + picture_.height() + margin <= screen_.height_in_pixels ? top : margin;
 }
 
 void Window::create() {
     const std::array<uint32_t, 2> values{
         screen_.white_pixel, XCB_EVENT_MASK_EXPOSURE | XCB_EVENT_MASK_BUTTON_PRESS | XCB_EVENT_MASK_KEY_PRESS};
     xcb_create_window(connection_.get(), XCB_COPY_FROM_PARENT, window_, screen_.root, static_cast<int16_t>(left()),
-                      margin, static_cast<uint16_t>(picture_.width()), static_cast<uint16_t>(picture_.height()), 0,
-                      XCB_WINDOW_CLASS_INPUT_OUTPUT, screen_.root_visual, XCB_CW_BACK_PIXEL | XCB_CW_EVENT_MASK,
-                      values.data());
+                      static_cast<int16_t>(top_), static_cast<uint16_t>(picture_.width()),
+                      static_cast<uint16_t>(picture_.height()), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT, screen_.root_visual,
+                      XCB_CW_BACK_PIXEL | XCB_CW_EVENT_MASK, values.data());
 }
 
 xcb_atom_t Window::atom(std::string_view name) const {
@@ -138,11 +177,10 @@ void Window::setProperty(xcb_atom_t name, xcb_atom_t type, const Items& items) c
 }
 
 void Window::describe(const std::string& title) const {
-    using namespace std::string_view_literals;
     const auto utf8 = atom("UTF8_STRING");
     setProperty(XCB_ATOM_WM_NAME, utf8, title);
     setProperty(atom("_NET_WM_NAME"), utf8, title);
-    setProperty(XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, "vard_notify\0vard_notify\0"sv);
+    setProperty(XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, windowClass);
     setProperty(atom("_NET_WM_WINDOW_TYPE"), XCB_ATOM_ATOM, std::array{atom("_NET_WM_WINDOW_TYPE_NOTIFICATION")});
     setProperty(atom("WM_PROTOCOLS"), XCB_ATOM_ATOM, std::array{deleteWindow_});
 }
@@ -152,12 +190,12 @@ void Window::giveHints() const {
     constexpr uint32_t inputHint = 1;
     constexpr uint32_t userPositionAndFixedSize = 1 | 16 | 32;
     const auto x = static_cast<uint32_t>(left());
+    const auto y = static_cast<uint32_t>(top_);
     const auto width = static_cast<uint32_t>(picture_.width());
     const auto height = static_cast<uint32_t>(picture_.height());
     setProperty(XCB_ATOM_WM_HINTS, XCB_ATOM_WM_HINTS, std::array<uint32_t, 9>{inputHint, 0});
-    setProperty(
-        XCB_ATOM_WM_NORMAL_HINTS, XCB_ATOM_WM_SIZE_HINTS,
-        std::array<uint32_t, 18>{userPositionAndFixedSize, x, margin, width, height, width, height, width, height});
+    setProperty(XCB_ATOM_WM_NORMAL_HINTS, XCB_ATOM_WM_SIZE_HINTS,
+                std::array<uint32_t, 18>{userPositionAndFixedSize, x, y, width, height, width, height, width, height});
 }
 
 void Window::draw() const {

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <chrono>
 
 namespace {
@@ -42,6 +43,14 @@ protected:
         })) << onDisplay("xwininfo -root -tree").text;
         return found.text.substr(0, found.text.find('\n'));
     }
+    /// The rows of pixels that the window of that title covers, the last one excluded.
+    static std::pair<int, int> rows(const std::string& title) {
+        const auto place = onDisplay("xdotool getwindowgeometry --shell " + window(title)).text;
+        const auto value = [&](const std::string& name) {
+            return std::stoi(place.substr(place.find(name) + name.size()));
+        };
+        return {value("Y="), value("Y=") + value("HEIGHT=")};
+    }
     /// What ends a critical notice; it would stay for 30 seconds.
     static void closeBy(const std::string& action, const std::string& title) {
         EXPECT_EQ(onDisplay("xdotool mousemove --window " + window(title) + " 20 20 " + action).status, 0);
@@ -71,6 +80,20 @@ TEST_F(Notify, WithoutADesktopAWindowShowsItUntilAClickAKeyOrItsTime) {
 
     EXPECT_TRUE(waitUntil([] { return processes(notifier).empty(); }));
     EXPECT_GT(std::chrono::steady_clock::now() - begin, 9s);
+}
+
+TEST_F(Notify, NoticesThatComeTogetherLieBelowEachOtherOnTheScreen) {
+    login();
+    for (const char* title : {"One", "Two", "Three"}) {
+        EXPECT_TRUE(send(33, title, "which comes first is not known", 2));
+    }
+    std::vector<std::pair<int, int>> places{rows("One"), rows("Two"), rows("Three")};
+    std::ranges::sort(places);
+    EXPECT_EQ(places[0].first, 16);
+    EXPECT_LT(places[0].second, places[1].first);
+    EXPECT_LT(places[1].second, places[2].first);
+    EXPECT_TRUE(send(33, "Long", std::string(4096, 'x'), 2));
+    EXPECT_EQ(rows("Long").first, 16) << "there is no room for it below";
 }
 
 TEST_F(Notify, TheDesktopsNotificationServiceTakesItWhereOneRuns) {
