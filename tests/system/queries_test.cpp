@@ -17,7 +17,8 @@ using Names = std::vector<std::string>;
 class Queries : public ServiceTest {
 protected:
     Queries() {
-        writeFile("/etc/vard/programs.json", R"([{"name":"Clock","path":"/usr/bin/xclock"}])");
+        writeFile("/etc/vard/programs.json", R"([{"name":"Clock","path":"/usr/bin/xclock"},
+                                                 {"name":"Logo","path":"/usr/bin/xlogo"}])");
         start();
     }
 };
@@ -66,29 +67,33 @@ TEST_F(Queries, TablesListEverySessionAndNoStoppedServerDelaysThem) {
     const Account bob("bob");
     ASSERT_EQ(bus.login("alice"), 33);
     ASSERT_EQ(bus.login("bob"), 34);
-    ASSERT_EQ(bus.call("busProgramRequest", "sssqqs", "alice", "", "secret", 640, 480, "Clock").number, 35);
-    const std::vector<Names> everybody{{"alice", "33"}, {"bob", "34"}, {"alice", "35"}};
+    for (const char* program : {"Clock", "Logo"}) {
+        bus.call("busProgramRequest", "sssqqs", "alice", "", "secret", 640, 480, program);
+    }
+    const std::vector<Names> everybody{{"alice", "33"}, {"bob", "34"}, {"alice", "35"}, {"alice", "36"}};
     EXPECT_EQ(bus.call("vardSessions").rows, everybody);
     const auto rows = bus.call("busSessionsInfo").rows;
-    ASSERT_EQ(rows.size(), 3U);
+    ASSERT_EQ(rows.size(), 4U);
     const auto start = info(34)["start"].asInt64();
     const auto local = mustRun("date -d @" + std::to_string(start) + " '+%F %T' | tr -d '\\n'");
     const auto uid = std::to_string(bob.uid());
     EXPECT_EQ(rows[1], (Names{"34", "bob", local, rows[1][3], uid, uid}));
     EXPECT_LE(std::stoi(rows[1][3]), std::time(nullptr) - start);
 
-    for (const int sid : {33, 35}) {
+    // What fits the programs' windows must not be the one that finds their servers stopped.
+    EXPECT_TRUE(waitUntil([&] { return journal.count("sessionCorrectMainWindowSize: wait next iteration: 0") == 2; }));
+    for (const int sid : {33, 35, 36}) {
         ::kill(info(sid)["pid1"].asInt(), SIGSTOP);
     }
     // Three seconds are the promise; all her servers together are waited for.
     Json::Value ofAlice;
     EXPECT_LT(secondsOf([&] { ofAlice = parse(bus.call("vardUserInfoJson", "s", "alice").text); }), 3);
-    ASSERT_EQ(ofAlice.size(), 2U) << "application sessions count here";
+    ASSERT_EQ(ofAlice.size(), 3U) << "application sessions count here";
     EXPECT_EQ(ofAlice[1]["xsession"], "/usr/bin/xclock");
     EXPECT_LT(secondsOf([&] {
                   EXPECT_EQ(info(34)["width"], 640);
                   EXPECT_EQ(bus.call("vardSessions").rows, everybody);
-                  EXPECT_EQ(bus.call("busSessionsInfo").rows.size(), 3U);
+                  EXPECT_EQ(bus.call("busSessionsInfo").rows.size(), 4U);
               }),
               1);
     // Nor does a tool that would have to wait for such a server.
@@ -105,7 +110,7 @@ TEST_F(Queries, ProcessesAreTheUsersOwnWhateverTheirNames) {
     mustRun("cp /usr/bin/sleep " + odd + "; runuser -u alice -- " + odd + " 1000 >/dev/null 2>&1 &");
     std::string text;
     const auto found = [&] {
-        text = bus.call("vardSessionProcess", "u", 33U).text;
+        text = bus.call("vardSessionProcess", "u", 34U).text;
         std::vector<int> pids;
         for (const auto& process : parse(text)) {
             pids.push_back(process["pid"].asInt());
