@@ -52,7 +52,7 @@ TEST_F(Desktop, HashLineIsTheToolsOwn) {
 struct LoopDevice {
     explicit LoopDevice(const std::string& image)
         : name(mustRun("losetup --find --show " + image + " | tr -d '\\n'")) {}
-    ~LoopDevice() { shell("umount /home/alice; partx -d " + name + "; losetup -d " + name); }
+    ~LoopDevice() { shell("umount -A " + name + "p1; partx -d " + name + "; losetup -d " + name); }
     LoopDevice(const LoopDevice&) = delete;
     LoopDevice& operator=(const LoopDevice&) = delete;
 
@@ -60,13 +60,14 @@ struct LoopDevice {
 };
 
 TEST_F(Desktop, ProfilePartitionIsTheHomeWhileTheSessionLives) {
-    mustRun(
-        "truncate -s 64M /var/tmp/disk.img && sgdisk -n 1:0:0 -t 1:773f91ef-66d4-49b5-bd83-d683bf40ad16 -c 1:alice "
-        "/var/tmp/disk.img");
+    // No other machine that shares these devices has a disk of that user.
+    const Account user("pvol" + mustRun("od -An -N4 -tx4 /dev/urandom | tr -d ' \\n'"));
+    mustRun("truncate -s 64M /var/tmp/disk.img && sgdisk -n 1:0:0 -t 1:773f91ef-66d4-49b5-bd83-d683bf40ad16 -c 1:" +
+            user.name() + " /var/tmp/disk.img");
     const LoopDevice disk("/var/tmp/disk.img");
     const std::string partition = disk.name + "p1";
     mustRun("partx -a " + disk.name);
-    const auto home = [] { return shell("findmnt -no SOURCE /home/alice").text; };
+    const auto home = [&] { return shell("findmnt -no SOURCE " + user.home()).text; };
     auto config = testConfig();
     config["pvol:enable"] = true;
     start(config);
@@ -76,15 +77,15 @@ TEST_F(Desktop, ProfilePartitionIsTheHomeWhileTheSessionLives) {
         signals.upTo("signalSessionShutdown");
         EXPECT_TRUE(waitUntil([&] { return home().empty(); }));
     };
-    ASSERT_EQ(bus.login("alice"), 33) << "a failed mount is no reason to refuse";
+    ASSERT_EQ(bus.login(user.name()), 33) << "a failed mount is no reason to refuse";
     EXPECT_TRUE(journal.waitFor("sessionMountProfile: mount failed, error: Invalid argument"));
     end();
     mustRun("mkfs.ext4 -q " + partition);
-    ASSERT_EQ(bus.login("alice"), 33);
+    ASSERT_EQ(bus.login(user.name()), 33);
     EXPECT_EQ(home(), partition + "\n");
     end();
     // A stop of the service unmounts as well.
-    ASSERT_EQ(bus.login("alice"), 33);
+    ASSERT_EQ(bus.login(user.name()), 33);
     EXPECT_EQ(home(), partition + "\n");
     EXPECT_EQ(service->stop(), 0);
     EXPECT_EQ(home(), "");
