@@ -110,7 +110,7 @@ TEST_F(Queries, ProcessesAreTheUsersOwnWhateverTheirNames) {
     mustRun("cp /usr/bin/sleep " + odd + "; runuser -u alice -- " + odd + " 1000 >/dev/null 2>&1 &");
     std::string text;
     const auto found = [&] {
-        text = bus.call("vardSessionProcess", "u", 34U).text;
+        text = bus.call("vardSessionProcess", "u", 33U).text;
         std::vector<int> pids;
         for (const auto& process : parse(text)) {
             pids.push_back(process["pid"].asInt());
