@@ -11,6 +11,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 
 namespace fs = std::filesystem;
 
@@ -32,8 +34,16 @@ std::string fill(std::string word, unsigned display, unsigned depth, unsigned wi
     return Utils::stringReplace(word, "%{authfile}", authfile.string());
 }
 
-/// Removes a file of a dead server, if it is there; a link itself, never what it points to. False when it stays.
-bool removeLeftover(const fs::path& path) { return ::unlink(path.c_str()) == 0 || errno == ENOENT; }
+/// Removes a file of a dead server, if it is there; a link itself, never what it points to. False when it stays. A
+/// directory, which a user may have put there to take the display from everybody, is moved aside with all that is in
+/// it.
+bool removeLeftover(const fs::path& path) {
+    if (::unlink(path.c_str()) == 0 || errno == ENOENT) {
+        return true;
+    }
+    std::string aside = path.string() + ".XXXXXX";
+    return errno == EISDIR && ::mkdtemp(aside.data()) != nullptr && ::rename(path.c_str(), aside.c_str()) == 0;
+}
 
 } // namespace
 
