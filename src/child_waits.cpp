@@ -65,10 +65,10 @@ void ChildWait::reapWithoutThread() {
     }
 }
 
-bool ChildWait::ready(std::chrono::system_clock::time_point deadline) {
+bool ChildWait::ready(std::chrono::steady_clock::time_point deadline) {
     reapWithoutThread();
     // A wait until a moment that has passed is a system call all the same; most looks are of that kind.
-    const auto left = deadline - std::chrono::system_clock::now();
+    const auto left = deadline - std::chrono::steady_clock::now();
     const auto state = left > 0s ? status_.wait_until(deadline) : status_.wait_for(0s);
     return !task_ && state == std::future_status::ready;
 }
@@ -81,8 +81,8 @@ int ChildWait::get() {
     return status_.get();
 }
 
-bool ChildWait::endedBy(std::chrono::system_clock::time_point end) {
-    while (task_ && !ready({}) && std::chrono::system_clock::now() < end) {
+bool ChildWait::endedBy(std::chrono::steady_clock::time_point end) {
+    while (task_ && !ready({}) && std::chrono::steady_clock::now() < end) {
         std::this_thread::sleep_for(20ms);
     }
     return ready(end);
@@ -94,7 +94,7 @@ void ChildWait::kill(const char* func) {
     killed_ = true;
 }
 
-int ChildWait::takeBy(std::chrono::system_clock::time_point end, const char* func) {
+int ChildWait::takeBy(std::chrono::steady_clock::time_point end, const char* func) {
     if (!endedBy(end)) {
         Syslog::warning("%s: killed child does not end, pid: %d", func, pid_);
         return -1;
@@ -103,10 +103,10 @@ int ChildWait::takeBy(std::chrono::system_clock::time_point end, const char* fun
 }
 
 int ChildWait::getWithin(std::chrono::milliseconds limit, const char* func) {
-    if (!endedBy(std::chrono::system_clock::now() + limit)) {
+    if (!endedBy(std::chrono::steady_clock::now() + limit)) {
         kill(func);
     }
-    return takeBy(std::chrono::system_clock::now() + killedLimit, func);
+    return takeBy(std::chrono::steady_clock::now() + killedLimit, func);
 }
 
 void ChildWait::killOverdue(const char* func) {
@@ -132,7 +132,7 @@ void ChildWaits::collectLocked(const char* func,
                                const std::function<void(const ProcessHandle& process, int status)>& ended) {
     // One deadline for the whole pass: a millisecond for each of 400 children would hold both locks for most of a
     // second.
-    const auto deadline = std::chrono::system_clock::now() + 1ms;
+    const auto deadline = std::chrono::steady_clock::now() + 1ms;
     for (auto& child : children_) {
         if (!child.valid()) {
             continue;
@@ -158,13 +158,13 @@ void ChildWaits::endAll(const char* func) {
         child.process().terminate();
     }
     std::this_thread::sleep_for(100ms);
-    const auto deadline = std::chrono::system_clock::now() + endGrace;
+    const auto deadline = std::chrono::steady_clock::now() + endGrace;
     for (auto& child : children_) {
         if (child.valid() && !child.endedBy(deadline)) {
             child.kill(func);
         }
     }
-    const auto last = std::chrono::system_clock::now() + killedLimit;
+    const auto last = std::chrono::steady_clock::now() + killedLimit;
     for (auto& child : children_) {
         child.takeBy(last, func);
     }

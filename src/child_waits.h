@@ -39,7 +39,7 @@ public:
     /// False once the status was taken.
     [[nodiscard]] bool valid() const { return status_.valid(); }
     /// True when the child has ended by `deadline`; a deadline in the past only looks.
-    bool ready(std::chrono::system_clock::time_point deadline);
+    bool ready(std::chrono::steady_clock::time_point deadline);
     /// Takes the status; blocks until the child has ended. Afterwards valid() is false.
     int get();
     /// Takes the status; a child that has not ended after `limit` is killed, with a warning under `func`. -1, after
@@ -47,11 +47,13 @@ public:
     /// then reaps it whenever it ends.
     int getWithin(std::chrono::milliseconds limit, const char* func);
     /// True when the child has ended by `end`.
-    bool endedBy(std::chrono::system_clock::time_point end);
+    bool endedBy(std::chrono::steady_clock::time_point end);
     /// Kills the child, with a warning under `func`.
     void kill(const char* func);
     /// Takes the status of a child that ends by `end`; -1, after a warning under `func`, for one that does not.
-    int takeBy(std::chrono::system_clock::time_point end, const char* func);
+    int takeBy(std::chrono::steady_clock::time_point end, const char* func);
+    /// True once kill() or killOverdue() had to be used.
+    [[nodiscard]] bool killed() const { return killed_; }
     /// Kills the child, with a warning under `func`, when it was told to end more than endGrace ago. Once.
     void killOverdue(const char* func);
 

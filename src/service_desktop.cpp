@@ -29,9 +29,7 @@ void waitTool(const Session* session, const char* name, const std::string& progr
     }
     try {
         auto tool = runSessionCommand(*session, program, args, {}, false);
-        Syslog::debug("%s: wait pid: %d", name, tool.pid());
-        const int status = tool.getWithin(toolLimit, name);
-        Utils::syslogWaitStatus(status, name, tool.pid());
+        waitSessionCommand(*session, tool, name);
     } catch (const std::system_error& err) {
         Syslog::error("%s: system error: %s", name, err.what());
     } catch (const std::exception& err) {

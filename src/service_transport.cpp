@@ -31,13 +31,9 @@ bool DBusService::vardCreateNTLMhashFile(const SessionPtr& session, const std::s
     try {
         auto args = hashArguments(*session, session->domain, password, ntlmv2);
         const Utils::WipeGuard guard(args);
-        {
-            const std::scoped_lock lock(childWaits_.mutex());
-            auto tool = runSessionCommand(*session, config()->settingString("hash:path", "/usr/bin/winpr-hash"), args,
-                                          {}, true);
-            const int status = tool.getWithin(toolLimit, "vardCreateNTLMhashFile");
-            Utils::syslogWaitStatus(status, "vardCreateNTLMhashFile", tool.pid());
-        }
+        auto tool =
+            runSessionCommand(*session, config()->settingString("hash:path", "/usr/bin/winpr-hash"), args, {}, true);
+        waitSessionCommand(*session, tool, "vardCreateNTLMhashFile");
         auto line = callUserScope(*session, [log = session->commandLog()] { return Utils::readFirstLine(log); });
         const std::scoped_lock lock(table_.mutex());
         session->ntlm.take(line);

@@ -91,6 +91,10 @@ std::string readAnswer(int fd, std::chrono::milliseconds limit) {
     }
 }
 
+std::chrono::milliseconds toolLimitOf(const Session& session) {
+    return session.toolKilled ? shortToolLimit : toolLimit;
+}
+
 } // namespace
 
 std::list<std::string> sessionEnvironment(const Session& session) {
@@ -106,6 +110,15 @@ ChildWait runSessionCommand(const Session& session, const std::filesystem::path&
     const pid_t pid = Utils::runChildProcess(program, args, session.username, variables,
                                              log ? session.commandLog() : std::filesystem::path{});
     return ChildWait(session.tasks(), pid);
+}
+
+void waitSessionCommand(const Session& session, ChildWait& tool, const char* name) {
+    Syslog::debug("%s: wait pid: %d", name, tool.pid());
+    const int status = tool.getWithin(toolLimitOf(session), name);
+    if (tool.killed()) {
+        session.toolKilled = true;
+    }
+    Utils::syslogWaitStatus(status, name, tool.pid());
 }
 
 std::optional<ChildWait> runSessionOpen(const Session* session, const std::filesystem::path& program,
@@ -157,7 +170,7 @@ std::string callUserScope(const Session& session, const std::function<std::strin
     }
     writer.reset();
     ChildWait child(session.tasks(), pid);
-    std::string answer = readAnswer(reader.get(), limit);
+    std::string answer = readAnswer(reader.get(), std::min(limit, toolLimitOf(session)));
     const int status = child.getWithin(closingLimit, "callUserScope");
     return status == 0 ? answer : "";
 }
