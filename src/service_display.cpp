@@ -80,7 +80,7 @@ bool DBusService::waitDisplay(Session& session, pid_t pid) {
     const ProcessHandle server =
         saveWaitPidBackground(pid, [lease = session.displayLease, socket] { clearDisplay(*lease, socket); });
     lookClosely(socket);
-    if (!Utils::waitSocketSec(socket, socketWait)) {
+    if (!Utils::waitSocketSec(socket, socketWait, [&] { return server.exists(); })) {
         error("%s: xvfb not started, pid: %d, socket: %s", "startSession", pid, socket.c_str());
         lateServers_[session.display] = server; // it may still come up, and is then in the way of others
         return false;

@@ -78,8 +78,9 @@ std::shared_ptr<const uint32_t> DBusService::takeSlotLocked(SessionPtr*& slot) {
     auto& slots = table_.slotsLocked();
     for (size_t index = 0; index < slots.size(); ++index) {
         const uint32_t display = table_.displayLocked(index);
-        // An old session may have the display in another slot, from before the range was moved.
-        if (slots[index] ||
+        // An old session may have the display in another slot, from before the range was moved; so may the table have
+        // more slots than the range.
+        if (slots[index] || display > lastDisplay ||
             std::ranges::any_of(slots, [&](const auto& other) { return other && other->sid == display; })) {
             continue;
         }
@@ -97,6 +98,7 @@ std::shared_ptr<const uint32_t> DBusService::takeDisplayLocked(uint32_t display,
                                                                std::chrono::steady_clock::time_point patience) {
     std::erase_if(lateServers_, [](const auto& late) { return !late.second.exists(); });
     if (const auto late = lateServers_.find(display); late != lateServers_.end()) {
+        late->second.terminate(); // stopped ones must not keep all displays; the watcher kills what does not obey
         warning("%s: display passed over: %u, a late server still runs, pid: %d", "startSession", display,
                 late->second.pid());
         return nullptr;

@@ -233,7 +233,7 @@ int64_t Utils::hasData(int fd) {
     return std::max(count, 0);
 }
 
-bool Utils::waitSocketSec(const std::filesystem::path& path, unsigned seconds) {
+bool Utils::waitSocketSec(const std::filesystem::path& path, unsigned seconds, const std::function<bool()>& goOn) {
     using namespace std::chrono;
     const auto start = steady_clock::now();
     for (;;) {
@@ -241,7 +241,7 @@ bool Utils::waitSocketSec(const std::filesystem::path& path, unsigned seconds) {
         if (std::filesystem::symlink_status(path, ignored).type() == std::filesystem::file_type::socket) {
             return true;
         }
-        if (steady_clock::now() - start > std::chrono::seconds(seconds)) {
+        if (steady_clock::now() - start > std::chrono::seconds(seconds) || (goOn && !goOn())) {
             return false;
         }
         std::this_thread::sleep_for(milliseconds(100));

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -50,8 +51,9 @@ namespace Utils {
 bool hasInput(int fd, int timeout);
 /// The number of bytes waiting on `fd`, 0 for a negative descriptor. Logs and throws std::runtime_error("hasData").
 int64_t hasData(int fd);
-/// Waits until `path` is a socket (a link is not one), looking every 100 ms; false after `seconds`.
-bool waitSocketSec(const std::filesystem::path& path, unsigned seconds);
+/// Waits until `path` is a socket (a link is not one), looking every 100 ms; false after `seconds`, or when
+/// `goOn` says so.
+bool waitSocketSec(const std::filesystem::path& path, unsigned seconds, const std::function<bool()>& goOn = {});
 /// Takes all permissions of group and others off the socket `path`, through a handle on the object itself: only if it
 /// is a socket owned by `owner`. Logs and answers false otherwise.
 bool restrictSocket(const std::filesystem::path& path, uid_t owner);
