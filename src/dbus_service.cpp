@@ -24,7 +24,7 @@ namespace {
 constexpr const char* busName = "ru.korvex.vard";
 constexpr const char* objectPath = "/ru/korvex/vard";
 // Longer than a child that will not end is given, and than an unmounting takes.
-constexpr std::chrono::seconds drainLimit{20};
+constexpr std::chrono::seconds drainLimit{15}; // with the ends of the children inside the unit's stop time-out
 
 // The bus queues a second owner of a name silently; without this look it would overwrite the first one's pid file.
 void acquireName(DBus::Connection& connection) {

@@ -9,14 +9,10 @@
 
 namespace Vard {
 
-namespace {
-constexpr long lastDisplay = 59535;
-}
-
 std::optional<DisplayRange> DisplayRange::of(int min, int max, const char* func) {
     const long low = std::min(std::labs(min), std::labs(max));
     const long high = std::max(std::labs(min), std::labs(max));
-    if (high > lastDisplay + 1) {
+    if (high > long{lastDisplay} + 1) {
         Syslog::error("%s: display range refused: %d, %d", func, min, max);
         return std::nullopt;
     }

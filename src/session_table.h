@@ -13,14 +13,16 @@
 
 namespace Vard {
 
+/// The last display that an X server can have.
+inline constexpr uint32_t lastDisplay = 59535;
+
 /// The range of display numbers handed out: `first` and how many.
 struct DisplayRange {
     int first = 33;
     size_t count = 22;
 
     /// The range between two configured ends, in any order, by their absolute values; the upper end is not part of it.
-    /// None, after an error line under `func`, when a display above 59535, the last an X server can have, would be part
-    /// of it.
+    /// None, after an error line under `func`, when a display above lastDisplay would be part of it.
     static std::optional<DisplayRange> of(int min, int max, const char* func);
 };
 
