@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -56,6 +57,16 @@ inline std::string run(const std::string& command) {
         throw std::runtime_error(command + ": " + output);
     }
     return output;
+}
+
+/// A child that sleeps.
+inline pid_t startSleep(const char* seconds = "1000") {
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::execlp("sleep", "sleep", seconds, nullptr);
+        ::_exit(127);
+    }
+    return pid;
 }
 
 /// For tests that need root and change the machine. A suite that prepares something calls this SetUpTestSuite first: it
