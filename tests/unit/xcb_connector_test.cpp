@@ -97,14 +97,19 @@ TEST_F(XcbConnector, FitsApplicationsWindowsAndNothingElse) {
 }
 
 TEST_F(XcbConnector, CopiesPixelsInBands) {
-    const auto window = makeWindow({0, 0, 800, 600}, 0x123456);
+    makeWindow({0, 0, 800, 300}, 0x123456);
+    makeWindow({0, 300, 800, 300}, 0xabcdef);
     std::vector<uint8_t> pixels(size_t{800} * 600 * 4);
-    const auto info = xcb.copyWindowPixmapTo(window, {0, 0, 800, 600}, pixels.data(), pixels.size());
+    const auto copy = [&](const Xcb::Rect& rect, size_t size) {
+        return xcb.copyWindowPixmapTo(xcb.windowRoot(), rect, pixels.data(), size);
+    };
+    const auto info = copy({0, 0, 800, 600}, pixels.size());
     EXPECT_EQ(info.bytes, pixels.size());
     EXPECT_EQ(info.redMask, 0xff0000U);
-    EXPECT_EQ(std::vector<uint8_t>(pixels.end() - 4, pixels.end() - 1), (std::vector<uint8_t>{0x56, 0x34, 0x12}));
-    EXPECT_THROW(xcb.copyWindowPixmapTo(window, {0, 0, 800, 600}, pixels.data(), pixels.size() - 1), xcb_error);
-    EXPECT_THROW(xcb.copyWindowPixmapTo(window, {0, 0, 9000, 9000}, pixels.data(), pixels.size()), xcb_error);
+    EXPECT_EQ(std::vector<uint8_t>(pixels.begin(), pixels.begin() + 3), (std::vector<uint8_t>{0x56, 0x34, 0x12}));
+    EXPECT_EQ(std::vector<uint8_t>(pixels.end() - 4, pixels.end() - 1), (std::vector<uint8_t>{0xef, 0xcd, 0xab}));
+    EXPECT_THROW(copy({0, 0, 800, 600}, pixels.size() - 1), xcb_error);
+    EXPECT_THROW(copy({0, 0, 9000, 9000}, pixels.size()), xcb_error);
 }
 
 // The queue of a server that reads nothing takes some seventy requests, and the library waits for room without limit.
