@@ -22,7 +22,7 @@ std::string_view requiredGroup(std::string_view method) {
 }
 
 std::string deniedMessage(std::string_view method) {
-    const std::string start = "access denied: " + std::string(method) + " may be called by root";
+    const std::string start = "access denied; this may be done by root";
     const std::string group(requiredGroup(method));
     if (group.empty()) {
         return start + " alone";

@@ -34,12 +34,16 @@ uint32_t number(const std::string& word, uint32_t least, uint32_t greatest, cons
 
 uint32_t sessionId(const std::string& word) { return number(word, 0, greatestId, "session id"); }
 
-Target chooseTarget(const std::string& word, bool forceUser) {
+const std::string& userName(const std::string& word) {
     if (word.empty()) {
         throw Failure(ExitCode::usage, "the user's name is empty");
     }
+    return word;
+}
+
+Target chooseTarget(const std::string& word, bool forceUser) {
     if (forceUser || !isDigits(word)) {
-        return word;
+        return userName(word);
     }
     return sessionId(word);
 }

@@ -14,6 +14,9 @@ using Target = std::variant<uint32_t, std::string>;
 /// a name, too.
 Target chooseTarget(const std::string& word, bool forceUser);
 
+/// A user's name: any word that is not empty.
+const std::string& userName(const std::string& word);
+
 /// A session id.
 uint32_t sessionId(const std::string& word);
 

@@ -4,7 +4,10 @@
 #include "password.h"
 #include "session_info.h"
 
+#include <pwd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <iostream>
 #include <limits>
 
@@ -40,9 +43,20 @@ int32_t requestDesktop(BusClient& bus, const Options& options, const Password& p
         .number();
 }
 
-bool isPublished(BusClient& bus, const std::string& program) {
+// The question is not only for the answer: the service reads the list anew with it, and knows what was added since.
+void requirePublished(BusClient& bus, const std::string& program) {
     const auto programs = bus.query("vardProgramList").texts();
-    return std::ranges::find(programs, program) != programs.end();
+    if (std::ranges::find(programs, program) == programs.end()) {
+        throw Failure(ExitCode::failed, "not among the published programs: " + program);
+    }
+}
+
+/// The failure for a login that the service refused.
+Failure refused(const std::string& user) {
+    const std::string start = "the service refused the login of " + user;
+    errno = 0; // not being found leaves it so, a database that does not answer sets it
+    const bool unknown = ::getpwnam(user.c_str()) == nullptr && errno == 0;
+    return {ExitCode::failed, start + (unknown ? ": there is no such user" : journalHint)};
 }
 
 std::optional<uint32_t> limitSeconds(const std::optional<std::string>& word, const std::string& what) {
@@ -52,27 +66,29 @@ std::optional<uint32_t> limitSeconds(const std::optional<std::string>& word, con
 } // namespace
 
 void login(const Options& options) {
-    requestedSize(options); // wrong usage shows before a password is asked for
+    userName(options.target); // wrong usage shows before a password is asked for
+    requestedSize(options);
     smallNumber(options.depth, 1, "depth");
     BusClient bus;
+    bus.query("vardSessions"); // and so does a service that is not there, or for others
     const auto session = requestDesktop(bus, options, Password(options.target));
     if (session < 0) {
-        throw Failure(ExitCode::failed, "the service refused the login of " + options.target + journalHint);
+        throw refused(options.target);
     }
     printStarted(session, options);
 }
 
 void runProgram(const Options& options) {
+    userName(options.target);
     const auto size = requestedSize(options);
     BusClient bus;
+    requirePublished(bus, options.program);
     const Password password(options.target);
     const auto session = bus.act("busProgramRequest", "sssqqs", options.target.c_str(), options.domain.c_str(),
                                  password.text(), size.width, size.height, options.program.c_str())
                              .number();
     if (session < 0) {
-        throw Failure(ExitCode::failed, isPublished(bus, options.program)
-                                            ? "the service refused the login of " + options.target + journalHint
-                                            : "not among the published programs: " + options.program);
+        throw refused(options.target);
     }
     printStarted(session, options);
 }

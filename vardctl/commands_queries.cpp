@@ -13,12 +13,22 @@ namespace Vardctl {
 
 namespace {
 
+bool isOnline(const Json::Value& session) { return session["pid3"].asInt() > 0; }
+
+// The service remembers the address of a client that has left.
+Json::Value withoutLastAddress(Json::Value session) {
+    if (!isOnline(session)) {
+        session["remoteaddr"] = "";
+    }
+    return session;
+}
+
 Json::Value listEntry(const Answer::Row& row, const Json::Value& session) {
     Json::Value entry;
     entry["session"] = row.display;
     entry["user"] = row.user;
     entry["display"] = ":" + std::to_string(row.display);
-    entry["state"] = session["pid3"].asInt() > 0 ? "online" : "detached";
+    entry["state"] = isOnline(session) ? "online" : "detached";
     entry["address"] = session["remoteaddr"];
     entry["age"] = row.age;
     entry["start"] = session["start"];
@@ -33,7 +43,7 @@ Json::Value sessionList(BusClient& bus) {
     Json::Value list(Json::arrayValue);
     for (const auto& row : bus.query("busSessionsInfo").rows()) {
         if (const auto session = findSession(bus, row.display)) {
-            list.append(listEntry(row, *session));
+            list.append(listEntry(row, withoutLastAddress(*session)));
         }
     }
     return list;
@@ -42,11 +52,11 @@ Json::Value sessionList(BusClient& bus) {
 void printTable(const Table& table, const Options& options) { std::cout << table.layout(!options.noLegend); }
 
 // Whoever has the hash can log in with it, and what is printed stays in terminals and logs.
-Json::Value withoutSecrets(Json::Value session, const Options& options) {
+Json::Value shown(Json::Value session, const Options& options) {
     if (!options.secrets && !session["ntlm"].asString().empty()) {
         session["ntlm"] = "(hidden)";
     }
-    return session;
+    return withoutLastAddress(std::move(session));
 }
 
 void printMembers(const Json::Value& session) {
@@ -86,13 +96,13 @@ void showSessions(const Options& options) {
     const auto target = chooseTarget(options.target, options.forceUser);
     BusClient bus;
     if (const auto* id = std::get_if<uint32_t>(&target)) {
-        const auto session = withoutSecrets(requireSession(bus, *id), options);
+        const auto session = shown(requireSession(bus, *id), options);
         options.json ? void(std::cout << jsonLine(session)) : printMembers(session);
         return;
     }
     auto sessions = userSessions(bus, std::get<std::string>(target));
     for (auto& session : sessions) {
-        session = withoutSecrets(session, options);
+        session = shown(session, options);
     }
     if (options.json) {
         std::cout << jsonLine(sessions);
@@ -138,6 +148,7 @@ void listPrograms(const Options& options) {
 }
 
 void showAddress(const Options& options) {
+    userName(options.target);
     BusClient bus;
     const auto address = bus.query("vardSessionDBusAddress", "s", options.target.c_str()).text();
     if (address.empty()) {

@@ -10,10 +10,22 @@ using namespace Vardctl;
 
 namespace {
 
+// A refused caller wants to read what he asked for, not which of its calls was refused.
+void carryOut(const Invocation& invocation) {
+    try {
+        invocation.command(invocation.options);
+    } catch (const Failure& failure) {
+        if (failure.code() != ExitCode::denied) {
+            throw;
+        }
+        throw Failure(failure.code(), invocation.name + ": " + failure.what());
+    }
+}
+
 void perform(int argc, char** argv) {
     const auto invocation = parseCommandLine(argc, argv);
     if (invocation.command != nullptr) {
-        invocation.command(invocation.options);
+        carryOut(invocation);
     }
     std::cout.flush();
     if (!std::cout) {

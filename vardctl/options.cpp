@@ -18,7 +18,8 @@ See `vardctl SUBCOMMAND --help' for examples, and vardctl(1).)";
 
 constexpr const char* passwordNote =
     "The password is asked for on the terminal, or read from standard input's first line.\n"
-    "The service does not check it: it trusts its callers to have done so.\n";
+    "The service does not check it: it trusts its callers to have done so. A wrong one only keeps the user from\n"
+    "connecting to the session.\n";
 
 /// Builds the subcommands; what is said to them goes to one invocation.
 class CommandLine {
@@ -57,7 +58,10 @@ private:
 CLI::App& CommandLine::add(const char* name, const char* about, Command command, const std::string& notes) {
     auto* added = app_.add_subcommand(name, about);
     added->footer(notes);
-    added->callback([this, command] { invocation_.command = command; });
+    added->callback([this, command, name] {
+        invocation_.command = command;
+        invocation_.name = name;
+    });
     return *added;
 }
 
@@ -88,8 +92,10 @@ void CommandLine::addQueries() {
     addJson(processes);
     addLegend(processes);
     addJson(add("programs", "List the published programs", listPrograms, "Example:\n  vardctl programs"));
-    auto& address = add("address", "Print the address of a user's session bus", showAddress,
-                        "Example:\n  DBUS_SESSION_BUS_ADDRESS=$(vardctl address alice) busctl --user list");
+    auto& address =
+        add("address", "Print the address of a user's session bus", showAddress,
+            "Known only of a desktop that writes it to ~/.dbus/session-bus, as dbus-launch does.\nExample, as the\n"
+            "user:\n  DBUS_SESSION_BUS_ADDRESS=$(sudo vardctl address alice) busctl --user list");
     addUser(address);
     addJson(address);
     addJson(add("status", "Show version, load and number of sessions", showStatus, "Example:\n  vardctl status"));
@@ -124,7 +130,7 @@ void CommandLine::addChanges() {
     addSession(send);
     send.add_option("MESSAGE", options().message, "Text")->required()->type_name("");
     addValue(send, "--header", options().header, "T", "Title");
-    addValue(send, "--level", options().urgency, "N", "Urgency as a number from 0 to 255, 1 if not given");
+    addValue(send, "--level", options().urgency, "N", "Urgency: 0 low, 1 normal (if not given), 2 to 255 critical");
     auto& limit = add("limit", "Limit a session's duration or inactivity", setLimits,
                       "0 takes a limit away. A session that is older than its duration ends; inactivity is watched by\n"
                       "the transport.\nExample:\n  vardctl limit 33 --duration 28800");

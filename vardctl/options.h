@@ -33,6 +33,7 @@ using Command = void (*)(const Options&);
 /// A subcommand with what was said to it.
 struct Invocation {
     Command command = nullptr; ///< null when only help or the version was asked for, which has been printed
+    std::string name; ///< of the subcommand
     Options options;
 };
 

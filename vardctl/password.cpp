@@ -51,6 +51,11 @@ Password::Password(const std::string& user) {
     } else {
         readLine();
     }
+    // The hash tool of a session makes no hash line of it: nobody could come in.
+    if (text_[0] == '\0') {
+        throw Failure(ExitCode::usage,
+                      "the password is empty: type it, or write it as the first line to standard input");
+    }
 }
 
 Password::~Password() { ::explicit_bzero(text_.data(), text_.size()); }
@@ -59,13 +64,17 @@ void Password::ask(const std::string& user) {
     const HeldSignals signals;
     const EchoOff quiet;
     std::cerr << "Password for " << harmless(user) << ": " << std::flush;
-    if (!lineComesFirst(signals)) {
+    const bool came = lineComesFirst(signals);
+    if (!came || !readLine()) {
+        std::cerr << std::endl; // the terminal shows only a line end that was typed
+    }
+    if (!came) {
         throw Failure(ExitCode::failed, "interrupted");
     }
-    readLine();
 }
 
-void Password::readLine() {
+// False when the input ended before the line did.
+bool Password::readLine() {
     size_t length = 0;
     char byte = 0;
     ssize_t count = 0;
@@ -75,9 +84,7 @@ void Password::readLine() {
         }
         text_[length++] = byte;
     }
-    if (count <= 0 && length == 0) {
-        throw Failure(ExitCode::usage, "no password: write it as the first line to standard input");
-    }
+    return count > 0;
 }
 
 } // namespace Vardctl

@@ -9,7 +9,8 @@ namespace Vardctl {
 /// The first line of standard input. On a terminal it is asked for, without echo. Wiped when the object goes.
 class Password {
 public:
-    /// Reads it; `user` is named in the question. Throws Failure when there is none, or none that the bus can carry.
+    /// Reads it; `user` is named in the question. Throws Failure when there is none, an empty one, or none that the bus
+    /// can carry.
     explicit Password(const std::string& user);
     ~Password();
     Password(const Password&) = delete;
@@ -19,7 +20,7 @@ public:
 
 private:
     void ask(const std::string& user);
-    void readLine();
+    bool readLine();
 
     std::array<char, 1025> text_{}; // a fixed place, so that no copy is left behind by growing
 };

@@ -154,4 +154,33 @@ try show ""; try limit --duration 4 ""; try sh)");
     EXPECT_EQ(mustRun("bash /tmp/complete"), "33 alice\n33\nshow shutdown\n");
 }
 
+TEST_F(VardctlTest, NobodyIsAskedForAPasswordInVain) {
+    const auto asks = [](const std::string& command) {
+        return shell("timeout 20 script -qfec '" + command + "' /dev/null </dev/null 2>&1").text;
+    };
+    EXPECT_THAT(asks("vardctl login alice"), testing::StartsWith("vardctl: the service is not running"));
+    start();
+    EXPECT_THAT(asks("vardctl login \"\""), testing::StartsWith("vardctl: the user"));
+    EXPECT_THAT(asks("vardctl run alice New"), testing::StartsWith("vardctl: not among the published programs"));
+    EXPECT_THAT(asks("runuser -u alice -- vardctl login alice"), testing::StartsWith("vardctl: login: access denied"));
+    writeFile("/etc/vard/programs.json", R"([{"name":"New","path":"/usr/bin/xclock"}])");
+    EXPECT_EQ(shell("echo secret | vardctl run alice New").text, "33\n") << "published after the start";
+    EXPECT_EQ(shell("echo | vardctl login alice").status, usage) << "an empty password";
+    EXPECT_THAT(shell("echo x | vardctl login no-such-user 2>&1").text, HasSubstr("there is no such user"));
+    EXPECT_THAT(typed("\\003", "vardctl login alice"), HasSubstr("alice: \r\n"));
+    EXPECT_THAT(typed("\\004", "vardctl login alice"), HasSubstr("alice: \r\nvardctl: the password is empty"));
+}
+
+TEST_F(VardctlTest, AnAddressIsShownWhileItsClientIsThere) {
+    start();
+    logIn();
+    const auto transport = static_cast<uint32_t>(std::stoi(mustRun("sleep 1000 >/dev/null 2>&1 & echo $!")));
+    bus.call("proxySessionConnected", "uus", 33U, transport, "10.0.0.7");
+    EXPECT_THAT(ctl("list").text + ctl("show 33").text, testing::ContainsRegex(" 10.0.0.7 .*\nremoteaddr=10.0.0.7\n"));
+    mustRun("kill " + std::to_string(transport));
+    EXPECT_TRUE(waitUntil([] { return ctl("status").text.find("Online:   0") != std::string::npos; }));
+    EXPECT_EQ(info(33)["remoteaddr"], "10.0.0.7") << "the service remembers it";
+    EXPECT_THAT(ctl("list").text + ctl("show 33").text, testing::Not(HasSubstr("10.0.0.7")));
+}
+
 } // namespace
