@@ -14,6 +14,15 @@ using namespace std::chrono_literals;
 namespace {
 constexpr auto watchPeriod = 500ms;
 constexpr auto crashPause = 1s; // a transport that crashes at every start must not keep the machine busy
+
+// Whoever is on the port now, for a message about one of them: the transport's log does not say which.
+std::string presentClients(uint16_t port) {
+    std::string text;
+    for (const auto& address : tcpPeers(port)) {
+        text += (text.empty() ? "" : ", ") + address;
+    }
+    return text;
+}
 } // namespace
 
 void Door::open(std::chrono::seconds limit) {
@@ -99,7 +108,8 @@ void Door::transportSaid(const LogEvent& event, const std::string& line) {
             clientCame();
             break;
         case LogEvent::Refused:
-            sd_journal_print(LOG_WARNING, "session id: 0x%08x, a client was refused", session_);
+            sd_journal_print(LOG_WARNING, "session id: 0x%08x, a client was refused: %s", session_,
+                             presentClients(port_).c_str());
             break;
         case LogEvent::Activated:
             clientServed(event);
@@ -168,6 +178,9 @@ void Door::transportEnded() {
     portFile_.reset();
     limitTimer_.reset();
     watchTimer_.reset();
+    if (!served_.empty()) { // not by the client's leaving
+        sd_journal_print(LOG_INFO, "session id: 0x%08x, the client was disconnected", session_);
+    }
     served_.clear();
     if (!wanted_) {
         owner_.doorClosed(session_);
