@@ -42,6 +42,9 @@ void setSignals(bool background) {
     std::signal(SIGTERM, signalHandler);
     // A detached service must not be stopped by an interrupt from the terminal that it came from.
     std::signal(SIGINT, background ? SIG_IGN : signalHandler);
+    if (background) {
+        std::signal(SIGHUP, SIG_IGN); // nor by that terminal's end
+    }
 }
 
 void runService(const std::string& config) {

@@ -96,4 +96,15 @@ TEST_F(StartStop, EndsInOrderWhenTheBusGoesAway) {
     bus = Bus();
 }
 
+TEST_F(StartStop, BackgroundServiceOutlivesItsTerminal) {
+    writeFile("/tmp/background.json", testConfig().toStyledString());
+    EXPECT_EQ(program("--background --config /tmp/background.json </dev/null >/dev/null 2>&1").status, 0);
+    ASSERT_TRUE(waitUntil([&] { return bus.call("vardStatus").ok(); }));
+    const int pid = std::stoi(readFile("/run/vard/vard_service.pid"));
+    ::kill(pid, SIGHUP);
+    EXPECT_TRUE(bus.call("vardStatus").ok());
+    ::kill(pid, SIGTERM);
+    EXPECT_TRUE(waitUntil([&] { return !bus.owned() && !exists("/run/vard/vard_service.pid"); }));
+}
+
 } // namespace
