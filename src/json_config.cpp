@@ -10,13 +10,14 @@
 
 #include <array>
 #include <cerrno>
-#include <sstream>
+#include <memory>
 
 namespace Vard {
 
 namespace {
 
 constexpr size_t largestFile = 16 << 20;
+constexpr int deepestNesting = 64; // the reader recurses, on threads with small stacks
 
 // Never waits: a fifo in the file's place must not hold the service up.
 FileDescriptor openRegular(const std::filesystem::path& path) {
@@ -46,10 +47,29 @@ bool readAll(int fd, std::string& text) {
     }
 }
 
+Json::CharReaderBuilder limitedReader() {
+    Json::CharReaderBuilder builder;
+    builder["stackLimit"] = deepestNesting;
+    return builder;
+}
+
+// The reader itself throws for nothing else than the nesting.
+bool parseLimited(const std::string& text, Json::Value& value, std::string& errors) {
+    const std::unique_ptr<Json::CharReader> reader(limitedReader().newCharReader());
+    try {
+        return reader->parse(text.data(), text.data() + text.size(), &value, &errors);
+    } catch (const Json::RuntimeError&) {
+        errors = "JSON nested deeper than " + std::to_string(deepestNesting) + " levels";
+        return false;
+    }
+}
+
 Json::Value parse(const std::string& text) {
-    std::istringstream stream(text);
     Json::Value value;
-    stream >> value;
+    std::string errors;
+    if (!parseLimited(text, value, errors)) {
+        throw Json::RuntimeError(errors);
+    }
     return value;
 }
 

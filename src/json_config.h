@@ -11,8 +11,8 @@
 
 namespace Vard {
 
-/// Parses a JSON file (at most 16 MiB). Logs and throws vard_error("readJson") when it cannot be opened; a syntax error
-/// propagates as jsoncpp's exception.
+/// Parses a JSON file (at most 16 MiB, 64 levels deep). Logs and throws vard_error("readJson") when it cannot be
+/// opened; a syntax error propagates as jsoncpp's exception.
 Json::Value readJson(const std::filesystem::path& path);
 
 /// A JSON object of flat keys; a key may itself contain colons. Immutable, so one object may be read by any thread.

@@ -32,4 +32,17 @@ TEST(JsonConfig, FilesAreReadWithoutWaitingForAnybody) {
     }
 }
 
+// Deeper nesting would run over the stack of a background thread.
+TEST(JsonConfig, NestingHasALimit) {
+    const auto nested = [](size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); };
+    const Scratch::Directory scratch;
+    EXPECT_EQ(Vard::readJson(scratch.write("flat", nested(60))).size(), 1U);
+    try {
+        Vard::readJson(scratch.write("deep", nested(990)));
+        ADD_FAILURE() << "accepted";
+    } catch (const Json::RuntimeError& err) {
+        EXPECT_STREQ(err.what(), "JSON nested deeper than 64 levels");
+    }
+}
+
 } // namespace
