@@ -1,6 +1,7 @@
 // One PAM transaction of one user.
 #include "pam_service.h"
 
+#include "fork_guard.h"
 #include "logger.h"
 
 #include <cstdlib>
@@ -36,7 +37,10 @@ PamService::PamService(std::string_view service, const std::string& login, const
     }
 }
 
+// Runs on background threads; the modules take the locks of syslog and of the name service, which a supervisor that is
+// forked meanwhile would need.
 PamService::~PamService() {
+    const ForkGuard guard;
     if (opened_) {
         ::pam_close_session(handle_, 0);
     }

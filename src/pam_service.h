@@ -19,7 +19,8 @@ public:
     /// Starts the transaction. Logs and throws pam_error("PamService") when that fails, also for a name or password
     /// that PAM could not carry (an embedded NUL, 512 bytes and more).
     PamService(std::string_view service, const std::string& login, const std::string& password);
-    /// Closes the session if it was marked open, deletes the credentials, ends the transaction.
+    /// Closes the session if it was marked open, deletes the credentials, ends the transaction; forks of other threads
+    /// wait meanwhile.
     ~PamService();
     PamService(const PamService&) = delete;
     PamService& operator=(const PamService&) = delete;

@@ -2,18 +2,17 @@
 #include "user_database.h"
 
 #include "file_descriptor.h"
+#include "fork_guard.h"
 #include "logger.h"
 
 #include <fcntl.h>
 #include <grp.h>
-#include <pthread.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <mutex>
 
 namespace Vard {
 
@@ -22,28 +21,6 @@ namespace {
 constexpr size_t firstBuffer = 4096;
 constexpr size_t largestBuffer = 16 << 20;
 constexpr size_t longestName = 255;
-
-// The name service holds locks of its own while it looks up; a child forked in that moment would find them taken for
-// ever. So every look-up holds this one, and fork waits for it.
-class LookupLock {
-public:
-    LookupLock() {
-        static const int registered = pthread_atfork(lock, unlock, unlock);
-        static_cast<void>(registered);
-        lock();
-    }
-    ~LookupLock() { unlock(); }
-    LookupLock(const LookupLock&) = delete;
-    LookupLock& operator=(const LookupLock&) = delete;
-
-private:
-    static std::mutex& mutex() {
-        static std::mutex instance;
-        return instance;
-    }
-    static void lock() { mutex().lock(); }
-    static void unlock() { mutex().unlock(); }
-};
 
 bool plausible(const std::string& name) {
     using namespace std::string_view_literals;
@@ -54,7 +31,7 @@ bool plausible(const std::string& name) {
 /// for an unknown name.
 template <typename Entry, typename Call>
 int lookUp(Entry& entry, Entry*& found, std::vector<char>& buffer, Call call) {
-    const LookupLock lock;
+    const ForkGuard guard; // the name service holds locks of its own
     buffer.resize(firstBuffer);
     int code = call(&entry, buffer.data(), buffer.size(), &found);
     while (code == ERANGE && buffer.size() < largestBuffer) {
@@ -153,7 +130,7 @@ std::vector<std::string> getGroupMembers(const std::string& group) {
 }
 
 std::vector<gid_t> getUserGroups(const std::string& user, gid_t primary) {
-    const LookupLock lock;
+    const ForkGuard guard;
     int count = 0;
     ::getgrouplist(user.c_str(), primary, nullptr, &count);
     std::vector<gid_t> groups(static_cast<size_t>(std::max(count, 0)));

@@ -26,9 +26,9 @@ struct UserInfo {
     [[nodiscard]] bool known() const { return uid != unknownUid; }
 };
 
-/// Look-ups use only the reentrant calls and may run on any thread. They hold one process-wide lock that fork waits
-/// for, so that a forked child never finds the databases' own locks taken: never call them from a signal handler, and
-/// in a child only where it is single-threaded. A name that is empty, longer than 255 bytes or holds a slash, colon,
+/// Look-ups use only the reentrant calls and may run on any thread. They hold a ForkGuard, so that a forked child never
+/// finds the databases' own locks taken: never call them from a signal handler, and in a child only where it is
+/// single-threaded. A name that is empty, longer than 255 bytes or holds a slash, colon,
 /// newline or NUL is unknown without asking.
 namespace Utils {
 

@@ -3,6 +3,14 @@
 
 #include "scratch.h"
 
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <memory>
+#include <thread>
+
 namespace {
 
 using Vard::PamService;
@@ -50,6 +58,27 @@ TEST_F(Pam, SecretsOfAllTransactionsCanBeWiped) {
     const PamService second("unit-test", "pamela", "two");
     Vard::Secret::wipeAll();
     EXPECT_EQ(first.getPassword() + second.getPassword(), "");
+}
+
+// A module that runs a helper forks itself, which must not wait for its own transaction's end.
+TEST_F(Pam, ForksOfOtherThreadsWaitForTheTransactionsEnd) {
+    std::ofstream("/usr/local/bin/slow") << "#!/bin/sh\ntouch /tmp/closing; sleep 0.5; touch /tmp/closed\n";
+    Scratch::run("chmod +x /usr/local/bin/slow");
+    service("auth required pam_permit.so\nsession required pam_exec.so quiet type=close_session /usr/local/bin/slow\n");
+    auto pam = std::make_unique<PamService>("unit-test", "pamela", "secret");
+    pam->setSessionOpened();
+    std::thread closing([&] { pam.reset(); });
+    while (::access("/tmp/closing", F_OK) != 0) {
+        std::this_thread::yield();
+    }
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::_exit(::access("/tmp/closed", F_OK) == 0 ? 0 : 1);
+    }
+    closing.join();
+    int status = -1;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0) << "forked in the middle";
 }
 
 } // namespace

@@ -1,0 +1,57 @@
+// Keeps forks away from calls that hold the C library's own locks.
+#include "fork_guard.h"
+
+#include <pthread.h>
+
+#include <chrono>
+#include <new>
+#include <shared_mutex>
+
+namespace Vard {
+
+namespace {
+
+// A module or a name service that hangs must not keep the whole service from starting programs.
+constexpr std::chrono::seconds patience{3};
+
+thread_local int held = 0;
+thread_local bool forking = false; // this thread forks, with the lock taken
+
+std::shared_timed_mutex& mutex() {
+    static std::shared_timed_mutex instance;
+    return instance;
+}
+
+// A thread that forks under its own guard (a module that runs a helper) would wait for itself.
+void beforeFork() { forking = held == 0 && mutex().try_lock_for(patience); }
+
+void afterInParent() {
+    if (forking) {
+        mutex().unlock();
+    }
+}
+
+// Nobody who held it exists here, and the lock knows its owner by a thread id that the child does not bear.
+void afterInChild() {
+    if (held == 0) {
+        new (&mutex()) std::shared_timed_mutex;
+    }
+}
+
+} // namespace
+
+ForkGuard::ForkGuard() {
+    static const int registered = ::pthread_atfork(beforeFork, afterInParent, afterInChild);
+    static_cast<void>(registered);
+    if (held++ == 0) {
+        mutex().lock_shared();
+    }
+}
+
+ForkGuard::~ForkGuard() {
+    if (--held == 0) {
+        mutex().unlock_shared();
+    }
+}
+
+} // namespace Vard
