@@ -29,13 +29,33 @@ std::vector<std::string> components(const fs::path& path) {
     return names;
 }
 
+// The directory itself; a slash at the end would let a link through.
+FileDescriptor openDirectory(const fs::path& path) {
+    const fs::path plain = path.lexically_normal();
+    const fs::path named = plain.has_filename() ? plain : plain.parent_path();
+    return FileDescriptor(::open(named.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+// What root made is the administrator's choice. Another user would own what the session trusts.
+bool trusted(const FileDescriptor& directory, const std::string& user) {
+    struct stat info {};
+    return ::fstat(directory.get(), &info) == 0 && (info.st_uid == 0 || info.st_uid == Utils::getUserUid(user));
+}
+
 } // namespace
 
 RuntimeDirectory::RuntimeDirectory(const fs::path& path, const std::string& user) {
-    std::error_code ignored;
-    valid_ = fs::is_directory(path, ignored) || create(path, user);
-    if (!valid_) {
+    FileDescriptor directory = openDirectory(path);
+    if (!directory) {
+        directory = create(path, user);
+    }
+    if (!directory) {
         Syslog::error("%s: create xdg directory failed, path: %s", "startSession", path.c_str());
+        return;
+    }
+    valid_ = trusted(directory, user);
+    if (!valid_) {
+        Syslog::error("%s: xdg directory of another user refused, path: %s", "startSession", path.c_str());
     }
 }
 
@@ -45,10 +65,10 @@ RuntimeDirectory::~RuntimeDirectory() {
     }
 }
 
-bool RuntimeDirectory::create(const fs::path& path, const std::string& user) {
+FileDescriptor RuntimeDirectory::create(const fs::path& path, const std::string& user) {
     auto names = components(path);
     if (!path.is_absolute() || names.empty()) {
-        return false;
+        return {};
     }
     const std::string own = std::move(names.back());
     names.pop_back();
@@ -61,7 +81,7 @@ bool RuntimeDirectory::create(const fs::path& path, const std::string& user) {
     if (at && made_.size() > before) {
         Utils::setOwner(at.get(), user, "");
     }
-    return static_cast<bool>(at);
+    return at;
 }
 
 // One step down, making the directory when it is missing; no link is followed. None when `at` is none.

@@ -77,4 +77,17 @@ TEST_F(RuntimeDirectoryTest, FollowsNoLinkAndTakesNoFile) {
     EXPECT_THAT(journal.lines(), HasSubstr("startSession: create xdg directory failed, path: " + dangling.string()));
 }
 
+TEST_F(RuntimeDirectoryTest, RefusesALinkAndAnotherUsersDirectory) {
+    const Scratch::Journal journal;
+    fs::create_directories(path_);
+    fs::create_directory_symlink(path_, dir_.path() / "planted");
+    EXPECT_FALSE(RuntimeDirectory(dir_.path() / "planted", "runtime-user").valid());
+    EXPECT_FALSE(RuntimeDirectory(dir_.path() / "planted" / "", "runtime-user").valid()) << "a slash behind it";
+    ASSERT_TRUE(Vard::Utils::setOwner(path_, "daemon", ""));
+    EXPECT_FALSE(RuntimeDirectory(path_, "runtime-user").valid());
+    EXPECT_THAT(journal.lines(), HasSubstr("xdg directory of another user refused, path: " + path_.string()));
+    ASSERT_TRUE(Vard::Utils::setOwner(path_, "runtime-user", ""));
+    EXPECT_TRUE(RuntimeDirectory(path_, "runtime-user").valid());
+}
+
 } // namespace
