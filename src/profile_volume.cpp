@@ -12,7 +12,9 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <thread>
 
 namespace Vard {
@@ -21,6 +23,11 @@ namespace {
 
 constexpr int unmountAttempts = 5;
 constexpr std::chrono::milliseconds unmountPause{350};
+
+// How many sessions use the profile on a home: it goes with the last.
+std::mutex usersLock;
+std::map<std::string, int> users;
+constexpr std::chrono::seconds usersEnd{12}; // a child told to end is killed after ten
 
 std::string blkPartLabel(blkid_dev dev) {
     std::string label;
@@ -73,6 +80,25 @@ bool mountOn(const std::string& directory, const std::string& devname, const std
     return ::mount(devname.c_str(), path.c_str(), fstype.c_str(), 0, data) == 0;
 }
 
+void forgetLocked(const std::string& home) {
+    const auto entry = users.find(home);
+    if (entry != users.end() && --entry->second == 0) {
+        users.erase(entry);
+    }
+}
+
+// Ends one session's use of the profile. False when it was the last and the mount is still there.
+bool leave(const std::string& home, int flags) {
+    const std::scoped_lock lock(usersLock);
+    const auto entry = users.find(home);
+    const bool shared = entry != users.end() && entry->second > 1;
+    if (!shared && ::umount2(home.c_str(), UMOUNT_NOFOLLOW | flags) != 0) {
+        return false;
+    }
+    forgetLocked(home);
+    return true;
+}
+
 } // namespace
 
 std::list<PVOL> PVOL::getPartitions() {
@@ -106,19 +132,33 @@ bool mountProfile(const std::string& username, const std::string& home, const st
     if (volume == nullptr) {
         return false;
     }
-    if (!mountOn(home, volume->devname, fstype, option.empty() ? nullptr : option.c_str())) {
+    const std::scoped_lock lock(usersLock);
+    // The kernel refuses to mount it twice; it is there for another session of the user's, which may be on its way out.
+    const bool usable = mountOn(home, volume->devname, fstype, option.empty() ? nullptr : option.c_str()) ||
+                        (errno == EBUSY && users.contains(home));
+    if (!usable) {
         Utils::syslogErrno("sessionMountProfile", "mount", errno);
         return false;
     }
+    ++users[home];
     return true;
 }
 
-void unmountProfile(const std::string& home) {
+void unmountProfile(const std::string& home, const std::function<bool()>& inUse) {
     for (int attempt = 0; attempt < unmountAttempts; ++attempt) {
         std::this_thread::sleep_for(unmountPause);
-        if (::umount2(home.c_str(), UMOUNT_NOFOLLOW) == 0) {
+        if (leave(home, 0)) {
             return;
         }
+    }
+    const auto giveUp = std::chrono::steady_clock::now() + usersEnd;
+    while (inUse && inUse() && std::chrono::steady_clock::now() < giveUp) {
+        std::this_thread::sleep_for(unmountPause);
+    }
+    // Whoever still holds a file in there keeps it; for all others the profile has gone.
+    if (!leave(home, 0) && !leave(home, MNT_DETACH)) {
+        const std::scoped_lock lock(usersLock);
+        forgetLocked(home);
     }
 }
 

@@ -1,6 +1,7 @@
 // Users' profile partitions.
 #pragma once
 
+#include <functional>
 #include <list>
 #include <string>
 
@@ -22,12 +23,16 @@ inline constexpr const char* profilePartitionType = "773f91ef-66d4-49b5-bd83-d68
 /// The first partition of the profile type labelled exactly `username`, or null. Pure.
 const PVOL* findProfileVolume(const std::list<PVOL>& partitions, const std::string& username);
 
-/// Mounts the user's profile partition on `home` if there is one. True when it was mounted; a failed mount is logged
-/// under "sessionMountProfile", a missing partition is not. A final link at `home` is never followed.
+/// Mounts the user's profile partition on `home` if there is one. True when it was mounted, or is there already for
+/// another session of the user's; a failed mount is logged under "sessionMountProfile", a missing partition is not. A
+/// final link at `home` is never followed. Any thread.
 bool mountProfile(const std::string& username, const std::string& home, const std::string& fstype,
                   const std::string& option);
 
-/// Unmounts `home`, without following a link: up to five attempts, each after a sleep of 350 ms. Blocks; logs nothing.
-void unmountProfile(const std::string& home);
+/// Undoes one mountProfile that answered true. Unmounts `home` when no other session uses the profile, without
+/// following a link: up to five attempts, each after a sleep of 350 ms. When all fail, it waits until `inUse` says no,
+/// at most 12 s, and takes the mount away from its place even if somebody still has files open in it. Blocks; logs
+/// nothing.
+void unmountProfile(const std::string& home, const std::function<bool()>& inUse = {});
 
 } // namespace Vard

@@ -38,9 +38,12 @@ void Session::endChildren() {
         std::filesystem::remove(xauthfile, ignored);
     }
     if (profileMounted) {
-        const std::string mounted = home.string();
-        if (!tasks_.run("unmountProfile", [mounted] { unmountProfile(mounted); })) {
-            unmountProfile(mounted);
+        // The supervisor and the server take their time, and hold the home until they have gone.
+        const auto unmount = [mounted = home.string(), server = pid1, supervisor = pid2] {
+            unmountProfile(mounted, [&] { return server.exists() || supervisor.exists(); });
+        };
+        if (!tasks_.run("unmountProfile", unmount)) {
+            unmountProfile(home.string());
         }
     }
 }

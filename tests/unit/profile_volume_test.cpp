@@ -10,6 +10,8 @@
 #include <sys/mount.h>
 
 #include <optional>
+#include <system_error>
+#include <utility>
 
 namespace {
 
@@ -100,6 +102,20 @@ TEST_F(ProfileVolumeTest, FollowsNoLinkInTheHomesPlace) {
     ASSERT_TRUE(mountProfile(user_, home_, "ext4", ""));
     unmountProfile(link);
     EXPECT_NE(mounted(), "");
+}
+
+TEST_F(ProfileVolumeTest, GoesWithTheLastSessionEvenWhenItIsStillHeld) {
+    ASSERT_TRUE(mountProfile(user_, home_, "ext4", ""));
+    ASSERT_TRUE(mountProfile(user_, home_, "ext4", "")) << "for a second session";
+    const FileDescriptor held(::open(home_.c_str(), O_RDONLY | O_CLOEXEC));
+    bool waited = false;
+    const auto inUse = [&] { return !std::exchange(waited, true); };
+    unmountProfile(home_, inUse);
+    EXPECT_NE(mounted(), "") << "the second session still runs";
+    EXPECT_FALSE(waited);
+    unmountProfile(home_, inUse);
+    EXPECT_EQ(mounted(), "");
+    EXPECT_TRUE(waited);
 }
 
 } // namespace
