@@ -22,6 +22,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -38,6 +39,14 @@ struct StartRequest {
     unsigned short height = 1024;
     std::filesystem::path program{};
     std::list<std::string> args{};
+};
+
+/// The security modes that a request names; those that it does not stay as they are in the session.
+struct SecurityFlags {
+    std::optional<bool> nla;
+    std::optional<bool> tls;
+    std::optional<bool> rdp;
+    std::optional<bool> auth;
 };
 
 /// The bus object "/ru/korvex/vard". Methods run on the main thread, one at a time (only vardSendNotify is called from
@@ -251,7 +260,7 @@ private:
     int32_t requestDesktop(const std::string& user, const std::string& domain, const std::string& pass,
                            unsigned char depth, unsigned short width, unsigned short height);
     bool chooseProgram(const std::string& name, StartRequest& request) const;
-    void applySecurity(Session& session, const JsonConfig& json);
+    void applySecurity(Session& session, const SecurityFlags& flags);
     void markSeamless(Session& session, const std::string& name);
 
     // service_transport.cpp

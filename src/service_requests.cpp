@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <optional>
 
 namespace Vard {
 
@@ -24,6 +25,16 @@ bool readRanged(const JsonConfig& params, const char* key, Number& value) {
     }
     value = static_cast<Number>(number);
     return true;
+}
+
+/// A flag of a request; none when it is absent. Throws jsoncpp's exception when it is no flag.
+std::optional<bool> readFlag(const JsonConfig& params, const char* key) {
+    return params.hasValue(key) ? std::optional(params.getBoolean(key)) : std::nullopt;
+}
+
+SecurityFlags readSecurity(const JsonConfig& params) {
+    return {readFlag(params, "sec:nla"), readFlag(params, "sec:tls"), readFlag(params, "sec:rdp"),
+            readFlag(params, "sec:auth")};
 }
 
 bool requireText(const std::string& value, const char* key) {
@@ -106,12 +117,16 @@ int32_t DBusService::vardSessionRequest(const std::string& params) {
     if (wantsProgram && !chooseProgram(json.getString("program"), request)) {
         return requestFailed;
     }
+    // All members are read before the start: an error must not leave a session behind that nobody was told of.
+    const SecurityFlags security = readSecurity(json);
+    const std::string domain = json.getString("domain");
+    const bool ntlmv2 = json.getBoolean("use:ntlmv2");
     const auto session = startSession(request);
     if (!session) {
         return requestFailed;
     }
-    applySecurity(*session, json);
-    complete(session, password, json.getString("domain"), json.getBoolean("use:ntlmv2"));
+    applySecurity(*session, security);
+    complete(session, password, domain, ntlmv2);
     allowConnection(*session);
     if (wantsProgram) {
         sessionCorrectMainWindowSize(session);
@@ -131,12 +146,12 @@ bool DBusService::chooseProgram(const std::string& name, StartRequest& request) 
     return true;
 }
 
-void DBusService::applySecurity(Session& session, const JsonConfig& json) {
+void DBusService::applySecurity(Session& session, const SecurityFlags& flags) {
     const std::scoped_lock lock(table_.mutex());
-    session.nla = json.getBoolean("sec:nla", session.nla);
-    session.tls = json.getBoolean("sec:tls", session.tls);
-    session.rdp = json.getBoolean("sec:rdp", session.rdp);
-    session.auth = json.getBoolean("sec:auth", session.auth);
+    session.nla = flags.nla.value_or(session.nla);
+    session.tls = flags.tls.value_or(session.tls);
+    session.rdp = flags.rdp.value_or(session.rdp);
+    session.auth = flags.auth.value_or(session.auth);
 }
 
 bool DBusService::vardLogin(const std::string& user, const std::string& domain, const std::string& pass) {

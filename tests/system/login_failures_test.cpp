@@ -114,4 +114,13 @@ TEST_F(LoginFailures, MissingHomeIsAWarningAndTheSizeIsRepeated) {
     mustRun("mv /home/elsewhere /home/alice");
 }
 
+TEST_F(LoginFailures, MembersThatCannotBeReadStartNothing) {
+    start();
+    for (const char* member : {R"("sec:nla":"maybe")", R"("sec:auth":[])", R"("domain":{})", R"("use:ntlmv2":"no")"}) {
+        const auto text = R"({"username":"alice","password":"x",)" + std::string(member) + "}";
+        EXPECT_EQ(bus.call("vardSessionRequest", "s", text.c_str()).error, "org.freedesktop.DBus.Error.Failed");
+        EXPECT_EQ(bus.session(33), "{}") << member;
+    }
+}
+
 } // namespace
