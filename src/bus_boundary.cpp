@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <string_view>
 
 namespace Vard {
@@ -50,6 +51,17 @@ void appendNeutral(DBus::MessageIter& out, const std::string& method, const std:
 }
 
 } // namespace
+
+// The texts stand in the message's own memory, which the library made to read into; it is only handed out as constant.
+// Nobody reads the arguments of an answered call again.
+ArgumentsGuard::~ArgumentsGuard() {
+    for (auto in = message_.reader(); !in.at_end(); ++in) {
+        if (in.type() == DBUS_TYPE_STRING) {
+            auto* argument = const_cast<char*>(in.get_string()); // NOLINT(*-const-cast)
+            ::explicit_bzero(argument, std::strlen(argument));
+        }
+    }
+}
 
 std::optional<std::string> methodSignature(const DBus::IntrospectedInterface& interface, const std::string& method,
                                            bool in) {
@@ -97,6 +109,7 @@ bool DBusService::handle_message(const DBus::Message& message) {
 }
 
 DBus::Message DBusService::answer(const DBus::CallMessage& call) {
+    const ArgumentsGuard guard(call); // wiped before the answer goes out
     const std::string interface = text(call.interface());
     const std::string method = text(call.member());
     auto* adaptor = interface.empty() ? nullptr : find_interface(interface);

@@ -17,6 +17,19 @@ public:
     explicit PasswordGuard(const std::string& password) : WipeGuard(const_cast<std::string&>(password)) {} // NOLINT
 };
 
+/// Wipes the text arguments in a received message itself when the scope is left: the library keeps the memory of
+/// messages for later ones. Only for whoever reads the message last.
+class ArgumentsGuard {
+public:
+    explicit ArgumentsGuard(const DBus::Message& message) : message_(message) {}
+    ~ArgumentsGuard();
+    ArgumentsGuard(const ArgumentsGuard&) = delete;
+    ArgumentsGuard& operator=(const ArgumentsGuard&) = delete;
+
+private:
+    const DBus::Message& message_;
+};
+
 /// The D-Bus signature of a method's arguments in one direction, from the introspection table; none for an unknown
 /// method.
 std::optional<std::string> methodSignature(const DBus::IntrospectedInterface& interface, const std::string& method,

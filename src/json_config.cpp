@@ -8,8 +8,10 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <memory>
 
 namespace Vard {
@@ -64,10 +66,23 @@ bool parseLimited(const std::string& text, Json::Value& value, std::string& erro
     }
 }
 
+// The library hands its texts out as constants only; their memory is the value's own.
+void wipeTexts(Json::Value& value) noexcept {
+    if (value.isString()) {
+        const char* begin = nullptr;
+        const char* end = nullptr;
+        value.getString(&begin, &end);
+        ::explicit_bzero(const_cast<char*>(begin), static_cast<size_t>(end - begin)); // NOLINT(*-const-cast)
+    } else if (value.isArray() || value.isObject()) {
+        std::ranges::for_each(value, wipeTexts);
+    }
+}
+
 Json::Value parse(const std::string& text) {
     Json::Value value;
     std::string errors;
     if (!parseLimited(text, value, errors)) {
+        wipeTexts(value);
         throw Json::RuntimeError(errors);
     }
     return value;
@@ -160,9 +175,12 @@ std::list<std::string> JsonConfig::settingStringList(std::string_view key) const
 JsonConfigString::JsonConfigString(const std::string& text) {
     object_ = parse(text);
     if (!object_.isObject()) {
+        wipeTexts(object_);
         Syslog::error("%s: config failed, not json object: `%s'", "JsonConfigString", text.c_str());
         throw vard_error("JsonConfigString");
     }
 }
+
+JsonConfigString::~JsonConfigString() { wipeTexts(object_); }
 
 } // namespace Vard

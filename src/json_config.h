@@ -52,10 +52,14 @@ private:
 };
 
 /// A JsonConfig parsed from JSON text, a client's request. Throws jsoncpp's exception on a syntax error; logs and
-/// throws vard_error("JsonConfigString") when the text is no JSON object.
+/// throws vard_error("JsonConfigString") when the text is no JSON object. Its texts, a password may be among them, are
+/// wiped when it goes.
 class JsonConfigString : public JsonConfig {
 public:
     explicit JsonConfigString(const std::string& text);
+    ~JsonConfigString() override;
+    JsonConfigString(const JsonConfigString&) = delete;
+    JsonConfigString& operator=(const JsonConfigString&) = delete;
 };
 
 } // namespace Vard

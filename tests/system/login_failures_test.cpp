@@ -1,6 +1,8 @@
 // Logins that fail: each is refused for its own reason, leaves nothing behind, and the next one works.
 #include "service.h"
 
+#include <fstream>
+
 namespace {
 
 using namespace Test;
@@ -122,5 +124,22 @@ TEST_F(LoginFailures, MembersThatCannotBeReadStartNothing) {
         EXPECT_EQ(bus.session(33), "{}") << member;
     }
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // which keep what was freed
+TEST_F(LoginFailures, RefusedPasswordsDoNotStayInMemory) {
+    start();
+    const std::string password = "an allocator may overwrite this, but not the hidden end";
+    bus.call("vardSessionRequest", "s", (R"({"username":"nobody","password":")" + password + "\"}").c_str());
+    bus.call("busSessionRequest", "ssyqq", "nobody", password.c_str(), 24, 640, 480);
+    bus.call("busSetDebugLevel", "s", std::string(4096, ' ').c_str()); // over what the library read last
+    const std::string process = "/proc/" + std::to_string(service->pid());
+    const auto range = mustRun("grep -F '[heap]' " + process + "/maps");
+    const size_t begin = std::stoul(range, nullptr, 16);
+    std::string heap(std::stoul(range.substr(range.find('-') + 1), nullptr, 16) - begin, '\0');
+    std::ifstream memory(process + "/mem");
+    ASSERT_TRUE(memory.seekg(static_cast<std::streamoff>(begin)).read(heap.data(), std::ssize(heap)));
+    EXPECT_EQ(heap.find("not the hidden end"), std::string::npos);
+}
+#endif
 
 } // namespace
