@@ -8,6 +8,7 @@
 #include "process.h"
 #include "session_supervisor.h"
 #include "sockets.h"
+#include "utils.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -18,6 +19,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 
 namespace Vard {
 
@@ -68,16 +70,19 @@ void writeAnswer(int fd, const std::string& answer) noexcept {
     ::_exit(switched ? EXIT_SUCCESS : EXIT_FAILURE);
 }
 
-// What the child wrote until it closed its end; the user may stop or kill it at any moment.
+// What the child wrote until it closed its end; the user may stop or kill it at any moment. It may be a secret: no copy
+// stays behind here, nor where the text had to grow.
 std::string readAnswer(int fd, std::chrono::milliseconds limit) {
     std::string answer;
+    answer.reserve(largestAnswer);
     const auto end = Clock::now() + limit;
     for (;;) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
         pollfd entry{fd, POLLIN, 0};
         const int ready = left > 0 ? ::poll(&entry, 1, static_cast<int>(left)) : 0;
         if (ready == 0) {
-            return "";
+            Utils::wipe(answer);
+            return answer;
         }
         if (ready < 0) {
             continue; // a signal; the read would wait without limit
@@ -88,6 +93,7 @@ std::string readAnswer(int fd, std::chrono::milliseconds limit) {
             return answer;
         }
         answer.append(block.data(), count > 0 ? static_cast<size_t>(count) : 0);
+        ::explicit_bzero(block.data(), block.size());
     }
 }
 
@@ -172,7 +178,10 @@ std::string callUserScope(const Session& session, const std::function<std::strin
     ChildWait child(session.tasks(), pid);
     std::string answer = readAnswer(reader.get(), std::min(limit, toolLimitOf(session)));
     const int status = child.getWithin(closingLimit, "callUserScope");
-    return status == 0 ? answer : "";
+    if (status != 0) {
+        Utils::wipe(answer);
+    }
+    return answer;
 }
 
 } // namespace Vard
