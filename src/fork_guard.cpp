@@ -38,11 +38,12 @@ void afterInChild() {
     }
 }
 
+// From the start of the program: a fork under way would not wait for handlers that the first guard registers.
+[[maybe_unused]] const int registered = ::pthread_atfork(beforeFork, afterInParent, afterInChild);
+
 } // namespace
 
 ForkGuard::ForkGuard() {
-    static const int registered = ::pthread_atfork(beforeFork, afterInParent, afterInChild);
-    static_cast<void>(registered);
     if (held++ == 0) {
         mutex().lock_shared();
     }

@@ -2,6 +2,7 @@
 #include "runtime_directory.h"
 
 #include "scratch.h"
+#include "user_database.h"
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
