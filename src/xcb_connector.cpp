@@ -3,6 +3,7 @@
 
 #include "logger.h"
 #include "sockets.h"
+#include "xcb_setup.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -103,11 +104,17 @@ void Connector::connect(uint32_t display, const Cookie* auth, FileDescriptor soc
 void Connector::handshake(FileDescriptor socket, xcb_auth_info_t* auth) {
     const Watchdog watchdog(socket.get());
     connection_.reset(::xcb_connect_to_fd(socket.release(), auth));
-    if (::xcb_connection_has_error(connection_.get()) == 0) {
-        // Asked for once here, later from the library's memory.
-        const auto* randr = ::xcb_get_extension_data(connection_.get(), &xcb_randr_id);
-        hasRandr_ = randr != nullptr && randr->present != 0;
+    if (::xcb_connection_has_error(connection_.get()) != 0) {
+        return;
     }
+    const auto* setup = ::xcb_get_setup(connection_.get());
+    if (!setupHolds({reinterpret_cast<const char*>(setup), 8 + size_t{setup->length} * 4})) {
+        connection_.reset();
+        return;
+    }
+    // Asked for once here, later from the library's memory.
+    const auto* randr = ::xcb_get_extension_data(connection_.get(), &xcb_randr_id);
+    hasRandr_ = randr != nullptr && randr->present != 0;
 }
 
 void Connector::readSetup() {
