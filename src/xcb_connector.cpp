@@ -3,66 +3,21 @@
 
 #include "logger.h"
 #include "sockets.h"
-#include "xcb_setup.h"
 
-#include <fcntl.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 #include <xcb/xcbext.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <condition_variable>
 #include <cstring>
 #include <string>
 #include <system_error>
-#include <thread>
 
 namespace Vard::Xcb {
 
 using namespace std::chrono_literals;
 
 namespace {
-
-/// Ends a wait inside the library, which knows no time-outs, by shutting the connection down.
-class Watchdog {
-public:
-    /// Throws std::system_error when no descriptor or no thread can be had.
-    explicit Watchdog(int fd) : fd_(duplicate(fd)), thread_([this] { watch(); }) {}
-    ~Watchdog() {
-        {
-            const std::scoped_lock lock(mutex_);
-            done_ = true;
-        }
-        changed_.notify_all();
-        thread_.join();
-    }
-    Watchdog(const Watchdog&) = delete;
-    Watchdog& operator=(const Watchdog&) = delete;
-
-private:
-    static int duplicate(int fd) {
-        const int copy = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
-        if (copy < 0) {
-            throw std::system_error(errno, std::generic_category(), "dup");
-        }
-        return copy;
-    }
-    void watch() {
-        std::unique_lock lock(mutex_);
-        if (!changed_.wait_for(lock, Connector::answerLimit, [this] { return done_; })) {
-            ::shutdown(fd_.get(), SHUT_RDWR);
-        }
-    }
-
-    FileDescriptor fd_; // of its own: the library closes the other one when it fails
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool done_ = false;
-    std::thread thread_;
-};
 
 [[noreturn]] void fail(const char* call) {
     Syslog::error("%s: %s failed", "Connector", call);
@@ -91,7 +46,7 @@ void Connector::connect(uint32_t display, const Cookie* auth, FileDescriptor soc
         try {
             handshake(std::move(socket), auth != nullptr ? &info : nullptr);
         } catch (const std::system_error&) {
-            connection_.reset(); // not without the watchdog
+            connection_.reset(); // not without the channel
         }
     }
     if (!connection_ || ::xcb_connection_has_error(connection_.get()) != 0) {
@@ -102,17 +57,19 @@ void Connector::connect(uint32_t display, const Cookie* auth, FileDescriptor soc
 }
 
 void Connector::handshake(FileDescriptor socket, xcb_auth_info_t* auth) {
-    const Watchdog watchdog(socket.get());
-    connection_.reset(::xcb_connect_to_fd(socket.release(), auth));
-    if (::xcb_connection_has_error(connection_.get()) != 0) {
+    const auto end = Clock::now() + answerLimit;
+    channel_ = std::make_unique<Channel>(std::move(socket));
+    connection_.reset(channel_->connect(auth, end));
+    if (!connection_ || ::xcb_connection_has_error(connection_.get()) != 0) {
         return;
     }
-    const auto* setup = ::xcb_get_setup(connection_.get());
-    if (!setupHolds({reinterpret_cast<const char*>(setup), 8 + size_t{setup->length} * 4})) {
+    // Asked for once here, as the first request, later from the library's memory: there it would be waited for.
+    ::xcb_prefetch_extension_data(connection_.get(), &xcb_randr_id);
+    ::xcb_flush(connection_.get());
+    if (!channel_->exchange(1, end)) {
         connection_.reset();
         return;
     }
-    // Asked for once here, later from the library's memory.
     const auto* randr = ::xcb_get_extension_data(connection_.get(), &xcb_randr_id);
     hasRandr_ = randr != nullptr && randr->present != 0;
 }
@@ -175,37 +132,26 @@ uint8_t Connector::depthFromBpp(uint8_t bpp) const {
     return 0;
 }
 
-// After a missed answer, requests fail at once until something arrives from the server or a while has passed.
-bool Connector::unresponsive() {
-    pollfd entry{::xcb_get_file_descriptor(connection_.get()), POLLIN | POLLOUT, 0};
-    ::poll(&entry, 1, 0);
-    if ((entry.revents & POLLOUT) == 0) {
-        return true; // unread requests fill its queue: the library would wait without limit to add one
-    }
-    return Clock::now() < silentUntil_ && (entry.revents & POLLIN) == 0;
+// After a missed answer, requests fail at once until something arrives from the server or a while has passed. Unread
+// requests that fill its queue are not added to.
+bool Connector::unresponsive() const {
+    const auto ready = channel_->ready();
+    return (ready & POLLOUT) == 0 || (Clock::now() < silentUntil_ && (ready & POLLIN) == 0);
 }
 
 ReplyError<void> Connector::waitReply(unsigned sequence, Clock::time_point end) {
     ::xcb_flush(connection_.get());
-    for (;;) {
+    while (channel_->exchange(sequence, end)) {
         void* reply = nullptr;
         xcb_generic_error_t* error = nullptr;
         if (::xcb_poll_for_reply(connection_.get(), sequence, &reply, &error) != 0) {
-            // Nobody reads events here, and a hostile server could pile them up.
-            while (ReplyPtr<xcb_generic_event_t>(::xcb_poll_for_queued_event(connection_.get()))) {
-            }
             silentUntil_ = {};
             return {ReplyPtr<void>(reply), ErrorPtr(error)};
         }
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
-        pollfd entry{::xcb_get_file_descriptor(connection_.get()), POLLIN, 0};
-        const bool late = left <= 0 || (::poll(&entry, 1, static_cast<int>(left)) == 0);
-        if (late || ::xcb_connection_has_error(connection_.get()) != 0) {
-            ::xcb_discard_reply(connection_.get(), sequence);
-            silentUntil_ = Clock::now() + silence;
-            return {};
-        }
     }
+    ::xcb_discard_reply(connection_.get(), sequence);
+    silentUntil_ = Clock::now() + silence;
+    return {};
 }
 
 bool Connector::answers(std::chrono::milliseconds limit) {

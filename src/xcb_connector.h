@@ -3,6 +3,7 @@
 
 #include "exceptions.h"
 #include "file_descriptor.h"
+#include "xcb_channel.h"
 
 #include <xcb/randr.h>
 #include <xcb/xcb.h>
@@ -150,13 +151,14 @@ private:
         auto [reply, error] = waitReply(send(connection).sequence, end);
         return {ReplyPtr<Reply>(static_cast<Reply*>(reply.release())), std::move(error)};
     }
-    bool unresponsive();
+    [[nodiscard]] bool unresponsive() const;
     ReplyError<void> waitReply(unsigned sequence, Clock::time_point end);
     void connect(uint32_t display, const Cookie* auth, FileDescriptor socket);
     void handshake(FileDescriptor socket, xcb_auth_info_t* auth);
     void readSetup();
     void describe(PixmapInfo& info, const xcb_get_image_reply_t& reply) const;
 
+    std::unique_ptr<Channel> channel_;
     std::unique_ptr<xcb_connection_t, Disconnect> connection_;
     const xcb_setup_t* setup_ = nullptr;
     const xcb_screen_t* screen_ = nullptr;

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <xcb/xproto.h>
 
+#include <fstream>
 #include <functional>
 #include <thread>
 
@@ -96,7 +97,7 @@ public:
 private:
     std::string read(size_t size) {
         std::string bytes(size, '\0');
-        const auto got = ::recv(server_.get(), bytes.data(), size, MSG_WAITALL);
+        const auto got = size > 0 ? ::recv(server_.get(), bytes.data(), size, MSG_WAITALL) : 0;
         bytes.resize(static_cast<size_t>(std::max<ssize_t>(got, 0)));
         return bytes;
     }
@@ -131,6 +132,85 @@ TEST(HostileXServer, SetupIsReadNoFurtherThanItGoes) {
     EXPECT_TRUE(refuses([](Claims& setup) { setup.screen.allowed_depths_len = 255; }));
     EXPECT_TRUE(refuses([](Claims& setup) { setup.depth.visuals_len = 65535; }));
     EXPECT_TRUE(refuses([](Claims& setup) { setup.visuals.resize(20); }));
+}
+
+TEST(HostileXServer, LargestSetupIsTaken) {
+    Claims claims;
+    claims.vendor.resize(65532);
+    claims.fixed.vendor_len = 65530;
+    claims.depth.visuals_len = (Xcb::Channel::answerSize - 65700) / sizeof(xcb_visualtype_t);
+    claims.visuals.resize(claims.depth.visuals_len * sizeof(xcb_visualtype_t));
+    EXPECT_TRUE(connects(claims));
+    claims.visuals.resize(100000);
+    EXPECT_FALSE(connects(claims));
+}
+
+TEST(HostileXServer, ReplyThatStopsHalfwayFailsInTimeAndMayGoOn) {
+    Pretender server(Claims().bytes(), [](Pretender& self) {
+        self.request();
+        self.reply(2, 1000);
+        std::this_thread::sleep_for(1s);
+        self.send(std::string(4000, '\0'));
+        for (uint16_t next = 3; !self.request().empty(); ++next) {
+            self.reply(next);
+        }
+    });
+    Connector xcb(1, nullptr, std::move(server.client));
+    EXPECT_FALSE(xcb.answers(300ms));
+    std::this_thread::sleep_for(1s);
+    EXPECT_TRUE(xcb.answers());
+}
+
+size_t residentMegabytes() {
+    size_t size = 0;
+    size_t resident = 0;
+    std::ifstream("/proc/self/statm") >> size >> resident;
+    return resident * static_cast<size_t>(::sysconf(_SC_PAGESIZE)) / 1024 / 1024;
+}
+
+/// The request is answered with `first`, then with 256 MiB of `more`.
+void expectGivenUp(const std::string& first, const std::string& more) {
+    Pretender server(Claims().bytes(), [&](Pretender& self) {
+        std::string many;
+        while (many.size() < 65536) {
+            many += more;
+        }
+        self.request();
+        self.send(first);
+        for (int i = 0; i < 4096 && self.send(many); ++i) {
+        }
+        self.request(4);
+    });
+    Connector xcb(1, nullptr, std::move(server.client));
+    const size_t before = residentMegabytes();
+    EXPECT_FALSE(xcb.answers());
+    EXPECT_LT(residentMegabytes(), before + 32);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_FALSE(xcb.answers());
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 500ms);
+}
+
+TEST(HostileXServer, FloodIsNotKept) {
+    const auto packet = [](uint8_t type, uint16_t sequence, uint32_t length) {
+        return bytesOf(xcb_generic_reply_t{type, 0, sequence, length}) + std::string(24, '\0');
+    };
+    expectGivenUp("", packet(XCB_MAPPING_NOTIFY, 1, 0));
+    expectGivenUp("", packet(1, 1, 0)); // a reply again and again
+    expectGivenUp("", packet(0, 1, 0)); // an error likewise
+    expectGivenUp(packet(1, 2, 0x8000000), packet(0, 0, 0)); // half a gigabyte is announced
+    expectGivenUp(packet(XCB_GE_GENERIC, 1, 0xffffffff), packet(0, 0, 0));
+}
+
+TEST(HostileXServer, ReplyToARequestThatHasNoneIsDropped) {
+    Pretender server(Claims().bytes(), [](Pretender& self) {
+        self.request();
+        self.request();
+        self.reply(2);
+        self.reply(3);
+        self.request(4);
+    });
+    Connector xcb(1, nullptr, std::move(server.client));
+    EXPECT_TRUE(xcb.setWindowGeometry(1, 0, 0, 10, 10));
 }
 
 } // namespace
