@@ -92,16 +92,17 @@ void DBusService::sessionCorrectMainWindowSize(const SessionPtr& session) {
             warning("%s: xcb session destroyed, session id: 0x%08x", "sessionCorrectMainWindowSize", session->sid);
             return;
         }
+        const auto ended = [this, &session] { return session->ended || tasks_.stopping(); };
         for (int counter = fittingPasses - 1; counter >= 0; --counter) {
             // Holding the record of an ended session would keep its display from being used again.
             if (session->ended || !tasks_.sleep(fittingPause)) {
                 return;
             }
-            if (fitWindows(*xcb)) {
+            if (fitWindows(*xcb, ended)) {
                 debug("%s: wait next iteration: %d", "sessionCorrectMainWindowSize", counter);
             }
         }
-        logWindows(*xcb);
+        logWindows(*xcb, ended);
     });
 }
 

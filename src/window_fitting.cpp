@@ -3,27 +3,47 @@
 
 #include "logger.h"
 
+#include <chrono>
+#include <optional>
+#include <vector>
+
 namespace Vard {
 
 namespace {
 
 constexpr const char* func = "sessionCorrectMainWindowSize";
 
-WindowTraits readTraits(Xcb::Connector& xcb, xcb_window_t win) {
+/// One pass over the windows, whose number and slowness are up to the user's server.
+class Pass {
+public:
+    explicit Pass(const Ended& ended) : ended_(ended) {}
+
+    [[nodiscard]] bool over() const { return std::chrono::steady_clock::now() >= end_ || (ended_ && ended_()); }
+
+private:
+    const Ended& ended_;
+    std::chrono::steady_clock::time_point end_ = std::chrono::steady_clock::now() + fittingLimit;
+};
+
+/// Empty when the pass was over before all was read.
+std::optional<WindowTraits> readTraits(Xcb::Connector& xcb, xcb_window_t win, const Pass& pass) {
+    const auto atomOf = [&](const char* name) {
+        return pass.over() ? xcb_atom_t{XCB_ATOM_NONE} : xcb.getAtom(name, true);
+    };
     const auto has = [&](const char* name) {
-        const auto atom = xcb.getAtom(name, true);
+        const auto atom = atomOf(name);
         return atom != XCB_ATOM_NONE && xcb.getPropertyType(win, atom) != XCB_ATOM_NONE;
     };
-    const auto leader = xcb.getAtom("WM_CLIENT_LEADER", true);
-    const auto classes = xcb.getPropertyStringList(win, XCB_ATOM_WM_CLASS);
+    const auto leader = atomOf("WM_CLIENT_LEADER");
     WindowTraits traits;
     traits.hasState = has("_NET_WM_STATE");
     traits.hasClass = has("WM_CLASS");
     traits.hasRole = has("WM_WINDOW_ROLE");
-    traits.ownLeader = leader != XCB_ATOM_NONE && xcb.getPropertyWindow(win, leader) == win;
     traits.hasIcon = has("_NET_WM_ICON");
+    traits.ownLeader = leader != XCB_ATOM_NONE && xcb.getPropertyWindow(win, leader) == win;
+    const auto classes = pass.over() ? std::vector<std::string>{} : xcb.getPropertyStringList(win, XCB_ATOM_WM_CLASS);
     traits.instance = classes.empty() ? "" : classes.front();
-    return traits;
+    return pass.over() ? std::nullopt : std::optional(traits);
 }
 
 } // namespace
@@ -37,7 +57,8 @@ bool fillsScreen(const WindowTraits& traits) {
     return traits.hasIcon && traits.instance == "libreoffice";
 }
 
-bool fitWindows(Xcb::Connector& xcb) {
+bool fitWindows(Xcb::Connector& xcb, const Ended& ended) {
+    const Pass pass(ended);
     const auto windows = xcb.getWindows();
     if (windows.empty()) {
         Syslog::warning("%s: windows not found", func);
@@ -48,8 +69,15 @@ bool fitWindows(Xcb::Connector& xcb) {
         return true; // the server does not answer
     }
     for (const auto win : windows) {
+        if (pass.over()) {
+            break;
+        }
         const auto size = xcb.getWindowGeometry(win);
-        if ((size.width == root.width && size.height == root.height) || !fillsScreen(readTraits(xcb, win))) {
+        if (size.width == root.width && size.height == root.height) {
+            continue;
+        }
+        const auto traits = readTraits(xcb, win, pass);
+        if (!traits || !fillsScreen(*traits)) {
             continue;
         }
         xcb.setWindowGeometry(win, 0, 0, root.width, root.height);
@@ -58,11 +86,15 @@ bool fitWindows(Xcb::Connector& xcb) {
     return true;
 }
 
-void logWindows(Xcb::Connector& xcb) {
+void logWindows(Xcb::Connector& xcb, const Ended& ended) {
     if (!Syslog::isDebugLevel(DebugLevel::Debug)) {
         return;
     }
+    const Pass pass(ended);
     for (const auto win : xcb.getWindows()) {
+        if (pass.over()) {
+            return;
+        }
         const auto size = xcb.getWindowGeometry(win);
         Syslog::debug("%s: win id: 0x%08x, current size: %ux%u", func, win, size.width, size.height);
     }

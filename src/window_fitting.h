@@ -3,6 +3,8 @@
 
 #include "xcb_connector.h"
 
+#include <chrono>
+#include <functional>
 #include <string>
 
 namespace Vard {
@@ -20,11 +22,17 @@ struct WindowTraits {
 /// True when a window with these traits is to fill the screen. Pure.
 bool fillsScreen(const WindowTraits& traits);
 
-/// One pass over the top-level windows: each that is to fill the screen and does not yet is moved to 0,0 and resized to
-/// the root window's size. False when there are none. Logs under "sessionCorrectMainWindowSize".
-bool fitWindows(Xcb::Connector& xcb);
+/// Tells that the session has ended, so that nothing more is asked of its server.
+using Ended = std::function<bool()>;
+/// How long one pass goes on before it asks nothing more; what is asked by then is still waited for.
+constexpr std::chrono::seconds fittingLimit{3};
 
-/// Logs every top-level window with its size, at debug level.
-void logWindows(Xcb::Connector& xcb);
+/// One pass over the top-level windows: each that is to fill the screen and does not yet is moved to 0,0 and resized to
+/// the root window's size, until `ended` or the limit stops it. False when there are none. Logs under
+/// "sessionCorrectMainWindowSize".
+bool fitWindows(Xcb::Connector& xcb, const Ended& ended = {});
+
+/// Logs every top-level window with its size, at debug level, within the same limits.
+void logWindows(Xcb::Connector& xcb, const Ended& ended);
 
 } // namespace Vard

@@ -1,6 +1,8 @@
 // The X client against programs that only pretend to be an X server.
 #include "xcb_connector.h"
 
+#include "window_fitting.h"
+
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <xcb/xproto.h>
@@ -211,6 +213,31 @@ TEST(HostileXServer, ReplyToARequestThatHasNoneIsDropped) {
     });
     Connector xcb(1, nullptr, std::move(server.client));
     EXPECT_TRUE(xcb.setWindowGeometry(1, 0, 0, 10, 10));
+}
+
+// Each answer is late but in time: 200 windows would take minutes.
+TEST(HostileXServer, SlowServerDoesNotHoldAPass) {
+    Pretender server(Claims().bytes(), [](Pretender& self) {
+        uint16_t sequence = 1;
+        for (std::string request; !(request = self.request()).empty();) {
+            std::this_thread::sleep_for(100ms);
+            if (request.front() != XCB_QUERY_TREE) {
+                self.send(bytesOf(xcb_get_geometry_reply_t{1, 24, ++sequence, 0, 1, 0, 0, 800, 600, 0, {}}) +
+                          std::string(8, '\0'));
+                continue;
+            }
+            xcb_query_tree_reply_t tree{1, 0, ++sequence, 200, 1, 0, 200, {}};
+            self.send(bytesOf(tree) + std::string(800, '\1'));
+        }
+    });
+    Connector xcb(1, nullptr, std::move(server.client));
+    ASSERT_EQ(xcb.getWindows().size(), 200U);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_TRUE(fitWindows(xcb));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, fittingLimit + 1s);
+    const auto again = std::chrono::steady_clock::now();
+    EXPECT_TRUE(fitWindows(xcb, [] { return true; }));
+    EXPECT_LT(std::chrono::steady_clock::now() - again, 2s) << "no window is looked at for a session that has ended";
 }
 
 } // namespace
