@@ -3,7 +3,7 @@
 #include "xcb_connector.h"
 
 #include <algorithm>
-#include <cstring>
+#include <iterator>
 
 namespace Vard::Xcb {
 
@@ -21,7 +21,7 @@ std::string_view valueOf(const xcb_get_property_reply_t& reply) {
 std::vector<xcb_window_t> windowsOf(const xcb_get_property_reply_t& reply) {
     const auto bytes = valueOf(reply);
     std::vector<xcb_window_t> windows(bytes.size() / sizeof(xcb_window_t));
-    std::memcpy(windows.data(), bytes.data(), windows.size() * sizeof(xcb_window_t));
+    bytes.copy(reinterpret_cast<char*>(windows.data()), windows.size() * sizeof(xcb_window_t));
     return windows;
 }
 
