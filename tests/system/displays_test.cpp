@@ -36,7 +36,7 @@ TEST_F(Displays, LeftoversOfAKilledServerDoNotStandInTheWay) {
     Account mallory("mallory");
     mustRun(
         "runuser -u mallory -- sh -c 'Xvfb :33 & until [ -S /tmp/.X11-unix/X33 ]; do sleep 0.05; done; kill -9 $!; "
-        "wait $!; true'");
+        "wait $!; while pgrep -x xkbcomp; do sleep 0.05; done >/dev/null'");
     ASSERT_TRUE(exists("/tmp/.X33-lock") && exists("/tmp/.X11-unix/X33"));
     mustRun("runuser -u mallory -- touch /tmp/server-33.xkm"); // its compiled keymap, when it is killed early
     start();
