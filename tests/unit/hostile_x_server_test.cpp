@@ -9,6 +9,7 @@
 
 #include <fstream>
 #include <functional>
+#include <future>
 #include <thread>
 
 namespace {
@@ -148,18 +149,22 @@ TEST(HostileXServer, LargestSetupIsTaken) {
 }
 
 TEST(HostileXServer, ReplyThatStopsHalfwayFailsInTimeAndMayGoOn) {
-    Pretender server(Claims().bytes(), [](Pretender& self) {
+    std::promise<void> missed;
+    std::promise<void> complete;
+    Pretender server(Claims().bytes(), [&](Pretender& self) {
         self.request();
         self.reply(2, 1000);
-        std::this_thread::sleep_for(1s);
+        missed.get_future().wait();
         self.send(std::string(4000, '\0'));
+        complete.set_value();
         for (uint16_t next = 3; !self.request().empty(); ++next) {
             self.reply(next);
         }
     });
     Connector xcb(1, nullptr, std::move(server.client));
     EXPECT_FALSE(xcb.answers(300ms));
-    std::this_thread::sleep_for(1s);
+    missed.set_value();
+    complete.get_future().wait();
     EXPECT_TRUE(xcb.answers());
 }
 
@@ -189,7 +194,7 @@ void expectGivenUp(const std::string& first, const std::string& more) {
     EXPECT_LT(residentMegabytes(), before + 32);
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_FALSE(xcb.answers());
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 500ms);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, Connector::answerLimit) << "nothing is waited for any more";
 }
 
 TEST(HostileXServer, FloodIsNotKept) {
@@ -234,7 +239,7 @@ TEST(HostileXServer, SlowServerDoesNotHoldAPass) {
     ASSERT_EQ(xcb.getWindows().size(), 200U);
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_TRUE(fitWindows(xcb));
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, fittingLimit + 1s);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 2 * fittingLimit);
     const auto again = std::chrono::steady_clock::now();
     EXPECT_TRUE(fitWindows(xcb, [] { return true; }));
     EXPECT_LT(std::chrono::steady_clock::now() - again, 2s) << "no window is looked at for a session that has ended";
