@@ -24,10 +24,21 @@ namespace {
 constexpr int unmountAttempts = 5;
 constexpr std::chrono::milliseconds unmountPause{350};
 
-// How many sessions use the profile on a home: it goes with the last.
-std::mutex usersLock;
-std::map<std::string, int> users;
-constexpr std::chrono::seconds usersEnd{12}; // a child told to end is killed after ten
+constexpr std::chrono::seconds processesEnd{11}; // a child told to end is killed after ten
+
+/// Who uses the profile on a home: it goes with the last session. Never removed: there are as many as users with a
+/// profile.
+struct HomeUse {
+    std::mutex lock; // held while the kernel mounts and unmounts, which may write out much
+    int sessions = 0;
+};
+
+HomeUse& useOf(const std::string& home) {
+    static std::mutex lock;
+    static std::map<std::string, HomeUse> homes;
+    const std::scoped_lock guard(lock);
+    return homes[home];
+}
 
 std::string blkPartLabel(blkid_dev dev) {
     std::string label;
@@ -80,23 +91,31 @@ bool mountOn(const std::string& directory, const std::string& devname, const std
     return ::mount(devname.c_str(), path.c_str(), fstype.c_str(), 0, data) == 0;
 }
 
-void forgetLocked(const std::string& home) {
-    const auto entry = users.find(home);
-    if (entry != users.end() && --entry->second == 0) {
-        users.erase(entry);
-    }
-}
-
 // Ends one session's use of the profile. False when it was the last and the mount is still there.
-bool leave(const std::string& home, int flags) {
-    const std::scoped_lock lock(usersLock);
-    const auto entry = users.find(home);
-    const bool shared = entry != users.end() && entry->second > 1;
-    if (!shared && ::umount2(home.c_str(), UMOUNT_NOFOLLOW | flags) != 0) {
+bool leave(const std::string& home) {
+    auto& use = useOf(home);
+    const std::scoped_lock lock(use.lock);
+    if (use.sessions <= 1 && ::umount2(home.c_str(), UMOUNT_NOFOLLOW) != 0) {
         return false;
     }
-    forgetLocked(home);
+    --use.sessions;
     return true;
+}
+
+bool leaveInTime(const std::string& home) {
+    for (int attempt = 0; attempt < unmountAttempts; ++attempt) {
+        std::this_thread::sleep_for(unmountPause);
+        if (leave(home)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void forget(const std::string& home) {
+    auto& use = useOf(home);
+    const std::scoped_lock lock(use.lock);
+    --use.sessions;
 }
 
 } // namespace
@@ -132,33 +151,30 @@ bool mountProfile(const std::string& username, const std::string& home, const st
     if (volume == nullptr) {
         return false;
     }
-    const std::scoped_lock lock(usersLock);
+    auto& use = useOf(home);
+    const std::scoped_lock lock(use.lock);
     // The kernel refuses to mount it twice; it is there for another session of the user's, which may be on its way out.
     const bool usable = mountOn(home, volume->devname, fstype, option.empty() ? nullptr : option.c_str()) ||
-                        (errno == EBUSY && users.contains(home));
+                        (errno == EBUSY && use.sessions > 0);
     if (!usable) {
         Utils::syslogErrno("sessionMountProfile", "mount", errno);
         return false;
     }
-    ++users[home];
+    ++use.sessions;
     return true;
 }
 
 void unmountProfile(const std::string& home, const std::function<bool()>& inUse) {
-    for (int attempt = 0; attempt < unmountAttempts; ++attempt) {
-        std::this_thread::sleep_for(unmountPause);
-        if (leave(home, 0)) {
-            return;
-        }
+    if (leaveInTime(home)) {
+        return;
     }
-    const auto giveUp = std::chrono::steady_clock::now() + usersEnd;
+    const auto giveUp = std::chrono::steady_clock::now() + processesEnd;
     while (inUse && inUse() && std::chrono::steady_clock::now() < giveUp) {
         std::this_thread::sleep_for(unmountPause);
     }
-    // Whoever still holds a file in there keeps it; for all others the profile has gone.
-    if (!leave(home, 0) && !leave(home, MNT_DETACH)) {
-        const std::scoped_lock lock(usersLock);
-        forgetLocked(home);
+    // Still held by others of the user's (another login): it stays, rather than to vanish under them.
+    if (!inUse || !leaveInTime(home)) {
+        forget(home);
     }
 }
 

@@ -30,9 +30,9 @@ bool mountProfile(const std::string& username, const std::string& home, const st
                   const std::string& option);
 
 /// Undoes one mountProfile that answered true. Unmounts `home` when no other session uses the profile, without
-/// following a link: up to five attempts, each after a sleep of 350 ms. When all fail, it waits until `inUse` says no,
-/// at most 12 s, and takes the mount away from its place even if somebody still has files open in it. Blocks; logs
-/// nothing.
+/// following a link: up to five attempts, each after a sleep of 350 ms. When all fail, and `inUse` can tell that the
+/// session's own processes were in the way, five more once it says no, or after 11 s. What is still held then stays
+/// mounted. Blocks; logs nothing.
 void unmountProfile(const std::string& home, const std::function<bool()>& inUse = {});
 
 } // namespace Vard

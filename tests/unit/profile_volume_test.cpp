@@ -104,18 +104,16 @@ TEST_F(ProfileVolumeTest, FollowsNoLinkInTheHomesPlace) {
     EXPECT_NE(mounted(), "");
 }
 
-TEST_F(ProfileVolumeTest, GoesWithTheLastSessionEvenWhenItIsStillHeld) {
+TEST_F(ProfileVolumeTest, GoesWithTheLastSessionOnceItsProcessesHaveGone) {
     ASSERT_TRUE(mountProfile(user_, home_, "ext4", ""));
     ASSERT_TRUE(mountProfile(user_, home_, "ext4", "")) << "for a second session";
-    const FileDescriptor held(::open(home_.c_str(), O_RDONLY | O_CLOEXEC));
-    bool waited = false;
-    const auto inUse = [&] { return !std::exchange(waited, true); };
+    FileDescriptor held(::open(home_.c_str(), O_RDONLY | O_CLOEXEC));
+    const auto inUse = [&] { return std::exchange(held, FileDescriptor()).get() >= 0; };
     unmountProfile(home_, inUse);
     EXPECT_NE(mounted(), "") << "the second session still runs";
-    EXPECT_FALSE(waited);
+    ASSERT_TRUE(held);
     unmountProfile(home_, inUse);
     EXPECT_EQ(mounted(), "");
-    EXPECT_TRUE(waited);
 }
 
 } // namespace
