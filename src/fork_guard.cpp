@@ -3,9 +3,11 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <chrono>
 #include <new>
 #include <shared_mutex>
+#include <utility>
 
 namespace Vard {
 
@@ -13,6 +15,7 @@ namespace {
 
 // A module or a name service that hangs must not keep the whole service from starting programs.
 constexpr std::chrono::seconds patience{3};
+std::atomic<bool> hangs{false}; // waited for in vain: no other fork waits as long before the lock was free once
 
 thread_local int held = 0;
 thread_local bool forking = false; // this thread forks, with the lock taken
@@ -23,10 +26,15 @@ std::shared_timed_mutex& mutex() {
 }
 
 // A thread that forks under its own guard (a module that runs a helper) would wait for itself.
-void beforeFork() { forking = held == 0 && mutex().try_lock_for(patience); }
+void beforeFork() {
+    if (held == 0) {
+        forking = hangs ? mutex().try_lock() : mutex().try_lock_for(patience);
+        hangs = !forking;
+    }
+}
 
 void afterInParent() {
-    if (forking) {
+    if (std::exchange(forking, false)) {
         mutex().unlock();
     }
 }
