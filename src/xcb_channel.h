@@ -23,7 +23,7 @@ public:
 
     /// The most bytes that one answer may have: a row of the widest window.
     static constexpr size_t answerSize = 132UL * 1024;
-    /// The most bytes of events and late answers that are passed over during one wait.
+    /// About how many bytes of events and late answers are passed over in one wait, which fails then.
     static constexpr size_t skippedSize = 1024UL * 1024;
 
     /// Takes over the connected socket of the server. Throws std::system_error when no socket pair can be had.

@@ -148,6 +148,9 @@ ReplyError<void> Connector::waitReply(unsigned sequence, Clock::time_point end) 
             silentUntil_ = {};
             return {ReplyPtr<void>(reply), ErrorPtr(error)};
         }
+        if (Clock::now() >= end) {
+            break; // errors of earlier requests could come without end
+        }
     }
     ::xcb_discard_reply(connection_.get(), sequence);
     silentUntil_ = Clock::now() + silence;
@@ -187,6 +190,9 @@ bool Connector::setWindowGeometry(xcb_window_t win, int16_t x, int16_t y, uint16
         return ::xcb_get_input_focus(conn);
     });
     const ErrorPtr error(synced ? ::xcb_request_check(connection_.get(), change) : nullptr);
+    if (!synced && change.sequence != 0) {
+        ::xcb_discard_reply(connection_.get(), change.sequence); // the library would keep its error
+    }
     if (!synced || error) {
         toSyslogError(error.get(), "setWindowGeometry", "xcb_configure_window");
         return false;

@@ -176,7 +176,7 @@ size_t residentMegabytes() {
 }
 
 /// The request is answered with `first`, then with 256 MiB of `more`.
-void expectGivenUp(const std::string& first, const std::string& more) {
+void expectNothingKept(const std::string& first, const std::string& more) {
     Pretender server(Claims().bytes(), [&](Pretender& self) {
         std::string many;
         while (many.size() < 65536) {
@@ -194,18 +194,18 @@ void expectGivenUp(const std::string& first, const std::string& more) {
     EXPECT_LT(residentMegabytes(), before + 32);
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_FALSE(xcb.answers());
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, Connector::answerLimit) << "nothing is waited for any more";
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, Connector::answerLimit) << "it has said enough";
 }
 
 TEST(HostileXServer, FloodIsNotKept) {
     const auto packet = [](uint8_t type, uint16_t sequence, uint32_t length) {
         return bytesOf(xcb_generic_reply_t{type, 0, sequence, length}) + std::string(24, '\0');
     };
-    expectGivenUp("", packet(XCB_MAPPING_NOTIFY, 1, 0));
-    expectGivenUp("", packet(1, 1, 0)); // a reply again and again
-    expectGivenUp("", packet(0, 1, 0)); // an error likewise
-    expectGivenUp(packet(1, 2, 0x8000000), packet(0, 0, 0)); // half a gigabyte is announced
-    expectGivenUp(packet(XCB_GE_GENERIC, 1, 0xffffffff), packet(0, 0, 0));
+    expectNothingKept("", packet(XCB_MAPPING_NOTIFY, 1, 0));
+    expectNothingKept("", packet(1, 1, 0)); // a reply again and again
+    expectNothingKept("", packet(0, 1, 0)); // an error likewise
+    expectNothingKept(packet(1, 2, 0x8000000), packet(0, 0, 0)); // half a gigabyte is announced
+    expectNothingKept(packet(XCB_GE_GENERIC, 1, 0xffffffff), packet(0, 0, 0));
 }
 
 TEST(HostileXServer, ReplyToARequestThatHasNoneIsDropped) {
