@@ -42,7 +42,14 @@ bool removeLeftover(const fs::path& path) {
         return true;
     }
     std::string aside = path.string() + ".XXXXXX";
-    return errno == EISDIR && ::mkdtemp(aside.data()) != nullptr && ::rename(path.c_str(), aside.c_str()) == 0;
+    if (errno != EISDIR || ::mkdtemp(aside.data()) == nullptr) {
+        return false;
+    }
+    const bool moved = ::rename(path.c_str(), aside.c_str()) == 0;
+    if (!moved) {
+        ::rmdir(aside.c_str());
+    }
+    return moved;
 }
 
 } // namespace
