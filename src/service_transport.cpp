@@ -33,8 +33,12 @@ bool DBusService::vardCreateNTLMhashFile(const SessionPtr& session, const std::s
         const Utils::WipeGuard guard(args);
         auto tool =
             runSessionCommand(*session, config()->settingString("hash:path", "/usr/bin/winpr-hash"), args, {}, true);
-        waitSessionCommand(*session, tool, "vardCreateNTLMhashFile");
-        auto line = callUserScope(*session, [log = session->commandLog()] { return Utils::readFirstLine(log); });
+        // Its full time, whatever the session's other tools did: without the line nobody can connect.
+        const int status = tool.getWithin(toolLimit, "vardCreateNTLMhashFile");
+        Utils::syslogWaitStatus(status, "vardCreateNTLMhashFile", tool.pid());
+        auto line = callUserScope(
+            *session, [log = session->commandLog()] { return Utils::readFirstLine(log); },
+            tool.killed() ? shortToolLimit : toolLimit);
         const std::scoped_lock lock(table_.mutex());
         session->ntlm.take(line);
         return true;

@@ -70,7 +70,7 @@ struct Session {
     bool rdp = true;
     bool auth = true;
     bool seamless = false;
-    mutable std::atomic<bool> toolKilled{false}; ///< its user, or a broken tool, has held up the service once
+    mutable std::atomic<bool> toolKilled{false}; ///< the last tool had to be
     std::atomic<bool> ended{false}; ///< out of the table: work that still holds the record is to end soon
 
 private:

@@ -97,10 +97,6 @@ std::string readAnswer(int fd, std::chrono::milliseconds limit) {
     }
 }
 
-std::chrono::milliseconds toolLimitOf(const Session& session) {
-    return session.toolKilled ? shortToolLimit : toolLimit;
-}
-
 } // namespace
 
 std::list<std::string> sessionEnvironment(const Session& session) {
@@ -120,10 +116,8 @@ ChildWait runSessionCommand(const Session& session, const std::filesystem::path&
 
 void waitSessionCommand(const Session& session, ChildWait& tool, const char* name) {
     Syslog::debug("%s: wait pid: %d", name, tool.pid());
-    const int status = tool.getWithin(toolLimitOf(session), name);
-    if (tool.killed()) {
-        session.toolKilled = true;
-    }
+    const int status = tool.getWithin(session.toolKilled ? shortToolLimit : toolLimit, name);
+    session.toolKilled = tool.killed();
     Utils::syslogWaitStatus(status, name, tool.pid());
 }
 
@@ -176,7 +170,7 @@ std::string callUserScope(const Session& session, const std::function<std::strin
     }
     writer.reset();
     ChildWait child(session.tasks(), pid);
-    std::string answer = readAnswer(reader.get(), std::min(limit, toolLimitOf(session)));
+    std::string answer = readAnswer(reader.get(), limit);
     const int status = child.getWithin(closingLimit, "callUserScope");
     if (status != 0) {
         Utils::wipe(answer);

@@ -13,7 +13,7 @@
 namespace Vard {
 
 /// A tool run in a session that has not ended after this long is killed, so that a user who stops it cannot hold up the
-/// service. Once that was necessary, the session's later tools get the short limit only.
+/// service. The tools that prepare its desktop get only the short limit until one has ended in time again.
 inline constexpr std::chrono::milliseconds toolLimit{5000};
 inline constexpr std::chrono::milliseconds shortToolLimit{500};
 
@@ -26,8 +26,8 @@ std::list<std::string> sessionEnvironment(const Session& session);
 ChildWait runSessionCommand(const Session& session, const std::filesystem::path& program,
                             const std::list<std::string>& args, const std::list<std::string>& environment, bool log);
 
-/// Waits for a tool that runSessionCommand started and logs its status under `name`; blocks for the session's tool
-/// limit and a second at most.
+/// Waits for a tool that prepares the session's desktop, and logs its status under `name`; blocks for its limit and a
+/// second at most.
 void waitSessionCommand(const Session& session, ChildWait& tool, const char* name);
 
 /// Starts the session's program under a supervisor, a forked child named "vard_manager" that opens the PAM session as
@@ -39,7 +39,7 @@ std::optional<ChildWait> runSessionOpen(const Session* session, const std::files
                                         const std::list<std::string>& args);
 
 /// Runs `function` in a forked child that has taken the user's identity and integrity level, and returns what it
-/// returned, cut to 64 KiB. Empty when the child failed or took longer than `limit` or the session's tool limit, which
+/// returned, cut to 64 KiB. Empty when the child failed or took longer than `limit`, which
 /// ends it. Throws vard_error when it cannot be started.
 std::string callUserScope(const Session& session, const std::function<std::string()>& function,
                           std::chrono::milliseconds limit = toolLimit);
