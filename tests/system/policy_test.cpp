@@ -73,10 +73,10 @@ TEST_F(Policy, EveryRoleMayCallWhatItIsThereForAndNothingElse) {
 TEST_F(Policy, NobodyElseHearsOrFakesTheSignalsOrTakesTheName) {
     // What everybody hears comes last, and tells when the listeners are ready.
     for (const std::string user : {"front", "alice"}) {
-        mustRun("runuser -u " + user +
-                " -- dbus-monitor --system \"type='signal',interface='ru.korvex.vard'\" "
-                "\"type='signal',member='NameOwnerChanged'\" >/tmp/" +
-                user + " 2>&1 &");
+        std::string listen = "runuser -u " + user;
+        listen += " -- dbus-monitor --system \"type='signal',interface='ru.korvex.vard'\" ";
+        listen += "\"type='signal',member='NameOwnerChanged'\" >/tmp/" + user;
+        mustRun(listen + " 2>&1 &");
         ASSERT_TRUE(waitUntil([&] {
             mustRun("busctl list");
             return readFile("/tmp/" + user).find("NameOwnerChanged") != std::string::npos;

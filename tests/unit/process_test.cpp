@@ -56,7 +56,9 @@ TEST_F(Processes, FirstLinesAreReadFromRegularFilesOnly) {
 
 // Another thread inside the user database at the moment of a fork must not leave its locks to the child.
 TEST_F(Processes, ForksWhileOthersLookUsersUpNeverHang) {
-    const auto found = [] { return Utils::getUserInfo("daemon").known() && Utils::getUserGroups("daemon", 1).size(); };
+    const auto found = [] {
+        return Utils::getUserInfo("daemon").known() && !Utils::getUserGroups("daemon", 1).empty();
+    };
     std::jthread other([&](const std::stop_token& stop) {
         while (!stop.stop_requested()) {
             found();

@@ -33,7 +33,7 @@ protected:
     // Each look takes a millisecond; a hang is the test's time-out.
     std::vector<SessionEvent> nextEnded() {
         for (;;) {
-            if (const auto events = takeEndedSessions(table_, children_); !events.empty()) {
+            if (auto events = takeEndedSessions(table_, children_); !events.empty()) {
                 return events;
             }
         }
