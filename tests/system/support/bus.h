@@ -89,4 +89,13 @@ private:
     std::deque<Signal> signals_;
 };
 
+/// Lets whatever the installed bus policy stops through to the programs behind it, for as long as the object lives.
+class LoosePolicy {
+public:
+    LoosePolicy();
+    ~LoosePolicy();
+    LoosePolicy(const LoosePolicy&) = delete;
+    LoosePolicy& operator=(const LoosePolicy&) = delete;
+};
+
 } // namespace Test
