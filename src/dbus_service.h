@@ -212,7 +212,7 @@ private:
     // service_watchers.cpp
     void worker(const std::string& path);
     bool busAlive();
-    void inBackground(const char* name, const std::function<void()>& notice);
+    void inBackground(const char* name, std::function<void()> notice);
     void stoppedChildsWatcher();
     void stoppedTransportWatcher();
     void durationLimitSessionsWatcher();

@@ -122,9 +122,10 @@ void resetChildSignals() noexcept;
 /// that its log lines still arrive, and `keep`.
 void closeInheritedDescriptors(int keep = -1) noexcept;
 
-/// The first 64 KiB of a file; opened without blocking and without following a final link, regular files only. Empty
+/// The first 64 KiB of a file; opened without blocking and, unless told, without following a final link, regular files
+/// only. Empty
 /// when it cannot be read. Call it under the identity of the file's owner.
-std::string readSmallFile(const std::filesystem::path& path);
+std::string readSmallFile(const std::filesystem::path& path, bool followLink = false);
 /// The first line of such a file, without its end.
 std::string readFirstLine(const std::filesystem::path& path);
 

@@ -217,8 +217,9 @@ void runOwnerCommand(const char* program, const std::vector<char*>& argv, const 
     endAsFailure();
 }
 
-std::string readSmallFile(const fs::path& path) {
-    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+std::string readSmallFile(const fs::path& path, bool followLink) {
+    const int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY | (followLink ? 0 : O_NOFOLLOW);
+    const FileDescriptor file(::open(path.c_str(), flags));
     struct stat info {};
     if (!file || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
         return "";

@@ -4,6 +4,7 @@
 #include "desktop_file.h"
 #include "json_config.h"
 #include "logger.h"
+#include "utils.h"
 
 #include <algorithm>
 #include <iterator>
@@ -32,7 +33,7 @@ fs::path executable(const std::string& exec) {
 }
 
 Program fromEntry(const DesktopFile& entry) {
-    Program program{entry.nameRu.empty() ? entry.name : entry.nameRu, executable(entry.exec), {}};
+    Program program{Utils::toValidUtf8(entry.nameRu.empty() ? entry.name : entry.nameRu), executable(entry.exec), {}};
     if (entry.terminal) {
         program.args = {"-e", program.path.string()};
         program.path = "/usr/bin/xterm";
@@ -86,7 +87,7 @@ const Json::Value& operator>>(const Json::Value& value, std::string& text) {
 }
 
 const Json::Value& operator>>(const Json::Value& value, Program& program) {
-    program.name = value.get("name", "").asString();
+    program.name = Utils::toValidUtf8(value.get("name", "").asString());
     program.path = value.get("path", "").asString();
     program.args = valueToList<std::string>(value["args"]);
     return value;

@@ -114,7 +114,7 @@ std::string DBusService::readSessionDBusAddress(const std::filesystem::path& dir
         if (!entry.is_regular_file(unreadable) || entry.path().native().find(match) == std::string::npos) {
             continue;
         }
-        std::istringstream text(Utils::readSmallFile(entry.path()));
+        std::istringstream text(Utils::readSmallFile(entry.path(), true));
         for (std::string line; std::getline(text, line);) {
             if (line.starts_with(addressKey)) {
                 const size_t quotes = addressKey.size() + 2;

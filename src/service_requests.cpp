@@ -3,9 +3,7 @@
 #include "dbus_service.h"
 
 #include "bus_boundary.h"
-#include "utils.h"
 
-#include <algorithm>
 #include <limits>
 #include <optional>
 
@@ -202,9 +200,7 @@ void DBusService::markSeamless(Session& session, const std::string& name) {
 
 std::vector<std::string> DBusService::vardProgramList() {
     reloadPrograms(*config());
-    auto names = programs()->getNames();
-    std::ranges::transform(names, names.begin(), [](const auto& name) { return Utils::toValidUtf8(name); });
-    return names;
+    return programs()->getNames();
 }
 
 } // namespace Vard

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <thread>
+#include <utility>
 
 namespace Vard {
 
@@ -75,21 +76,26 @@ ProcessHandle DBusService::saveWaitPidBackground(pid_t pid, std::function<void()
 }
 
 // Neither the bus nor the audit socket is waited for on the caller's thread, unless no other can be had.
-void DBusService::inBackground(const char* name, const std::function<void()>& notice) {
-    if (!tasks_.run(name, notice)) {
-        notice();
+// What the notice holds, often the last of a session's record, goes on the thread that ran it: the end of a record may
+// wait for PAM.
+void DBusService::inBackground(const char* name, std::function<void()> notice) {
+    const auto held = std::make_shared<std::function<void()>>(std::move(notice));
+    const auto once = [held] { std::exchange(*held, nullptr)(); };
+    if (!tasks_.run(name, once)) {
+        once();
     }
 }
 
 void DBusService::stoppedChildsWatcher() {
-    for (const auto& event : takeEndedSessions(table_, childWaits_)) {
-        inBackground("sessionEnded", [this, event] { sessionEnded(*event.session, event.address); });
+    for (auto& event : takeEndedSessions(table_, childWaits_)) {
+        inBackground("sessionEnded", [this, event = std::move(event)] { sessionEnded(*event.session, event.address); });
     }
 }
 
 void DBusService::stoppedTransportWatcher() {
-    for (const auto& event : takeLostTransports(table_)) {
-        inBackground("transportEnded", [this, event] { transportEnded(*event.session, event.address); });
+    for (auto& event : takeLostTransports(table_)) {
+        inBackground("transportEnded",
+                     [this, event = std::move(event)] { transportEnded(*event.session, event.address); });
     }
 }
 

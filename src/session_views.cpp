@@ -75,9 +75,9 @@ Xcb::Rect rootGeometry(Xcb::Connector* xcb, std::chrono::milliseconds limit) {
 } // namespace
 
 std::vector<SessionRow> sessionRows(const SessionTable& table) {
-    const auto now = std::chrono::system_clock::now();
     std::vector<SessionRow> rows;
-    const std::scoped_lock lock(table.mutex());
+    const std::scoped_lock lock(table.mutex()); // held for seconds while a session starts
+    const auto now = std::chrono::system_clock::now();
     rows.reserve(table.slotsLocked().size());
     for (const auto& session : table.slotsLocked()) {
         if (session) {

@@ -133,8 +133,9 @@ TEST_F(Queries, BusAddressComesFromAPlainFileOfTheUser) {
     const std::string directory = alice.home() + "/.dbus/session-bus/";
     mustRun("mkdir -p " + directory + "d-33; mkfifo " + directory + "a-33; ln -s /etc/passwd " + directory +
             "b-33; : >" + directory + "c-33; chown -R alice " + alice.home() + "/.dbus");
-    EXPECT_EQ(address(), "") << "neither a fifo, a directory, a link nor an empty file holds anything";
-    writeFile(directory + "m-330", "# note\nDBUS_SESSION_BUS_ADDRESS='unix:path=/x\xFF.y'\nDBUS_SESSION_BUS_PID=1\n");
+    EXPECT_EQ(address(), "") << "neither a fifo, another's file nor an empty one holds anything";
+    mustRun("ln -s /tmp/address " + directory + "m-330");
+    writeFile("/tmp/address", "# note\nDBUS_SESSION_BUS_ADDRESS='unix:path=/x\xFF.y'\nDBUS_SESSION_BUS_PID=1\n");
     EXPECT_EQ(address(), "unix:path=/x\uFFFD.y") << "the number of another display may begin with this one's";
 }
 

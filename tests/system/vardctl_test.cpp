@@ -157,11 +157,12 @@ TEST_F(VardctlTest, NobodyIsAskedForAPasswordInVain) {
         return shell("timeout 20 script -qfec '" + command + "' /dev/null </dev/null 2>&1").text;
     };
     EXPECT_THAT(asks("vardctl login alice"), testing::StartsWith("vardctl: the service is not running"));
-    start();
+    writeFile("/tmp/new.json", "[]");
+    start(testConfig({{"session:programs", "/tmp/new.json"}}));
     EXPECT_THAT(asks("vardctl login \"\""), testing::StartsWith("vardctl: the user"));
     EXPECT_THAT(asks("vardctl run alice New"), testing::StartsWith("vardctl: not among the published programs"));
     EXPECT_THAT(asks("runuser -u alice -- vardctl login alice"), testing::StartsWith("vardctl: login: access denied"));
-    writeFile("/etc/vard/programs.json", R"([{"name":"New","path":"/usr/bin/xclock"}])");
+    writeFile("/tmp/new.json", R"([{"name":"New","path":"/usr/bin/xclock"}])");
     EXPECT_EQ(shell("echo secret | vardctl run alice New").text, "33\n") << "published after the start";
     EXPECT_EQ(shell("echo | vardctl login alice").status, usage) << "an empty password";
     EXPECT_THAT(shell("echo x | vardctl login no-such-user 2>&1").text, HasSubstr("there is no such user"));
