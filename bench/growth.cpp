@@ -41,10 +41,10 @@ ProcessHandle startChild(BackgroundTasks& tasks, ChildWaits& children) {
     return handle;
 }
 
-void fill(SessionTable& table, ChildWaits& children, BackgroundTasks& tasks, size_t count) {
+void fill(SessionTable& table, ChildWaits& children, BackgroundTasks& tasks, UserChildren& users, size_t count) {
     table.setRange({33, count});
     for (size_t slot = 0; slot < count; ++slot) {
-        auto session = std::make_shared<Session>(tasks);
+        auto session = std::make_shared<Session>(tasks, users);
         session->pid1 = startChild(tasks, children);
         session->pid2 = startChild(tasks, children);
         session->username = "user" + std::to_string(slot);
@@ -56,11 +56,12 @@ void fill(SessionTable& table, ChildWaits& children, BackgroundTasks& tasks, siz
 }
 
 void measure(size_t count) {
+    UserChildren users;
     BackgroundTasks tasks;
     ChildWaits children;
     SessionTable table;
-    fill(table, children, tasks, count);
-    const double pass = medianMicroseconds([&] { takeEndedSessions(table, children); });
+    fill(table, children, tasks, users, count);
+    const double pass = medianMicroseconds([&] { takeEndedSessions(table, children, users); });
     const double info = medianMicroseconds([&] {
         DBus::SignalMessage message("/ru/korvex/vard", "ru.korvex.vard", "bench");
         DBus::MessageIter out = message.writer();
@@ -78,7 +79,6 @@ void measure(size_t count) {
 } // namespace
 
 void tableGrowth() {
-    useSmallThreadStacks();
     for (const auto count : {size_t{22}, size_t{200}, size_t{1000}}) {
         measure(count);
     }

@@ -10,6 +10,16 @@ namespace Connector {
 
 namespace {
 constexpr size_t longestHashLine = 512;
+
+bool readJson(const std::string& text, Json::Value& value) {
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    try {
+        return reader->parse(text.data(), text.data() + text.size(), &value, nullptr);
+    } catch (const Json::RuntimeError&) { // nested deeper than the reader goes
+        return false;
+    }
+}
+
 } // namespace
 
 bool validHashLine(const std::string& line, const std::string& username) {
@@ -20,10 +30,8 @@ bool validHashLine(const std::string& line, const std::string& username) {
 
 std::optional<SessionInfo> parseSessionInfo(const std::string& text) {
     Json::Value value;
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    if (!reader->parse(text.data(), text.data() + text.size(), &value, nullptr) || !value.isObject() ||
-        !value["username"].isString() || !value["display"].isUInt() || !value["xauthfile"].isString() ||
-        !value["ntlm"].isString()) {
+    if (!readJson(text, value) || !value.isObject() || !value["username"].isString() || !value["display"].isUInt() ||
+        !value["xauthfile"].isString() || !value["ntlm"].isString()) {
         return std::nullopt;
     }
     return SessionInfo{value["username"].asString(), value["xauthfile"].asString(), value["ntlm"].asString(),

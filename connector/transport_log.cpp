@@ -14,7 +14,8 @@ constexpr size_t longestLine = 512;
 
 bool isAddress(int family, const std::string& text) {
     std::array<char, sizeof(in6_addr)> bytes{};
-    return ::inet_pton(family, text.c_str(), bytes.data()) == 1;
+    // It stops at a NUL, behind which anything may stand.
+    return text.find('\0') == std::string::npos && ::inet_pton(family, text.c_str(), bytes.data()) == 1;
 }
 
 LogEvent shadowEvent(const std::string& text, pid_t thread) {

@@ -3,22 +3,15 @@
 
 #include "logger.h"
 
-#include <pthread.h>
+#include <poll.h>
+#include <sys/eventfd.h>
 
+#include <array>
+#include <cerrno>
 #include <exception>
 #include <thread>
 
 namespace Vard {
-
-namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr size_t stackSize = 2 << 20; // the sanitizers' own frames are large
-#else
-constexpr size_t stackSize = 256 << 10;
-#endif
-
-} // namespace
 
 void runGuarded(const char* name, const std::function<void()>& task) noexcept {
     try {
@@ -29,6 +22,8 @@ void runGuarded(const char* name, const std::function<void()>& task) noexcept {
         Syslog::error("%s: exception: %s", name, "unknown");
     }
 }
+
+BackgroundTasks::BackgroundTasks() : abandoned_(::eventfd(0, EFD_CLOEXEC)) {}
 
 BackgroundTasks::~BackgroundTasks() {
     std::unique_lock lock(mutex_);
@@ -77,19 +72,19 @@ bool BackgroundTasks::stopping() const {
     return stopping_;
 }
 
+bool BackgroundTasks::await(int readable) const {
+    std::array<pollfd, 2> entries{{{readable, POLLIN, 0}, {abandoned_.get(), POLLIN, 0}}};
+    int ready = 0;
+    while ((ready = ::poll(entries.data(), entries.size(), -1)) < 0 && errno == EINTR) {
+    }
+    return ready < 0 || entries[0].revents != 0; // whoever cannot be waited for is waited for in another way
+}
+
+void BackgroundTasks::abandon() { ::eventfd_write(abandoned_.get(), 1); }
+
 bool BackgroundTasks::drain(std::chrono::milliseconds timeout) {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, timeout, [this] { return running_ == 0; });
-}
-
-void useSmallThreadStacks() {
-    pthread_attr_t attributes;
-    if (pthread_attr_init(&attributes) == 0) {
-        if (pthread_attr_setstacksize(&attributes, stackSize) == 0) {
-            pthread_setattr_default_np(&attributes);
-        }
-        pthread_attr_destroy(&attributes);
-    }
 }
 
 } // namespace Vard

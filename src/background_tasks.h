@@ -1,6 +1,8 @@
 // Detached work that is counted and never outlives the service.
 #pragma once
 
+#include "file_descriptor.h"
+
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -11,7 +13,7 @@ namespace Vard {
 /// Starts every background thread of the process, counts them, and lets the owner wait for all. Any thread.
 class BackgroundTasks {
 public:
-    BackgroundTasks() = default;
+    BackgroundTasks();
     BackgroundTasks(const BackgroundTasks&) = delete;
     BackgroundTasks& operator=(const BackgroundTasks&) = delete;
     /// Blocks until every task has ended.
@@ -27,6 +29,10 @@ public:
     void stop();
     /// True after stop().
     [[nodiscard]] bool stopping() const;
+    /// Waits, for a task, until `readable` is readable; false as soon as such waits are given up.
+    [[nodiscard]] bool await(int readable) const;
+    /// Gives up all such waits, now and from now on: what is waited for may never come.
+    void abandon();
     /// Waits until no task is left; false after `timeout`.
     bool drain(std::chrono::milliseconds timeout);
 
@@ -37,12 +43,10 @@ private:
     std::condition_variable changed_;
     size_t running_ = 0;
     bool stopping_ = false;
+    FileDescriptor abandoned_; // readable once waits are given up
 };
 
 /// Runs `task`; an exception that leaves it is logged under `name`. Any thread.
 void runGuarded(const char* name, const std::function<void()>& task) noexcept;
-
-/// Gives threads created from now on stacks of 256 KiB instead of the system's 8 MiB. Called once at the start.
-void useSmallThreadStacks();
 
 } // namespace Vard

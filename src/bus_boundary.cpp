@@ -3,6 +3,7 @@
 #include "bus_boundary.h"
 
 #include "dbus_service.h"
+#include "user_database.h"
 #include "utils.h"
 
 #include <dbus/dbus.h>
@@ -105,6 +106,7 @@ bool DBusService::handle_message(const DBus::Message& message) {
     } catch (const std::exception& err) {
         error("%s: exception: %s", "handle_message", err.what());
     }
+    request_.reset(); // answered: the end of its session may be told now
     return true;
 }
 
@@ -112,6 +114,7 @@ DBus::Message DBusService::answer(const DBus::CallMessage& call) {
     const ArgumentsGuard guard(call); // wiped before the answer goes out
     const std::string interface = text(call.interface());
     const std::string method = text(call.member());
+    caller_ = text(call.sender());
     auto* adaptor = interface.empty() ? nullptr : find_interface(interface);
     if (adaptor == nullptr || adaptor->introspect() == nullptr) {
         error("%s: unknown interface: `%s', method: `%s'", "handle_message", interface.c_str(), method.c_str());
@@ -128,6 +131,18 @@ DBus::Message DBusService::answer(const DBus::CallMessage& call) {
                           "arguments of " + method + ": expected signature `" + *expected + "'");
     }
     return dispatchGuarded(*adaptor, call, method);
+}
+
+uid_t DBusService::callerUid() {
+    DBus::CallMessage call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                           "GetConnectionUnixUser");
+    DBus::MessageIter out = call.writer();
+    out << caller_;
+    const DBus::Message reply = conn().send_blocking(call);
+    DBus::MessageIter in = reply.reader();
+    uint32_t uid = unknownUid;
+    in >> uid;
+    return uid;
 }
 
 DBus::Message DBusService::dispatchGuarded(DBus::InterfaceAdaptor& adaptor, const DBus::CallMessage& call,

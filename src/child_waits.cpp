@@ -3,6 +3,7 @@
 
 #include "exceptions.h"
 #include "logger.h"
+#include "own_children.h"
 
 #include <sys/wait.h>
 
@@ -15,18 +16,15 @@ namespace Vard {
 
 using namespace std::chrono_literals;
 
-namespace {
-constexpr auto killedLimit = 1s; // in which a killed child ends, unless the kernel holds it
-}
-
 int waitProcessPid(pid_t pid) {
     Syslog::debug("%s: wait pid: %d", "waitProcessPid", pid);
-    int status = -1;
-    while (::waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR) {
-            return -1;
-        }
+    // The end is waited for apart from the status, which a tracer may keep for ever.
+    siginfo_t info{};
+    const bool isChild = ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0;
+    const auto process = isChild ? ProcessHandle::of(pid) : ProcessHandle{};
+    while (!process.endedBy(std::chrono::steady_clock::now() + 1h)) {
     }
+    const int status = OwnChildren::reap(pid).value_or(-1);
     Utils::syslogWaitStatus(status, "waitProcessPid", pid);
     return status;
 }
@@ -47,10 +45,15 @@ ChildWait::ChildWait(BackgroundTasks& tasks, pid_t pid, std::function<void()> af
     if (!process_) {
         Utils::syslogErrno("ChildWait", "pidfd_open", errno);
         ::kill(pid, SIGKILL); // still ours and not reaped, so the number is its own
-        (*task_)();
+        OwnChildren::release(pid, 0s);
         throw vard_error("ChildWait");
     }
-    if (tasks.run("waitProcessPid", [task = task_] { (*task)(); })) {
+    const auto wait = [&tasks, task = task_, process = process_] {
+        if (tasks.await(process.descriptor())) {
+            (*task)();
+        }
+    };
+    if (tasks.run("waitProcessPid", wait)) {
         task_.reset();
     }
 }
@@ -91,29 +94,22 @@ bool ChildWait::endedBy(std::chrono::steady_clock::time_point end) {
 void ChildWait::kill(const char* func) {
     Syslog::warning("%s: child did not end, killed, pid: %d", func, pid_);
     process_.kill();
-    killed_ = true;
-}
-
-int ChildWait::takeBy(std::chrono::steady_clock::time_point end, const char* func) {
-    if (!endedBy(end)) {
-        Syslog::warning("%s: killed child does not end, pid: %d", func, pid_);
-        return -1;
-    }
-    return get();
-}
-
-int ChildWait::getWithin(std::chrono::milliseconds limit, const char* func) {
-    if (!endedBy(std::chrono::steady_clock::now() + limit)) {
-        kill(func);
-    }
-    return takeBy(std::chrono::steady_clock::now() + killedLimit, func);
+    killedAt_ = std::chrono::steady_clock::now();
 }
 
 void ChildWait::killOverdue(const char* func) {
     const auto told = process_.toldToEndFor();
-    if (!killed_ && told && *told > endGrace) {
+    if (!killedAt_ && told && (*told > endGrace || process_.stopped())) {
         kill(func);
     }
+}
+
+bool ChildWait::beyondReach(const char* func) const {
+    const bool beyond = killedAt_ && std::chrono::steady_clock::now() - *killedAt_ > killedGrace;
+    if (beyond) {
+        Syslog::warning("%s: killed child does not end, pid: %d", func, pid_);
+    }
+    return beyond;
 }
 
 void ChildWaits::add(ChildWait child) {
@@ -128,24 +124,21 @@ bool ChildWaits::holds(pid_t pid) {
     return std::ranges::any_of(children_, [pid](const auto& child) { return child.valid() && child.pid() == pid; });
 }
 
-void ChildWaits::collectLocked(const char* func,
-                               const std::function<void(const ProcessHandle& process, int status)>& ended) {
+void ChildWaits::collectLocked(const char* func, const std::function<bool(const ProcessHandle& process)>& ended) {
     // One deadline for the whole pass: a millisecond for each of 400 children would hold both locks for most of a
     // second.
     const auto deadline = std::chrono::steady_clock::now() + 1ms;
-    for (auto& child : children_) {
-        if (!child.valid()) {
-            continue;
+    children_.remove_if([&](ChildWait& child) {
+        if (child.ready(deadline)) {
+            if (!ended(child.process())) {
+                return false;
+            }
+            Utils::syslogWaitStatus(child.get(), func, child.pid());
+            return true;
         }
-        if (!child.ready(deadline)) {
-            child.killOverdue(func);
-            continue;
-        }
-        const int status = child.get();
-        Utils::syslogWaitStatus(status, func, child.pid());
-        ended(child.process(), status);
-    }
-    std::erase_if(children_, [](const auto& child) { return !child.valid(); });
+        child.killOverdue(func);
+        return child.beyondReach(func) && ended(child.process());
+    });
 }
 
 void ChildWaits::endAll(const char* func) {
@@ -160,13 +153,15 @@ void ChildWaits::endAll(const char* func) {
     std::this_thread::sleep_for(100ms);
     const auto deadline = std::chrono::steady_clock::now() + endGrace;
     for (auto& child : children_) {
-        if (child.valid() && !child.endedBy(deadline)) {
+        if (!child.endedBy(deadline)) {
             child.kill(func);
         }
     }
-    const auto last = std::chrono::steady_clock::now() + killedLimit;
+    const auto last = std::chrono::steady_clock::now() + killedGrace;
     for (auto& child : children_) {
-        child.takeBy(last, func);
+        if (!child.endedBy(last)) {
+            Syslog::warning("%s: killed child does not end, pid: %d", func, child.pid());
+        }
     }
     children_.clear();
 }

@@ -16,9 +16,11 @@ namespace Vard {
 
 /// A child told to end that is still there after this long is killed.
 inline constexpr std::chrono::seconds endGrace{10};
+/// A killed child that is still there after this long counts as ended: not even that signal reaches it.
+inline constexpr std::chrono::seconds killedGrace{1};
 
-/// Waits for a child and returns its raw wait status, which is also logged at debug level. Blocks. -1 when there is no
-/// such child.
+/// Waits for a child and returns its raw wait status, which is also logged at debug level. Blocks. -1, after an error
+/// line, when there is no such child.
 int waitProcessPid(pid_t pid);
 
 /// One child, waited for by a background thread, or, when no thread could be had, by whoever asks.
@@ -26,7 +28,7 @@ class ChildWait {
 public:
     /// Takes over the wait for a child that was just started; `afterwards` runs once it has been reaped, before anybody
     /// learns of its end, on whichever thread reaped it. Kills the child, and throws vard_error after an error line,
-    /// when no descriptor can be had to hold it by.
+    /// when no descriptor can be had to hold it by. The thread waits on for a child that everybody else has given up.
     ChildWait(BackgroundTasks& tasks, pid_t pid, std::function<void()> afterwards = {});
     ChildWait(ChildWait&&) = default;
     ChildWait& operator=(ChildWait&&) = default;
@@ -42,20 +44,16 @@ public:
     bool ready(std::chrono::steady_clock::time_point deadline);
     /// Takes the status; blocks until the child has ended. Afterwards valid() is false.
     int get();
-    /// Takes the status; a child that has not ended after `limit` is killed, with a warning under `func`. -1, after
-    /// another warning, when it is still there a second later (its own file system may hold it): the background thread
-    /// then reaps it whenever it ends.
-    int getWithin(std::chrono::milliseconds limit, const char* func);
     /// True when the child has ended by `end`.
     bool endedBy(std::chrono::steady_clock::time_point end);
     /// Kills the child, with a warning under `func`.
     void kill(const char* func);
-    /// Takes the status of a child that ends by `end`; -1, after a warning under `func`, for one that does not.
-    int takeBy(std::chrono::steady_clock::time_point end, const char* func);
-    /// True once kill() or killOverdue() had to be used.
-    [[nodiscard]] bool killed() const { return killed_; }
-    /// Kills the child, with a warning under `func`, when it was told to end more than endGrace ago. Once.
+    /// Kills the child, with a warning under `func`, when it was told to end more than endGrace ago, or cannot obey
+    /// since somebody has stopped it. Once.
     void killOverdue(const char* func);
+    /// True, after a warning under `func`, when the child was killed more than killedGrace ago and is still there: the
+    /// kernel holds it, and it counts as ended.
+    [[nodiscard]] bool beyondReach(const char* func) const;
 
 private:
     void reapWithoutThread();
@@ -64,7 +62,7 @@ private:
     ProcessHandle process_;
     std::shared_ptr<std::packaged_task<int()>> task_; // only set where no thread could be had for it
     std::future<int> status_;
-    bool killed_ = false;
+    std::optional<std::chrono::steady_clock::time_point> killedAt_;
 };
 
 /// The list of children waited for, in the order of their start. Lock order: the session table's lock first.
@@ -79,11 +77,12 @@ public:
     void addLocked(ChildWait child);
     /// True when a child of that pid is still waited for; takes the lock.
     bool holds(pid_t pid);
-    /// Calls `ended(process, status)` for every child that has ended, in list order, and forgets it; kills overdue
-    /// ones. The caller holds the lock. The status is logged under `func`.
-    void collectLocked(const char* func, const std::function<void(const ProcessHandle& process, int status)>& ended);
-    /// Tells all children to end, waits for each, kills those that stay, and empties the list. Takes the lock. Logs
-    /// under `func`.
+    /// Calls `ended(process)` for every child that has ended, or that nothing ends, in list order, and forgets it when
+    /// that answers true; the others come again at the next call. Kills overdue ones. The caller holds the lock. The
+    /// status is logged under `func`.
+    void collectLocked(const char* func, const std::function<bool(const ProcessHandle& process)>& ended);
+    /// Tells all children to end, waits for each, kills those that stay, leaves those that nothing ends, and empties
+    /// the list. Takes the lock. Logs under `func`.
     void endAll(const char* func);
 
 private:

@@ -6,6 +6,7 @@
 #include "utils.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,8 +24,9 @@ namespace {
 
 constexpr const char* busName = "ru.korvex.vard";
 constexpr const char* objectPath = "/ru/korvex/vard";
-// Longer than a child that will not end is given, and than an unmounting takes.
-constexpr std::chrono::seconds drainLimit{15}; // with the ends of the children inside the unit's stop time-out
+// From the end of the loop on: inside the unit's stop time-out.
+constexpr std::chrono::seconds stopLimit{27};
+constexpr std::chrono::seconds leastDrain{1};
 
 // The bus queues a second owner of a name silently; without this look it would overwrite the first one's pid file.
 void acquireName(DBus::Connection& connection) {
@@ -54,6 +56,27 @@ std::optional<DisplayRange> displayRange(const JsonConfig& config, const char* f
     return DisplayRange::of(config.settingInteger("display:min", 33), config.settingInteger("display:max", 55), func);
 }
 
+// The same while the service runs: a value that is no number leaves the range in force, which its default would move.
+std::optional<DisplayRange> changedRange(const JsonConfig& config, const char* func) {
+    const auto range = displayRange(config, func); // says what is wrong with it
+    try {
+        config.getInteger("display:min");
+        config.getInteger("display:max");
+        return range;
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+// Gives the bus its name back, however the service is left and whatever still holds a copy of the connection's socket.
+class BusFarewell {
+public:
+    BusFarewell() = default;
+    BusFarewell(const BusFarewell&) = delete;
+    BusFarewell& operator=(const BusFarewell&) = delete;
+    ~BusFarewell() { serviceDispatcher.hangUp(); }
+};
+
 // Joins the worker however the loop was left.
 class WorkerThread {
 public:
@@ -73,10 +96,12 @@ private:
 
 void DBusService::start(const std::string& path) {
     ::umask(027);
-    useSmallThreadStacks();
+    ::mallopt(M_ARENA_MAX, 1); // short-lived threads would each leave a part of an arena of their own in use
+    AdoptedChildren::adopt();
     Parsec::load();
     DBus::_init_threading();
     DBus::default_dispatcher = &serviceDispatcher;
+    const BusFarewell farewell; // after the library has closed its own end
     DBus::Connection connection = DBus::Connection::SystemBus();
     connection.exit_on_disconnect(false);
     acquireName(connection);
@@ -93,7 +118,7 @@ void DBusService::run(const std::string& path) {
     }
     {
         const WorkerThread thread([this, path] { worker(path); });
-        serviceDispatcher.enter();
+        runGuarded("start", [] { serviceDispatcher.enter(); }); // the sessions are ended in any case
     }
     sessionsClear();
     notice("%s: shutdown complete", "start");
@@ -103,9 +128,11 @@ DBusService::DBusService(DBus::Connection& connection, const std::string& path)
     : Syslog("vard_service"), DBus::ObjectAdaptor(connection, objectPath) {
     config_ = readConfig(path, "DBusService");
     setDebugLevel(config_->settingString("debug:level", "info"));
-    table_.setRange(displayRange(*config_, "DBusService").value_or(DisplayRange{}));
+    applyRange(displayRange(*config_, "DBusService").value_or(DisplayRange{}), *config_);
     runtimeDir_ = config_->settingString("runtime:dir", "/run/vard");
     createRuntimeDirectory();
+    removeStaleAuthority();
+    SocketNest::removeStale(displaySocket(0));
     writePidFile();
     auditLog_.open();
     reloadPrograms(*config_);
@@ -115,8 +142,12 @@ DBusService::~DBusService() {
     std::error_code ignored;
     fs::remove(pidFile(), ignored);
     tasks_.stop();
-    if (!tasks_.drain(drainLimit)) {
+    tasks_.abandon(); // what is still waited for now is beyond reach
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(stopBegan_ + stopLimit -
+                                                                            std::chrono::steady_clock::now());
+    if (!tasks_.drain(std::max<std::chrono::milliseconds>(left, leastDrain))) {
         error("%s: background tasks do not end", "DBusService");
+        serviceDispatcher.hangUp();
         std::_Exit(EXIT_FAILURE); // They use this object; there is nothing left to save.
     }
 }
@@ -138,6 +169,13 @@ void DBusService::reloadPrograms(const JsonConfig& config) {
     programs_ = std::move(list);
 }
 
+// One start sees one state of the displays.
+void DBusService::applyRange(const DisplayRange& range, const JsonConfig& config) {
+    table_.setRange(range);
+    const std::scoped_lock lock(table_.mutex());
+    displays_.configure(range, config.settingBoolean("xvfb:netns", true));
+}
+
 void DBusService::createRuntimeDirectory() {
     std::error_code failed;
     if (!fs::exists(runtimeDir_, failed) && !fs::create_directory(runtimeDir_, failed)) {
@@ -145,6 +183,17 @@ void DBusService::createRuntimeDirectory() {
         throw vard_error("runtime directory failed");
     }
     fs::permissions(runtimeDir_, static_cast<fs::perms>(0755), fs::perm_options::replace, failed);
+}
+
+// An instance that was killed left them: they are cookies of servers that have gone.
+void DBusService::removeStaleAuthority() const {
+    std::error_code failed;
+    for (fs::directory_iterator it(runtimeDir_, failed), end; !failed && it != end; it.increment(failed)) {
+        if (it->path().filename().native().starts_with("xauth_")) {
+            std::error_code ignored;
+            fs::remove(it->path(), ignored);
+        }
+    }
 }
 
 fs::path DBusService::pidFile() const { return runtimeDir_ / "vard_service.pid"; }
@@ -181,9 +230,7 @@ void DBusService::reloadConfig(const std::string& path) {
         config_ = fresh;
     }
     setDebugLevel(fresh->settingString("debug:level", "info"));
-    if (const auto range = displayRange(*fresh, "reloadConfigWatcher")) {
-        table_.setRange(*range);
-    }
+    applyRange(changedRange(*fresh, "reloadConfigWatcher").value_or(table_.range()), *fresh);
     reloadPrograms(*fresh);
     notice("%s: %s", "reloadConfigWatcher", "success");
 }

@@ -5,12 +5,16 @@
 #include "background_tasks.h"
 #include "child_waits.h"
 #include "dispatcher.h"
+#include "display_pool.h"
 #include "json_config.h"
 #include "logger.h"
+#include "own_children.h"
 #include "program_list.h"
 #include "runtime_directory.h"
 #include "session_table.h"
 #include "session_watch.h"
+#include "socket_nest.h"
+#include "user_children.h"
 
 #include <dbus-c++/dbus.h>
 #include <vard_adaptor.h>
@@ -19,7 +23,6 @@
 #include <filesystem>
 #include <functional>
 #include <list>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -49,8 +52,8 @@ struct SecurityFlags {
     std::optional<bool> auth;
 };
 
-/// The bus object "/ru/korvex/vard". Methods run on the main thread, one at a time (only vardSendNotify is called from
-/// a background task too); the watchers run on the worker thread; everything else runs in counted background tasks.
+/// The bus object "/ru/korvex/vard". Methods run on the main thread, one at a time (only notices are sent from
+/// background tasks too); the watchers run on the worker thread; everything else runs in counted background tasks.
 /// Lock order: the session table's lock, then the child list's; neither is held while waiting on the bus or the audit
 /// socket.
 class DBusService final : public Syslog,
@@ -188,7 +191,9 @@ private:
     /// The program list as it stands. Any thread.
     std::shared_ptr<const ProgramList> programs() const;
     void reloadPrograms(const JsonConfig& config);
+    void applyRange(const DisplayRange& range, const JsonConfig& config);
     void createRuntimeDirectory();
+    void removeStaleAuthority() const;
     void writePidFile() const;
     std::filesystem::path pidFile() const;
     void run(const std::string& path);
@@ -198,6 +203,8 @@ private:
     // bus_boundary.cpp
     bool handle_message(const DBus::Message& message) override;
     DBus::Message answer(const DBus::CallMessage& call);
+    /// The user who made the call that is being answered. Main thread; throws DBus::Error when the bus does not tell.
+    uid_t callerUid();
     DBus::Message dispatchGuarded(DBus::InterfaceAdaptor& adaptor, const DBus::CallMessage& call,
                                   const std::string& method);
 
@@ -227,29 +234,43 @@ private:
     // service_display.cpp
     std::pair<std::filesystem::path, std::vector<uint8_t>> createXauthFile(unsigned display, const std::string& user);
     pid_t runXvfbDisplay(unsigned display, unsigned char depth, unsigned short width, unsigned short height,
-                         const std::string& user, const std::filesystem::path& authfile);
+                         const std::string& user, const std::filesystem::path& authfile, const SocketNest* nest);
     std::filesystem::path displaySocket(unsigned display) const;
     bool startDisplay(Session& session, const StartRequest& request, std::vector<uint8_t>& cookie);
-    bool waitDisplay(Session& session, pid_t pid);
+    bool waitDisplay(Session& session, pid_t pid, const std::shared_ptr<SocketNest>& nest);
+    bool awaitSocket(const Session& session, const ProcessHandle& server, const std::filesystem::path& socket);
+    static bool publish(const SocketNest& nest, const std::filesystem::path& usual);
+    [[nodiscard]] std::optional<gid_t> transportGroup() const;
     bool connectDisplay(Session& session, const std::vector<uint8_t>& cookie);
+    void connectOnce(Session& session, const std::vector<uint8_t>& cookie, std::chrono::milliseconds limit);
 
     // service_session_start.cpp
     /// Answers the user's existing session for the same program, resized, or a new one; empty after logging the reason.
+    /// The session's end is not noticed before the request has been answered.
     SessionPtr startSession(const std::string& user, const std::string& password, const unsigned char& depth,
                             const unsigned short& width, const unsigned short& height, const std::string& sessionPath,
                             const std::list<std::string>& sessionArgs);
+    /// The session of that id, whose end is not noticed before the request has been answered; empty when there is none.
+    SessionPtr findForRequest(uint32_t sid);
     SessionPtr findReusableLocked(const StartRequest& request);
-    std::shared_ptr<const uint32_t> takeSlotLocked(SessionPtr*& slot);
-    std::shared_ptr<const uint32_t> takeDisplayLocked(uint32_t display, std::chrono::steady_clock::time_point patience);
-    std::shared_ptr<const uint32_t> waitLeaseLocked(uint32_t display, std::chrono::steady_clock::time_point end);
+    SessionPtr startNewLocked(const StartRequest& request, LoginAudit& audit);
+    /// A slot that is empty, and the right to its display.
+    struct Place {
+        SessionPtr* slot = nullptr;
+        std::shared_ptr<const uint32_t> lease;
+    };
+    Place takePlaceLocked();
+    std::vector<size_t> emptySlotsLocked();
+    Place tryPlaceLocked(size_t index, bool evenResting);
+    Place restingPlaceLocked();
+    Place waitPlaceLocked(std::vector<size_t>& ending);
     SessionPtr newRecord(const StartRequest& request, std::shared_ptr<const uint32_t> lease);
     bool checkAccount(Session& session, const std::string& password, LoginAudit& audit);
-    bool checkHome(const Session& session);
+    bool checkHome(Session& session);
     void sessionMountProfile(Session* session);
     void logIdentity(const Session& session);
     bool startProgram(Session& session, const StartRequest& request);
-    SessionPtr buildSession(const StartRequest& request, std::shared_ptr<const uint32_t> lease, LoginAudit& audit,
-                            bool& homeMissing);
+    SessionPtr buildSession(const StartRequest& request, std::shared_ptr<const uint32_t> lease, LoginAudit& audit);
     void repeatGeometry(const SessionPtr& session, unsigned short width, unsigned short height);
 
     // service_requests.cpp
@@ -265,7 +286,14 @@ private:
 
     // service_transport.cpp
     bool possibleTransport(uint32_t pid);
+    bool mayName(pid_t pid, uid_t sessionUser);
     bool vardCreateNTLMhashFile(const SessionPtr& session, const std::string& password, bool ntlmv2);
+
+    // service_notify.cpp
+    /// vardSendNotify; `attempt`: the notice tells of an attempt to connect, which has a share of its own. Any thread.
+    bool sendNotice(uint32_t session, const std::string& header, const std::string& message, uint8_t urgency,
+                    bool attempt);
+    void startNotice(Session& session, const std::list<std::string>& args, bool attempt);
 
     // service_desktop.cpp
     void waitSessionDBus(const Session* session);
@@ -276,17 +304,23 @@ private:
     std::string readSessionDBusAddress(const std::filesystem::path& directory, uint32_t display);
 
     // The tasks go last: they use everything else.
+    UserChildren userChildren_;
     BackgroundTasks tasks_;
     AuditLog auditLog_;
     SessionTable table_;
     ChildWaits childWaits_;
-    std::map<uint32_t, ProcessHandle> lateServers_; // X servers of failed starts, by display; under the table's lock
+    AdoptedChildren adopted_; // worker thread, and main thread once that has ended
+    DisplayPool displays_;
+    std::mutex noticesLock_; // guards the sessions' notices; taken before the child list's lock, never after
     mutable std::mutex configLock_; // guards the two pointers, not what they point to
     std::shared_ptr<const JsonConfig> config_;
     std::shared_ptr<const ProgramList> programs_;
     std::atomic<time_t> configTime_{0}; // of the file, as last observed; 0: not yet
     std::filesystem::path runtimeDir_;
     std::atomic<bool> busAlive_{true};
+    std::chrono::steady_clock::time_point stopBegan_ = std::chrono::steady_clock::now();
+    std::string caller_; // main thread only: the bus name of who made the call that is being answered
+    RequestHold request_; // main thread only: of the request that is being answered
     bool proxyListenActive_ = false; // main thread only
 };
 

@@ -2,6 +2,8 @@
 #include "dispatcher.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
@@ -42,6 +44,19 @@ void ServiceDispatcher::wake() noexcept {
     // A full pipe wakes the loop just as well.
     [[maybe_unused]] const auto written = ::write(_fdunlock[1], "", 1);
 }
+
+DBus::Watch* ServiceDispatcher::add_watch(DBus::Watch::Internal* internal) {
+    auto* watch = BusDispatcher::add_watch(internal);
+    busSocket_.reset(::fcntl(watch->descriptor(), F_DUPFD_CLOEXEC, 0));
+    return watch;
+}
+
+bool ServiceDispatcher::hungUp() const noexcept {
+    pollfd entry{busSocket_.get(), 0, 0};
+    return ::poll(&entry, 1, 0) > 0 && (entry.revents & POLLHUP) != 0;
+}
+
+void ServiceDispatcher::hangUp() noexcept { ::shutdown(busSocket_.get(), SHUT_RDWR); }
 
 void ServiceDispatcher::drain() noexcept {
     std::array<char, 64> bytes{};

@@ -1,6 +1,8 @@
 // The bus loop of the process, and the flag that keeps it running.
 #pragma once
 
+#include "file_descriptor.h"
+
 #include <dbus-c++/dbus.h>
 
 #include <atomic>
@@ -22,10 +24,20 @@ public:
     /// thread.
     void wake() noexcept;
 
+    /// Remembers the socket of the bus connection.
+    DBus::Watch* add_watch(DBus::Watch::Internal* internal) override;
+    /// True when the bus has closed the connection: the library may not have noticed, as long as it has something left
+    /// to send. Any thread.
+    [[nodiscard]] bool hungUp() const noexcept;
+    /// Takes the connection from the bus, whoever else holds a copy of its socket: its names are free at once. Main
+    /// thread, after the loop has ended.
+    void hangUp() noexcept;
+
 private:
     void drain() noexcept;
 
     std::atomic<bool> leaving_{false};
+    FileDescriptor busSocket_; // a copy, valid however the library's ends
 };
 
 /// The one dispatcher of the process.

@@ -1,6 +1,8 @@
 // Keeps forks away from calls that hold the C library's own locks.
 #include "fork_guard.h"
 
+#include "secret.h"
+
 #include <pthread.h>
 
 #include <atomic>
@@ -47,7 +49,8 @@ void afterInChild() {
 }
 
 // From the start of the program: a fork under way would not wait for handlers that the first guard registers.
-[[maybe_unused]] const int registered = ::pthread_atfork(beforeFork, afterInParent, afterInChild);
+[[maybe_unused]] const int registered =
+    Secret::prepareForks() + ::pthread_atfork(beforeFork, afterInParent, afterInChild);
 
 } // namespace
 

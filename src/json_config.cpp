@@ -19,7 +19,7 @@ namespace Vard {
 namespace {
 
 constexpr size_t largestFile = 16 << 20;
-constexpr int deepestNesting = 64; // the reader recurses, on threads with small stacks
+constexpr int deepestNesting = 64; // the reader recurses
 
 // Never waits: a fifo in the file's place must not hold the service up.
 FileDescriptor openRegular(const std::filesystem::path& path) {

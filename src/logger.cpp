@@ -1,11 +1,16 @@
 // Journal prints with one process-wide level.
 #include "logger.h"
 
+#include "caller_text.h"
+
 #include <sys/wait.h>
 #include <systemd/sd-journal.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdio>
 #include <cstring>
 
 namespace Vard {
@@ -16,10 +21,30 @@ std::atomic<int> Syslog::level{static_cast<int>(DebugLevel::Info)};
 
 namespace {
 
-// The location fields name the logger itself; the caller stands in the message.
+// With its field name no longer than what readers of the journal show.
+constexpr size_t largestLine = (64 << 10) - sizeof "MESSAGE=";
+constexpr size_t markRoom = 48;
+
+// Marks a line that did not fit as cut, where its last whole character ends; `whole` is its length in full.
+void markCut(char* line, size_t whole) {
+    const size_t kept = boundedLength({line, largestLine}, largestLine - markRoom);
+    std::snprintf(line + kept, markRoom, " [cut, %zu bytes]", whole);
+}
+
+// The journal library makes its own copy on the stack, of whatever length. A request's text may hold a password, so
+// that nothing of the line stays here.
 void print(int priority, const char* line, const char* func, const char* format, va_list args) {
     const int saved = errno;
-    sd_journal_printv_with_location(priority, "CODE_FILE=src/logger", line, func, format, args);
+    std::array<char, largestLine + 1> text; // NOLINT(*-member-init): 64 KiB for each line
+    const int whole = std::vsnprintf(text.data(), text.size(), format, args);
+    if (whole > static_cast<int>(largestLine)) {
+        markCut(text.data(), static_cast<size_t>(whole));
+    }
+    if (whole >= 0) {
+        // The location fields name the logger itself; the caller stands in the message.
+        sd_journal_print_with_location(priority, "CODE_FILE=src/logger", line, func, "%s", text.data());
+        ::explicit_bzero(text.data(), std::min(static_cast<size_t>(whole) + 1, text.size()));
+    }
     errno = saved;
 }
 

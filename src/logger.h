@@ -19,7 +19,8 @@ extern std::string ident;
 
 /// Leveled journal prints. The service object inherits it for the identity; everyone else uses the static operations.
 /// Every print takes a printf format, never throws, keeps errno, and may be called from any thread and from a forked
-/// child. By convention a format begins with "%s: " and the name of the calling function.
+/// child. By convention a format begins with "%s: " and the name of the calling function. A line of more than 64 KiB is
+/// cut and ends with " [cut, N bytes]", N being its whole length.
 class Syslog {
 public:
     /// Sets the process-wide identity, under which journal entries are found (`journalctl -t`).

@@ -2,6 +2,7 @@
 #include "dbus_service.h"
 #include "process.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -30,6 +31,18 @@ std::optional<Arguments> parseArguments(int argc, char** argv) {
         }
     }
     return result;
+}
+
+// Whatever is opened later would take the place of a descriptor that is missing here, and the programs of sessions
+// would find a closed one or something of the service's. Before main: the dispatcher's pipe is made before it too.
+[[gnu::constructor(101)]] void openStandardDescriptors() {
+    int fd = ::open("/dev/null", O_RDWR);
+    while (fd >= 0 && fd < STDERR_FILENO) {
+        fd = ::open("/dev/null", O_RDWR);
+    }
+    if (fd > STDERR_FILENO) {
+        ::close(fd);
+    }
 }
 
 void signalHandler(int number) {

@@ -3,9 +3,16 @@
 
 #include "fork_guard.h"
 #include "logger.h"
+#include "own_children.h"
+#include "process.h"
+
+#include <sys/prctl.h>
+#include <syslog.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace Vard {
 
@@ -15,8 +22,30 @@ bool carriable(const std::string& text) {
     return text.find('\0') == std::string::npos && text.size() < PAM_MAX_RESP_SIZE;
 }
 
+/// While modules run: what they start is their own, and other threads' forks wait for the locks that they take. In this
+/// order: a fork that waits for the guard holds what the other needs for a moment.
+struct ModuleCall {
+    ForeignForks forks;
+    ForkGuard guard;
+};
+
 void logFailure(const char* func, const char* call, pam_handle_t* handle, int status) {
     Syslog::error("%s: %s failed, error: %s, code: %d", func, call, ::pam_strerror(handle, status), status);
+}
+
+// Errors and information want none.
+bool wantsAnswer(const pam_message& message) {
+    return message.msg_style == PAM_PROMPT_ECHO_ON || message.msg_style == PAM_PROMPT_ECHO_OFF;
+}
+
+// Wipes and frees the first `count` answers, a password among them.
+void dropAnswers(const pam_message** messages, pam_response* responses, int count) {
+    for (int i = 0; i < count; ++i) {
+        if (wantsAnswer(*messages[i])) {
+            ::explicit_bzero(responses[i].resp, std::strlen(responses[i].resp));
+            std::free(std::exchange(responses[i].resp, nullptr));
+        }
+    }
 }
 
 } // namespace
@@ -27,6 +56,7 @@ PamService::PamService(std::string_view service, const std::string& login, const
         Syslog::error("%s: login or password cannot be passed to PAM", "PamService");
         throw pam_error("PamService");
     }
+    const ModuleCall call;
     status_ = ::pam_start(std::string(service).c_str(), login_.c_str(), &conversation_, &handle_);
     if (status_ != PAM_SUCCESS) {
         if (handle_ != nullptr) {
@@ -37,10 +67,17 @@ PamService::PamService(std::string_view service, const std::string& login, const
     }
 }
 
-// Runs on background threads; the modules take the locks of syslog and of the name service, which a supervisor that is
-// forked meanwhile would need.
 PamService::~PamService() {
-    const ForkGuard guard;
+    if (opened_ && closeInChild()) {
+        const ForkGuard guard;
+        ::pam_end(handle_, status_ | PAM_DATA_SILENT); // ours is only a copy now, as pam_end is told
+    } else {
+        const ModuleCall call;
+        close();
+    }
+}
+
+void PamService::close() const noexcept {
     if (opened_) {
         ::pam_close_session(handle_, 0);
     }
@@ -48,13 +85,34 @@ PamService::~PamService() {
     ::pam_end(handle_, status_);
 }
 
-// A prompt is answered through the i-th pointer of `responses`, as the modules in use expect, which ask one question
-// per call. Only the first pointer is known to be ours to write: a longer list of questions is refused.
+// False when no child can be had. The child lets go of the service first: a module may run or hang for long.
+bool PamService::closeInChild() const noexcept {
+    Utils::rememberJournalSocket();
+    const pid_t pid = OwnChildren::fork();
+    if (pid == 0) {
+        Syslog::syslogChildOpen();
+        Utils::resetChildSignals();
+        ::setsid();
+        ::closelog(); // before its descriptor is closed and given to somebody else
+        Utils::closeInheritedDescriptors();
+        ::prctl(PR_SET_DUMPABLE, 0);
+        Secret::wipeAll();
+        close();
+        ::_exit(EXIT_SUCCESS);
+    }
+    if (pid > 0) {
+        OwnChildren::release(pid, closingLimit);
+    }
+    return pid > 0;
+}
+
+// Each prompt has its place in the array that *responses points to. A module never sees a part of the answers.
 int PamService::auth_conv(int count, const pam_message** messages, pam_response** responses, void* data) {
-    if (responses == nullptr || data == nullptr || messages == nullptr || count != 1) {
+    if (responses == nullptr || data == nullptr || messages == nullptr || count < 1 || count > PAM_MAX_NUM_MSG) {
         return PAM_CONV_ERR;
     }
-    if (*responses == nullptr) {
+    const bool allocated = *responses == nullptr;
+    if (allocated) {
         *responses = static_cast<pam_response*>(std::calloc(static_cast<size_t>(count), sizeof(pam_response)));
         if (*responses == nullptr) {
             return PAM_BUF_ERR;
@@ -62,12 +120,16 @@ int PamService::auth_conv(int count, const pam_message** messages, pam_response*
     }
     const auto* self = static_cast<const PamService*>(data);
     for (int i = 0; i < count; ++i) {
-        const int style = messages[i]->msg_style;
-        if (style != PAM_PROMPT_ECHO_ON && style != PAM_PROMPT_ECHO_OFF) {
-            continue; // errors and information want no answer
+        if (!wantsAnswer(*messages[i])) {
+            continue;
         }
-        responses[i]->resp = ::strdup(style == PAM_PROMPT_ECHO_ON ? self->login_.c_str() : self->getPassword().c_str());
-        if (responses[i]->resp == nullptr) {
+        const bool shown = messages[i]->msg_style == PAM_PROMPT_ECHO_ON;
+        (*responses)[i].resp = ::strdup(shown ? self->login_.c_str() : self->getPassword().c_str());
+        if ((*responses)[i].resp == nullptr) {
+            dropAnswers(messages, *responses, i);
+            if (allocated) {
+                std::free(std::exchange(*responses, nullptr));
+            }
             return PAM_BUF_ERR;
         }
     }
@@ -86,6 +148,7 @@ bool PamService::sameUser(const char* func) {
 }
 
 bool PamService::validateAccount() {
+    const ModuleCall call;
     status_ = ::pam_acct_mgmt(handle_, 0);
     if (status_ == PAM_NEW_AUTHTOK_REQD) {
         status_ = ::pam_chauthtok(handle_, PAM_CHANGE_EXPIRED_AUTHTOK);
@@ -102,6 +165,7 @@ bool PamService::validateAccount() {
 }
 
 bool PamService::checkAuthenticate() {
+    const ModuleCall call;
     status_ = ::pam_authenticate(handle_, 0);
     if (status_ != PAM_SUCCESS) {
         logFailure("checkAuthenticate", "pam_authenticate", handle_, status_);

@@ -6,6 +6,7 @@
 
 #include <security/pam_appl.h>
 
+#include <chrono>
 #include <list>
 #include <string>
 #include <string_view>
@@ -19,11 +20,14 @@ public:
     /// Starts the transaction. Logs and throws pam_error("PamService") when that fails, also for a name or password
     /// that PAM could not carry (an embedded NUL, 512 bytes and more).
     PamService(std::string_view service, const std::string& login, const std::string& password);
-    /// Closes the session if it was marked open, deletes the credentials, ends the transaction; forks of other threads
-    /// wait meanwhile.
+    /// Closes the session if it was marked open, deletes the credentials, ends the transaction. An open session ends in
+    /// a child of its own that nobody waits for, since its modules may take their time; it has closingLimit.
     ~PamService();
     PamService(const PamService&) = delete;
     PamService& operator=(const PamService&) = delete;
+
+    /// What the modules have for a session's end.
+    static constexpr std::chrono::seconds closingLimit{10};
 
     [[nodiscard]] const std::string& getLogin() const { return login_; }
     [[nodiscard]] const std::string& getPassword() const { return password_.text(); }
@@ -45,6 +49,8 @@ public:
 private:
     static int auth_conv(int count, const pam_message** messages, pam_response** responses, void* data);
     bool sameUser(const char* func);
+    [[nodiscard]] bool closeInChild() const noexcept;
+    void close() const noexcept;
 
     pam_handle_t* handle_ = nullptr;
     std::string login_;

@@ -4,10 +4,12 @@
 #include "exceptions.h"
 #include "file_descriptor.h"
 #include "logger.h"
+#include "own_children.h"
 #include "parsec.h"
 #include "user_database.h"
 
 #include <fcntl.h>
+#include <poll.h>
 // This C library's header forgets to say that it is C.
 extern "C" {
 #include <sys/pidfd.h>
@@ -21,7 +23,10 @@ extern "C" {
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <ctime>
+#include <fstream>
 #include <map>
+#include <sstream>
 
 namespace fs = std::filesystem;
 
@@ -31,12 +36,52 @@ char** programArgv = nullptr;
 
 using Clock = std::chrono::steady_clock;
 
+namespace {
+
+// Now and when the process began, in the kernel's clock ticks since the machine's start.
+uint64_t ticksNow() {
+    timespec now{};
+    ::clock_gettime(CLOCK_BOOTTIME, &now);
+    const auto perSecond = static_cast<uint64_t>(::sysconf(_SC_CLK_TCK));
+    return static_cast<uint64_t>(now.tv_sec) * perSecond +
+           static_cast<uint64_t>(now.tv_nsec) * perSecond / 1'000'000'000;
+}
+
+std::optional<uint64_t> beginOf(pid_t pid) {
+    constexpr int fieldsBefore = 19; // behind the name, which may hold anything
+    const std::string text = Utils::readSmallFile("/proc/" + std::to_string(pid) + "/stat");
+    std::istringstream fields(text.substr(std::min(text.rfind(')') + 1, text.size())));
+    std::string skipped;
+    for (int i = 0; i < fieldsBefore; ++i) {
+        fields >> skipped;
+    }
+    uint64_t ticks = 0;
+    return fields >> ticks ? std::optional(ticks) : std::nullopt;
+}
+
+} // namespace
+
 struct ProcessHandle::State {
     pid_t pid = 0;
     FileDescriptor pidfd;
+    std::optional<uint64_t> reportedAt; // set where none could be had
     std::atomic<Clock::rep> toldAt{0}; // 0: not told to end yet
 
-    [[nodiscard]] bool signal(int number) const { return ::pidfd_send_signal(pidfd.get(), number, nullptr, 0) == 0; }
+    [[nodiscard]] bool signal(int number) const {
+        return reportedAt ? signalUnheld(number) : ::pidfd_send_signal(pidfd.get(), number, nullptr, 0) == 0;
+    }
+
+    // A process that began after the report only has the number. While that cannot be told, for want of descriptors
+    // still, the process counts as there and is sent nothing.
+    [[nodiscard]] bool signalUnheld(int number) const {
+        const FileDescriptor found(::pidfd_open(pid, 0));
+        if (!found) {
+            return number == 0 && errno != ESRCH;
+        }
+        const auto began = beginOf(pid);
+        return (began ? *began <= *reportedAt : number == 0) &&
+               ::pidfd_send_signal(found.get(), number, nullptr, 0) == 0;
+    }
 };
 
 ProcessHandle ProcessHandle::of(pid_t pid) {
@@ -52,9 +97,13 @@ ProcessHandle ProcessHandle::of(pid_t pid) {
 
 ProcessHandle ProcessHandle::reported(pid_t pid) {
     ProcessHandle handle = of(pid);
+    const int failed = errno;
     if (!handle && pid > 0) {
         handle.state_ = std::make_shared<State>();
         handle.state_->pid = pid;
+        if (failed != ESRCH) { // nobody's number
+            handle.state_->reportedAt = ticksNow();
+        }
     }
     return handle;
 }
@@ -73,6 +122,36 @@ bool ProcessHandle::terminate() const {
 }
 
 bool ProcessHandle::kill() const { return state_ && state_->signal(SIGKILL); }
+
+void ProcessHandle::killGroup() const {
+    if (pid() > 1) {
+        ::kill(-pid(), SIGKILL);
+    }
+    kill();
+}
+
+int ProcessHandle::descriptor() const { return state_ ? state_->pidfd.get() : -1; }
+
+bool ProcessHandle::endedBy(Clock::time_point deadline) const {
+    while (descriptor() >= 0) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        pollfd entry{descriptor(), POLLIN, 0};
+        const int ready = ::poll(&entry, 1, static_cast<int>(std::max<int64_t>(left, 0)));
+        if (ready > 0 || (ready == 0 && left <= 0)) {
+            return ready > 0;
+        }
+    }
+    return true;
+}
+
+// The state follows the name, which may hold blanks and brackets of its own.
+bool ProcessHandle::stopped() const {
+    std::ifstream file("/proc/" + std::to_string(pid()) + "/stat");
+    std::string line;
+    std::getline(file, line);
+    const size_t end = line.rfind(") ");
+    return end != std::string::npos && (line[end + 2] == 'T' || line[end + 2] == 't');
+}
 
 std::optional<Clock::duration> ProcessHandle::toldToEndFor() const {
     const Clock::rep told = state_ ? state_->toldAt.load() : 0;
@@ -188,6 +267,18 @@ void movingProcessToVardCgroup() {
 
 namespace Utils {
 
+uid_t processOwner(pid_t pid) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string word; status >> word;) {
+        if (word == "Uid:") {
+            uid_t real = unknownUid;
+            status >> real;
+            return real;
+        }
+    }
+    return unknownUid;
+}
+
 namespace {
 
 void requireProgram(const fs::path& program) {
@@ -201,27 +292,28 @@ void requireProgram(const fs::path& program) {
 } // namespace
 
 pid_t runChildProcess(const fs::path& program, const std::list<std::string>& args, const std::string& user,
-                      const std::list<std::string>& environment, const fs::path& log) {
+                      const std::list<std::string>& environment, const ChildOptions& options) {
     requireProgram(program);
-    return runChildProcess(program, args, Identity::of(user), environment, log);
+    return runChildProcess(program, args, Identity::of(user), environment, options);
 }
 
 pid_t runChildProcess(const fs::path& program, const std::list<std::string>& args, const Identity& identity,
-                      const std::list<std::string>& environment, const fs::path& log, bool endWithParent) {
+                      const std::list<std::string>& environment, const ChildOptions& options) {
     requireProgram(program);
     auto variables = identity.environment();
     variables.insert(variables.end(), environment.begin(), environment.end());
     variables = lastOfEach(std::move(variables));
     const auto argv = createARGV(program.native(), args);
     const auto envp = createENVP(variables);
+    rememberJournalSocket();
     const BlockedSignals blocked;
-    const pid_t pid = ::fork();
+    const pid_t pid = OwnChildren::fork();
     if (pid < 0) {
         syslogErrno("runChildProcess", "fork", errno);
         throw vard_error("runChildProcess");
     }
     if (pid == 0) {
-        runOwnerCommand(program.c_str(), argv, envp, identity, log, endWithParent);
+        runOwnerCommand(program.c_str(), argv, envp, identity, options);
     }
     return pid;
 }

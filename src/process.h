@@ -27,7 +27,8 @@ public:
     /// it, or no descriptor can be had.
     static ProcessHandle of(pid_t pid);
     /// A process that somebody else reports. It may have gone already: the handle then bears its number and reaches
-    /// nobody. None when the number is not positive.
+    /// nobody. When no descriptor can be had for one that is there, it is held by its number and the moment of the
+    /// report: whoever began later is a stranger. None when the number is not positive.
     static ProcessHandle reported(pid_t pid);
 
     /// The process id, 0 when none. Stays after the process has ended.
@@ -38,11 +39,21 @@ public:
     [[nodiscard]] bool sameAs(const ProcessHandle& other) const { return state_ && state_ == other.state_; }
     /// True while the process is there, as a zombie too.
     [[nodiscard]] bool exists() const;
+    /// Waits until `deadline` for the process to end; one in the past only looks. True for a zombie, too, and when
+    /// there is no process.
+    [[nodiscard]] bool endedBy(std::chrono::steady_clock::time_point deadline) const;
+    /// True when somebody has stopped the process, by a signal or as its tracer. Only for one that is not reaped yet.
+    [[nodiscard]] bool stopped() const;
+    /// What tells of the end, by becoming readable; -1 when there is none.
+    [[nodiscard]] int descriptor() const;
 
     /// Sends SIGTERM and remembers when the process was told first. False when there is none or it has gone.
     bool terminate() const;
     /// Sends SIGKILL.
     bool kill() const;
+    /// Sends SIGKILL to the process and to the group that it leads, if any. Only for a child that is not reaped yet:
+    /// its number is the group's.
+    void killGroup() const;
     /// How long ago terminate() was called first; none when it never was.
     [[nodiscard]] std::optional<std::chrono::steady_clock::duration> toldToEndFor() const;
 
@@ -81,27 +92,37 @@ void changeProcessName(const char* name);
 /// Puts the current process into the service's own CPU cgroup (version 1 hierarchy); logs when there is none.
 void movingProcessToVardCgroup();
 
+/// How a program is started, beside its user.
+struct ChildOptions {
+    std::filesystem::path log{}; ///< takes its outputs, opened under the user's identity; empty: /dev/null
+    bool endWithParent = false; ///< the program gets SIGTERM when the thread that started it ends before it
+    bool ownNetwork = false; ///< in a network namespace of its own; without one the child ends as a failure
+    std::filesystem::path seenDirectory{}; ///< seen in the place of `usualDirectory`; empty: none
+    std::filesystem::path usualDirectory{};
+};
+
 namespace Utils {
 
+/// The real user of a process; all ones when nobody bears the number. Not the owner of its directory, which is root's
+/// as soon as a process says that it must not be dumped. Any thread.
+uid_t processOwner(pid_t pid);
+
 /// Starts `program` as `user` in a session of its own, with `environment` on top of the identity's variables (later
-/// entries win), standard input from /dev/null and its outputs to `log` or, when empty, to /dev/null; the log is opened
-/// under the user's identity. Default signals but SIGINT and SIGHUP ignored, no descriptor inherited. Returns the
-/// child's pid, which the caller must wait for. Logs and throws vard_error when the program does not exist, the user is
-/// unknown or fork fails. A child that cannot become the user, or cannot execute the program, ends with a non-zero
-/// status.
+/// entries win) and standard input from /dev/null. Default signals but SIGINT and SIGHUP ignored, no descriptor
+/// inherited: they are closed before anything of the user's is touched. Returns the child's pid, which the caller must
+/// wait for. Logs and throws vard_error when the program does not exist, the user is unknown or fork fails. A child
+/// that cannot become the user, or cannot execute the program, ends with a non-zero status.
 pid_t runChildProcess(const std::filesystem::path& program, const std::list<std::string>& args, const std::string& user,
-                      const std::list<std::string>& environment, const std::filesystem::path& log = {});
+                      const std::list<std::string>& environment, const ChildOptions& options = {});
 /// The same for an identity that was looked up before; what runs between fork and exec touches no database.
-/// `endWithParent`: the program gets SIGTERM when the calling thread's process ends before it.
 pid_t runChildProcess(const std::filesystem::path& program, const std::list<std::string>& args,
                       const Identity& identity, const std::list<std::string>& environment,
-                      const std::filesystem::path& log = {}, bool endWithParent = false);
+                      const ChildOptions& options = {});
 
 /// The child half: becomes the user and executes; never returns, not even by an exception. `argv` and `envp` are built
 /// before the fork.
 [[noreturn]] void runOwnerCommand(const char* program, const std::vector<char*>& argv, const std::vector<char*>& envp,
-                                  const Identity& identity, const std::filesystem::path& log,
-                                  bool endWithParent) noexcept;
+                                  const Identity& identity, const ChildOptions& options) noexcept;
 
 /// Gives the current process the user's identity: supplementary groups (but for root), home directory, group, user, and
 /// the variables USER, LOGNAME, HOME, SHELL, TERM. False, with an error line, when the ids could not be taken: the
@@ -116,18 +137,21 @@ void redirectOutputsFdTo(const std::filesystem::path& path) noexcept;
 /// Points standard input at /dev/null. Only in a forked child.
 void redirectInput() noexcept;
 
-/// Puts signal actions and the signal mask back to their defaults in a forked child; SIGINT and SIGHUP are ignored.
-void resetChildSignals() noexcept;
-/// Closes every descriptor above standard error in a forked child that goes on without exec, but for the journal's, so
-/// that its log lines still arrive, and `keep`.
+/// Puts signal actions and the signal mask back to their defaults in a forked child; SIGINT and SIGHUP are ignored,
+/// SIGTERM is handled by `onTerminate` when there is one, also when it came before.
+void resetChildSignals(void (*onTerminate)(int) = nullptr) noexcept;
+/// Finds the journal's socket among the open descriptors and remembers it for the children forked from now on. Any
+/// thread.
+void rememberJournalSocket() noexcept;
+/// Closes every descriptor above standard error in a forked child, but for the journal's, so that its log lines still
+/// arrive, and `keep`. Before a child touches anything of a user's: a file system of the user's own can hold it for
+/// ever, with all that it still has open.
 void closeInheritedDescriptors(int keep = -1) noexcept;
 
 /// The first 64 KiB of a file; opened without blocking and, unless told, without following a final link, regular files
 /// only. Empty
 /// when it cannot be read. Call it under the identity of the file's owner.
 std::string readSmallFile(const std::filesystem::path& path, bool followLink = false);
-/// The first line of such a file, without its end.
-std::string readFirstLine(const std::filesystem::path& path);
 
 } // namespace Utils
 } // namespace Vard

@@ -4,10 +4,12 @@
 #include "logger.h"
 #include "parsec.h"
 #include "process.h"
+#include "secret.h"
 
 #include <fcntl.h>
 #include <grp.h>
-#include <linux/close_range.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -16,11 +18,13 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
-#include <charconv>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <system_error>
+#include <vector>
 
 namespace fs = std::filesystem;
 
@@ -30,8 +34,9 @@ namespace {
 
 constexpr mode_t logMode = 0640;
 constexpr mode_t logDirectoryMode = 0700;
-constexpr mode_t userMask = 022; // what users expect of a new file; the service's own is stricter
 constexpr size_t largestText = 64 << 10;
+
+std::atomic<int> journalSocket{-1};
 
 // The parent must see a failed child.
 [[noreturn]] void endAsFailure() noexcept {
@@ -81,8 +86,39 @@ bool isJournalSocket(int fd) noexcept {
            ::getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0 && errno == ENOTCONN;
 }
 
+std::vector<int> openDescriptors() noexcept {
+    std::vector<int> descriptors;
+    std::error_code failed;
+    for (fs::directory_iterator it("/proc/self/fd", failed), end; !failed && it != end; it.increment(failed)) {
+        descriptors.push_back(std::atoi(it->path().filename().c_str()));
+    }
+    return descriptors;
+}
+
+// One by one where the call is refused, as by a container's filter.
+void closeBetween(unsigned first, unsigned last) noexcept {
+    if (first > last || ::close_range(first, last, 0) == 0) {
+        return;
+    }
+    for (const int fd : openDescriptors()) {
+        if (static_cast<unsigned>(fd) >= first && static_cast<unsigned>(fd) <= last) {
+            ::close(fd);
+        }
+    }
+}
+
 bool stillRoot(const Identity& identity) noexcept {
     return identity.uid != 0 && (::getuid() == 0 || ::geteuid() == 0 || ::setuid(0) == 0);
+}
+
+// What is mounted outside later is still seen in a mount namespace of its own, but not the other way round.
+bool enterNamespaces(const ChildOptions& options) noexcept {
+    if (options.ownNetwork && ::unshare(CLONE_NEWNET) != 0) {
+        return false;
+    }
+    return options.seenDirectory.empty() ||
+           (::unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", nullptr, MS_REC | MS_SLAVE, nullptr) == 0 &&
+            ::mount(options.seenDirectory.c_str(), options.usualDirectory.c_str(), nullptr, MS_BIND, nullptr) == 0);
 }
 
 void becomeOwner(const Identity& identity) noexcept {
@@ -92,13 +128,14 @@ void becomeOwner(const Identity& identity) noexcept {
     if (!switchToUser(identity)) {
         endAsFailure();
     }
+    ::prctl(PR_SET_DUMPABLE, 0); // still a copy of the service: no core of it is the user's
     Syslog::debug("%s: switched user: %s, current uid: %d, gid: %d", "runOwnerCommand", identity.user.c_str(),
                   static_cast<int>(::getuid()), static_cast<int>(::getgid()));
 }
 
 } // namespace
 
-void resetChildSignals() noexcept {
+void resetChildSignals(void (*onTerminate)(int)) noexcept {
     struct sigaction action {};
     action.sa_handler = SIG_DFL;
     for (int number = 1; number < NSIG; ++number) {
@@ -107,25 +144,37 @@ void resetChildSignals() noexcept {
     action.sa_handler = SIG_IGN;
     ::sigaction(SIGINT, &action, nullptr);
     ::sigaction(SIGHUP, &action, nullptr);
+    if (onTerminate != nullptr) {
+        action.sa_handler = onTerminate;
+        action.sa_flags = SA_RESTART;
+        ::sigaction(SIGTERM, &action, nullptr);
+    }
     sigset_t none{};
     ::sigemptyset(&none);
     ::sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-void closeInheritedDescriptors(int keep) noexcept {
-    try {
-        std::vector<int> descriptors;
-        for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
-            descriptors.push_back(std::atoi(entry.path().filename().c_str()));
-        }
-        for (const int fd : descriptors) {
-            if (fd > STDERR_FILENO && fd != keep && !isJournalSocket(fd)) {
-                ::close(fd);
-            }
-        }
-    } catch (...) {
-        ::close_range(STDERR_FILENO + 1, ~0U, 0);
+void rememberJournalSocket() noexcept {
+    if (isJournalSocket(journalSocket)) {
+        return;
     }
+    int found = -1;
+    for (const int fd : openDescriptors()) {
+        found = isJournalSocket(fd) ? fd : found;
+    }
+    journalSocket = found;
+}
+
+void closeInheritedDescriptors(int keep) noexcept {
+    const int journal = isJournalSocket(journalSocket) ? journalSocket.load() : -1;
+    unsigned first = STDERR_FILENO + 1;
+    for (const int kept : {std::min(journal, keep), std::max(journal, keep)}) {
+        if (kept > STDERR_FILENO) {
+            closeBetween(first, static_cast<unsigned>(kept) - 1);
+            first = static_cast<unsigned>(kept) + 1;
+        }
+    }
+    closeBetween(first, ~0U);
 }
 
 bool switchToUser(const std::string& user) {
@@ -183,8 +232,10 @@ void redirectOutputsFdTo(const fs::path& path) noexcept {
         ::mkdir(path.parent_path().c_str(), logDirectoryMode); // usually there
         fd = openLog(path);
     }
-    while (fd < 0) {
-        fd = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+    while (fd < 0 && (fd = ::open("/dev/null", O_RDWR | O_CLOEXEC)) < 0) {
+        if (errno == EMFILE) {
+            endAsFailure(); // the user, whose process this is by now, has left it no room
+        }
     }
     ::dup2(fd, STDERR_FILENO);
     ::dup2(fd, STDOUT_FILENO);
@@ -194,24 +245,27 @@ void redirectOutputsFdTo(const fs::path& path) noexcept {
 }
 
 void runOwnerCommand(const char* program, const std::vector<char*>& argv, const std::vector<char*>& envp,
-                     const Identity& identity, const fs::path& log, bool endWithParent) noexcept {
+                     const Identity& identity, const ChildOptions& options) noexcept {
     Syslog::syslogChildOpen();
     if (identity.integrity && !Parsec::applyIntegrity(*identity.integrity, "runChildProcess")) {
         endAsFailure();
     }
     Syslog::debug("%s: cmd: `%s', owner: `%s', pid: %d, process uid: %d", "runOwnerCommand", program,
                   identity.user.c_str(), ::getpid(), static_cast<int>(::getuid()));
-    // Closed at exec rather than now: the journal's cached socket is among them, and a failed exec is worth a line.
-    ::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+    closeInheritedDescriptors();
+    Secret::wipeAll();
     ::setsid(); // away from the terminal of the service, which a user's program could type into
     resetChildSignals();
+    if (!enterNamespaces(options)) {
+        syslogErrno("runOwnerCommand", "unshare", errno);
+        endAsFailure();
+    }
     becomeOwner(identity);
-    if (endWithParent) {
+    if (options.endWithParent) {
         ::prctl(PR_SET_PDEATHSIG, SIGTERM); // the change of ids would have undone it
     }
-    ::umask(userMask);
     redirectInput();
-    redirectOutputsFdTo(log);
+    redirectOutputsFdTo(options.log);
     ::execve(program, argv.data(), envp.data());
     syslogErrno("runOwnerCommand", "execv", errno);
     endAsFailure();
@@ -228,11 +282,6 @@ std::string readSmallFile(const fs::path& path, bool followLink) {
     const ssize_t count = ::read(file.get(), text.data(), text.size());
     text.resize(count > 0 ? static_cast<size_t>(count) : 0);
     return text;
-}
-
-std::string readFirstLine(const fs::path& path) {
-    const std::string text = readSmallFile(path);
-    return text.substr(0, text.find('\n'));
 }
 
 } // namespace Vard::Utils

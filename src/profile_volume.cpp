@@ -3,15 +3,16 @@
 
 #include "file_descriptor.h"
 #include "logger.h"
+#include "trusted_path.h"
 
 #include <blkid/blkid.h>
-#include <fcntl.h>
 #include <sys/mount.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -31,6 +32,7 @@ constexpr std::chrono::seconds processesEnd{11}; // a child told to end is kille
 struct HomeUse {
     std::mutex lock; // held while the kernel mounts and unmounts, which may write out much
     int sessions = 0;
+    std::string place; // what the home is without links, where the profile was mounted
 };
 
 HomeUse& useOf(const std::string& home) {
@@ -81,22 +83,38 @@ std::list<PVOL> listDevices(blkid_cache cache) {
     return result;
 }
 
-// Mounts on the directory itself, never on what a link in its place points to. Sets errno on failure.
-bool mountOn(const std::string& directory, const std::string& devname, const std::string& fstype, const char* data) {
-    const FileDescriptor target(::open(directory.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!target) {
-        return false;
+std::string kernelPath(const FileDescriptor& directory) { return "/proc/self/fd/" + std::to_string(directory.get()); }
+
+/// The directory of a home, and its path without links, for the unmounting: the links may change meanwhile.
+struct Place {
+    FileDescriptor directory;
+    std::string path;
+};
+
+// No link of a user's is followed. None, with errno set, when there is no such directory.
+Place placeOf(const std::string& home) {
+    Place place{walkTo(home, LastLink::followed), ""};
+    std::error_code failed;
+    if (place.directory) {
+        place.path = std::filesystem::read_symlink(kernelPath(place.directory), failed);
     }
-    const std::string path = "/proc/self/fd/" + std::to_string(target.get());
-    return ::mount(devname.c_str(), path.c_str(), fstype.c_str(), 0, data) == 0;
+    return place;
+}
+
+bool mountOn(const Place& place, const std::string& devname, const std::string& fstype, const char* data) {
+    return place.directory &&
+           ::mount(devname.c_str(), kernelPath(place.directory).c_str(), fstype.c_str(), 0, data) == 0;
 }
 
 // Ends one session's use of the profile. False when it was the last and the mount is still there.
 bool leave(const std::string& home) {
     auto& use = useOf(home);
     const std::scoped_lock lock(use.lock);
-    if (use.sessions <= 1 && ::umount2(home.c_str(), UMOUNT_NOFOLLOW) != 0) {
-        return false;
+    if (use.sessions <= 1) {
+        if (::umount2(use.place.c_str(), UMOUNT_NOFOLLOW) != 0) {
+            return false;
+        }
+        use.place.clear();
     }
     --use.sessions;
     return true;
@@ -154,11 +172,15 @@ bool mountProfile(const std::string& username, const std::string& home, const st
     auto& use = useOf(home);
     const std::scoped_lock lock(use.lock);
     // The kernel refuses to mount it twice; it is there for another session of the user's, which may be on its way out.
-    const bool usable = mountOn(home, volume->devname, fstype, option.empty() ? nullptr : option.c_str()) ||
-                        (errno == EBUSY && use.sessions > 0);
+    const Place place = placeOf(home);
+    const bool mounted = mountOn(place, volume->devname, fstype, option.empty() ? nullptr : option.c_str());
+    const bool usable = mounted || (errno == EBUSY && use.sessions > 0);
     if (!usable) {
         Utils::syslogErrno("sessionMountProfile", "mount", errno);
         return false;
+    }
+    if (mounted) {
+        use.place = place.path;
     }
     ++use.sessions;
     return true;

@@ -24,15 +24,15 @@ inline constexpr const char* profilePartitionType = "773f91ef-66d4-49b5-bd83-d68
 const PVOL* findProfileVolume(const std::list<PVOL>& partitions, const std::string& username);
 
 /// Mounts the user's profile partition on `home` if there is one. True when it was mounted, or is there already for
-/// another session of the user's; a failed mount is logged under "sessionMountProfile", a missing partition is not. A
-/// final link at `home` is never followed. Any thread.
+/// another session of the user's; a failed mount is logged under "sessionMountProfile", a missing partition is not. No
+/// link is followed but root's own (see walkTo). Any thread.
 bool mountProfile(const std::string& username, const std::string& home, const std::string& fstype,
                   const std::string& option);
 
-/// Undoes one mountProfile that answered true. Unmounts `home` when no other session uses the profile, without
-/// following a link: up to five attempts, each after a sleep of 350 ms. When all fail, and `inUse` can tell that the
-/// session's own processes were in the way, five more once it says no, or after 11 s. What is still held then stays
-/// mounted. Blocks; logs nothing.
+/// Undoes one mountProfile that answered true. Unmounts it from where it was mounted when no other session
+/// uses it, without following a link: up to five attempts, each after a sleep of 350 ms. When all fail, and `inUse` can
+/// tell that the session's own processes were in the way, five more once it says no, or after 11 s. What is still held
+/// then stays mounted. Blocks; logs nothing.
 void unmountProfile(const std::string& home, const std::function<bool()>& inUse = {});
 
 } // namespace Vard

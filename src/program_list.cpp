@@ -27,7 +27,7 @@ bool pathExists(const fs::path& path) {
 
 // The command without its arguments and field codes, as a path where there is one.
 fs::path executable(const std::string& exec) {
-    const std::string command = exec.substr(0, exec.find(' '));
+    const std::string command = exec.substr(0, exec.find_first_of(" \t"));
     const fs::path inBin = fs::path("/usr/bin/") / command;
     return pathExists(command) || !pathExists(inBin) ? fs::path(command) : inBin;
 }
@@ -50,6 +50,18 @@ bool missingBinary(const Program& program) {
     return true;
 }
 
+// One that cannot be understood costs itself only.
+void addElement(std::list<Program>& programs, const Json::Value& element, const fs::path& path, unsigned place) {
+    try {
+        Program program;
+        element >> program;
+        programs.push_back(std::move(program));
+    } catch (const std::exception& err) {
+        Syslog::error("%s: wrong element, path: %s, place: %u, exception: %s", "reload", path.c_str(), place,
+                      err.what());
+    }
+}
+
 // The administrator's own programs; none, after an error line, when the file cannot be understood.
 std::optional<std::list<Program>> readPrograms(const fs::path& path) {
     if (!pathExists(path)) {
@@ -61,7 +73,10 @@ std::optional<std::list<Program>> readPrograms(const fs::path& path) {
         Syslog::error("%s: not json array: %s", "reload", path.c_str());
         return std::nullopt;
     }
-    auto programs = valueToList<Program>(json);
+    std::list<Program> programs;
+    for (Json::ArrayIndex index = 0; index < json.size(); ++index) {
+        addElement(programs, json[index], path, index + 1);
+    }
     programs.remove_if(missingBinary);
     return programs;
 }

@@ -38,8 +38,9 @@ std::list<T> valueToList(const Json::Value& value) {
 class ProgramList {
 public:
     /// Builds the list anew from `desktopDir` and the JSON file. False, after an error line, when the JSON part could
-    /// not be read; the desktop entries stay. Never throws for what lies in the files. The names take at most 4 MiB
-    /// together; what is beyond is dropped with a warning.
+    /// not be read; the desktop entries stay. An element that cannot be understood is left out after an error line that
+    /// names its place, counted from 1. Never throws for what lies in the files. The names take at most 4 MiB together;
+    /// what is beyond is dropped with a warning.
     bool reload(const std::filesystem::path& path, const std::filesystem::path& desktopDir = "/usr/share/applications");
     /// The first program of exactly that name, or null; valid until the next reload.
     [[nodiscard]] const Program* find(const std::string& name) const;

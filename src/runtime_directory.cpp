@@ -2,12 +2,14 @@
 #include "runtime_directory.h"
 
 #include "logger.h"
+#include "trusted_path.h"
 #include "user_database.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -19,23 +21,6 @@ namespace {
 constexpr mode_t parentMode = 0755;
 constexpr mode_t ownMode = 0700;
 
-std::vector<std::string> components(const fs::path& path) {
-    std::vector<std::string> names;
-    for (const auto& name : path.lexically_normal().relative_path()) {
-        if (!name.empty()) { // a trailing slash
-            names.push_back(name.string());
-        }
-    }
-    return names;
-}
-
-// The directory itself; a slash at the end would let a link through.
-FileDescriptor openDirectory(const fs::path& path) {
-    const fs::path plain = path.lexically_normal();
-    const fs::path named = plain.has_filename() ? plain : plain.parent_path();
-    return FileDescriptor(::open(named.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-}
-
 // What root made is the administrator's choice. Another user would own what the session trusts.
 bool trusted(const FileDescriptor& directory, const std::string& user) {
     struct stat info {};
@@ -45,10 +30,10 @@ bool trusted(const FileDescriptor& directory, const std::string& user) {
 } // namespace
 
 RuntimeDirectory::RuntimeDirectory(const fs::path& path, const std::string& user) {
-    FileDescriptor directory = openDirectory(path);
-    if (!directory) {
-        directory = create(path, user);
-    }
+    const auto makeMissing = [&](int parent, const std::string& name, bool last) {
+        return last ? make(parent, name, ownMode, user) : make(parent, name, parentMode, "");
+    };
+    const FileDescriptor directory = walkTo(path, LastLink::refused, makeMissing);
     if (!directory) {
         Syslog::error("%s: create xdg directory failed, path: %s", "startSession", path.c_str());
         return;
@@ -65,36 +50,21 @@ RuntimeDirectory::~RuntimeDirectory() {
     }
 }
 
-FileDescriptor RuntimeDirectory::create(const fs::path& path, const std::string& user) {
-    auto names = components(path);
-    if (!path.is_absolute() || names.empty()) {
-        return {};
+// Somebody else may make it at the same moment: then it is found, and not ours to remove.
+bool RuntimeDirectory::make(int parent, const std::string& name, mode_t mode, const std::string& owner) {
+    FileDescriptor kept(::fcntl(parent, F_DUPFD_CLOEXEC, 0));
+    if (!kept || ::mkdirat(parent, name.c_str(), mode) != 0) {
+        return kept && errno == EEXIST;
     }
-    const std::string own = std::move(names.back());
-    names.pop_back();
-    FileDescriptor at(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    for (const auto& parent : names) {
-        at = enter(std::move(at), parent, parentMode);
+    made_.push_back({std::move(kept), name});
+    const FileDescriptor own(::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!own || ::fchmod(own.get(), mode) != 0) { // the process's umask has no say here
+        return false;
     }
-    const size_t before = made_.size();
-    at = enter(std::move(at), own, ownMode);
-    if (at && made_.size() > before) {
-        Utils::setOwner(at.get(), user, "");
+    if (!owner.empty()) {
+        Utils::setOwner(own.get(), owner, "");
     }
-    return at;
-}
-
-// One step down, making the directory when it is missing; no link is followed. None when `at` is none.
-FileDescriptor RuntimeDirectory::enter(FileDescriptor at, const std::string& name, mode_t mode) {
-    const bool made = ::mkdirat(at.get(), name.c_str(), mode) == 0;
-    FileDescriptor next(::openat(at.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (made) {
-        made_.push_back({std::move(at), name});
-    }
-    if (made && next && ::fchmod(next.get(), mode) != 0) { // the process's umask has no say here
-        next.reset();
-    }
-    return next;
+    return true;
 }
 
 } // namespace Vard

@@ -17,9 +17,9 @@ class RuntimeDirectory {
 public:
     /// Makes sure the directory exists: an existing one is left as it is, but refused when it is a link or another
     /// user's (neither `user`'s nor root's); a missing one is created with its parents (0755) and itself exactly 0700,
-    /// owned by `user`. A new one is made through descriptors, with no link followed below the root. Logs "%s: create
-    /// xdg directory failed, path: %s" or "%s: xdg directory of another user refused, path: %s" under "startSession" on
-    /// failure; valid() is false then.
+    /// owned by `user`. The path is absolute; on the way to it no link is followed but root's own (see walkTo). Logs
+    /// "%s: create xdg directory failed, path: %s" or "%s: xdg directory of another user refused, path: %s" under
+    /// "startSession" on failure; valid() is false then.
     RuntimeDirectory(const std::filesystem::path& path, const std::string& user);
     /// Removes what was created, as far as it is still empty.
     ~RuntimeDirectory();
@@ -36,8 +36,7 @@ private:
         std::string name;
     };
 
-    FileDescriptor create(const std::filesystem::path& path, const std::string& user);
-    FileDescriptor enter(FileDescriptor at, const std::string& name, mode_t mode);
+    bool make(int parent, const std::string& name, mode_t mode, const std::string& owner);
 
     std::vector<Made> made_; // outermost first
     bool valid_ = false;

@@ -46,6 +46,11 @@ private:
 
 } // namespace
 
+int Secret::prepareForks() {
+    Registry::instance();
+    return 0;
+}
+
 Secret::Secret() { Registry::instance().add(this); }
 
 Secret::Secret(const std::string& text) : text_(text) { Registry::instance().add(this); }

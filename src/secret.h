@@ -23,6 +23,9 @@ public:
     /// Overwrites and empties the text.
     void wipe() noexcept;
 
+    /// Makes forks wait for the list of secrets. Called before the guard that may hold them up longer is made, so that
+    /// the list is taken last.
+    static int prepareForks();
     /// Wipes every secret of the process. For a forked child; never blocks there.
     static void wipeAll() noexcept;
 

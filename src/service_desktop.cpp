@@ -1,13 +1,13 @@
 // Preparing a session's desktop from outside: small tools run as the user, the screen's size, the windows' size.
 #include "dbus_service.h"
 
+#include "bus_address.h"
 #include "screen_mode.h"
 #include "session_command.h"
+#include "user_scope.h"
 #include "utils.h"
 #include "window_fitting.h"
 
-#include <sstream>
-#include <string_view>
 #include <system_error>
 
 namespace Vard {
@@ -19,7 +19,6 @@ namespace {
 constexpr int fittingPasses = 10;
 constexpr auto fittingPause = 550ms;
 constexpr auto addressLimit = 2s; // a query is not held up by a home directory that does not answer
-constexpr std::string_view addressKey = "DBUS_SESSION_BUS_ADDRESS=";
 
 /// Runs a tool in the session and waits for its end; whatever happens is logged under `name`, and the caller goes on.
 void waitTool(const Session* session, const char* name, const std::string& program,
@@ -28,8 +27,7 @@ void waitTool(const Session* session, const char* name, const std::string& progr
         return;
     }
     try {
-        auto tool = runSessionCommand(*session, program, args, {}, false);
-        waitSessionCommand(*session, tool, name);
+        runSessionTool(*session, name, program, args);
     } catch (const std::system_error& err) {
         Syslog::error("%s: system error: %s", name, err.what());
     } catch (const std::exception& err) {
@@ -37,15 +35,39 @@ void waitTool(const Session* session, const char* name, const std::string& progr
     }
 }
 
+/// True when the session's X server answers, and its user may be waited for at all.
+bool asks(const Session& session, const char* name) {
+    auto& children = session.children();
+    const auto left = children.grant(children.tools, session.uid, name);
+    if (left.count() == 0) {
+        return false;
+    }
+    const UserChildren::Question question(children, session.uid);
+    const bool answers = session.xcb->answers(std::min<std::chrono::milliseconds>(left, Xcb::Connector::answerLimit));
+    if (!answers) {
+        Syslog::warning("%s: X server does not answer, display: %u", name, session.display);
+    }
+    return answers;
+}
+
 /// The same for a tool that is a client of the session's X server. One that its user has stopped would hold the tool,
 /// and with it the service, until the tool is killed.
 void waitClient(const Session* session, const char* name, const std::string& program,
                 const std::list<std::string>& args) {
-    if (session != nullptr && session->xcb && !session->xcb->answers()) {
-        Syslog::warning("%s: X server does not answer, display: %u", name, session->display);
+    if (session != nullptr && session->xcb && !asks(*session, name)) {
         return;
     }
     waitTool(session, name, program, args);
+}
+
+/// The mode to set for a size; none when the screen has it already.
+std::optional<ScreenMode> neededMode(const Session& session, unsigned short width, unsigned short height) {
+    const UserChildren::Question question(session.children(), session.uid);
+    const auto root = session.xcb->getWindowGeometry(session.xcb->windowRoot());
+    if (root.width == width && root.height == height) {
+        return std::nullopt;
+    }
+    return chooseScreenMode(session.xcb->getScreenSizes(), {width, height});
 }
 
 } // namespace
@@ -67,13 +89,15 @@ bool DBusService::waitSessionGeometryUpdate(const Session* session, unsigned sho
     if (session == nullptr || !session->xcb) {
         return false;
     }
-    const auto root = session->xcb->getWindowGeometry(session->xcb->windowRoot());
-    if (root.width == width && root.height == height) {
+    if (!asks(*session, "waitSessionGeometryUpdate")) {
+        return false;
+    }
+    const auto mode = neededMode(*session, width, height);
+    if (!mode) {
         return true;
     }
-    const auto mode = chooseScreenMode(session->xcb->getScreenSizes(), {width, height});
     waitClient(session, "waitSessionGeometryUpdate", config()->settingString("xrandr:path", "/usr/bin/xrandr"),
-               {"--size", std::to_string(mode.width) + "x" + std::to_string(mode.height), "--display",
+               {"--size", std::to_string(mode->width) + "x" + std::to_string(mode->height), "--display",
                 ":" + std::to_string(session->display), "--verbose"});
     return true;
 }
@@ -114,12 +138,8 @@ std::string DBusService::readSessionDBusAddress(const std::filesystem::path& dir
         if (!entry.is_regular_file(unreadable) || entry.path().native().find(match) == std::string::npos) {
             continue;
         }
-        std::istringstream text(Utils::readSmallFile(entry.path(), true));
-        for (std::string line; std::getline(text, line);) {
-            if (line.starts_with(addressKey)) {
-                const size_t quotes = addressKey.size() + 2;
-                return line.size() > quotes ? line.substr(addressKey.size() + 1, line.size() - quotes) : "";
-            }
+        if (const auto address = busAddressIn(Utils::readSmallFile(entry.path(), true))) {
+            return *address;
         }
     }
     return "";
@@ -141,7 +161,7 @@ std::string DBusService::vardSessionDBusAddress(const std::string& username) {
                 return std::string{};
             }
         };
-        return Utils::toValidUtf8(callUserScope(*found, search, addressLimit));
+        return Utils::toValidUtf8(callUserScope(*found, search, userChildren_.tools, addressLimit).value_or(""));
     } catch (const std::exception& err) {
         error("exception: %s", err.what());
         return "";

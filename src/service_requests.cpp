@@ -3,6 +3,7 @@
 #include "dbus_service.h"
 
 #include "bus_boundary.h"
+#include "caller_text.h"
 
 #include <limits>
 #include <optional>
@@ -12,6 +13,7 @@ namespace Vard {
 namespace {
 
 constexpr int requestFailed = -1;
+constexpr size_t longestDomain = 255; // bytes, as long as a domain name can be
 
 /// Reads a number of a request into its type's range; logs and answers false when it lies outside.
 template <typename Number>
@@ -56,7 +58,7 @@ void DBusService::complete(const SessionPtr& session, const std::string& passwor
                            bool ntlmv2) {
     {
         const std::scoped_lock lock(table_.mutex());
-        session->domain = domain;
+        session->domain = bounded(domain, longestDomain);
     }
     vardCreateNTLMhashFile(session, password, ntlmv2);
 }

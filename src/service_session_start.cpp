@@ -6,6 +6,7 @@
 #include "profile_volume.h"
 #include "session_command.h"
 #include "user_database.h"
+#include "user_scope.h"
 #include "utils.h"
 #include "x_server.h"
 
@@ -21,6 +22,22 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto leaseWait = 1s; // in one start, for all displays together
+constexpr auto homeLimit = 2s;
+constexpr int mostDisplays = 3; // tried by one start
+
+bool isEnding(const Session& session) {
+    return !session.pid1.exists() || !session.pid2.exists() || session.pid1.toldToEndFor();
+}
+
+// Found out before the X server is started; the program's own start would find out too.
+bool programExists(const fs::path& program) {
+    std::error_code failed;
+    const bool exists = fs::exists(program, failed);
+    if (!exists) {
+        Syslog::error("%s: program not found: %s", "runChildProcess", program.c_str());
+    }
+    return exists;
+}
 
 } // namespace
 
@@ -35,36 +52,41 @@ DBusService::SessionPtr DBusService::startSession(const StartRequest& request) {
     notice("%s: depth: %u, width: %u, height: %u, session: %s", "startSession", request.depth, request.width,
            request.height, request.program.c_str());
     LoginAudit audit(auditLog_); // reports when it goes, after the table is free again
-    bool homeMissing = false;
     SessionPtr session;
     {
         const std::scoped_lock lock(table_.mutex());
         if (auto existing = findReusableLocked(request)) {
             return existing;
         }
-        SessionPtr* slot = nullptr;
-        auto lease = takeSlotLocked(slot);
-        if (!lease) {
-            warning("%s: full house", "startSession");
-            return nullptr;
-        }
-        session = buildSession(request, std::move(lease), audit, homeMissing);
+        session = startNewLocked(request, audit);
         if (!session) {
             return nullptr;
         }
-        *slot = session;
     }
-    if (homeMissing) {
+    if (session->homeMissing) {
         repeatGeometry(session, request.width, request.height);
     }
     audit.success();
     return session;
 }
 
+DBusService::SessionPtr DBusService::findForRequest(uint32_t sid) {
+    auto found = table_.findSession(sid);
+    const std::scoped_lock lock(table_.mutex());
+    if (!found || found->ended) {
+        return nullptr;
+    }
+    request_ = RequestHold(found);
+    return found;
+}
+
+// Not one that is ending: its caller would be told of a session that is gone a moment later.
 DBusService::SessionPtr DBusService::findReusableLocked(const StartRequest& request) {
     for (const auto& session : table_.slotsLocked()) {
-        if (session && session->username == request.user && session->xsession.native() == request.program.native()) {
+        if (session && session->username == request.user && session->xsession.native() == request.program.native() &&
+            !isEnding(*session)) {
             info("%s: session found, session id: 0x%08x, display: %u", "startSession", session->sid, session->display);
+            request_ = RequestHold(session);
             waitSessionGeometryUpdate(session.get(), request.width, request.height);
             return session;
         }
@@ -72,60 +94,106 @@ DBusService::SessionPtr DBusService::findReusableLocked(const StartRequest& requ
     return nullptr;
 }
 
-// The first slot that is empty and whose display is free.
-std::shared_ptr<const uint32_t> DBusService::takeSlotLocked(SessionPtr*& slot) {
-    const auto patience = std::chrono::steady_clock::now() + leaseWait;
-    auto& slots = table_.slotsLocked();
-    for (size_t index = 0; index < slots.size(); ++index) {
-        const uint32_t display = table_.displayLocked(index);
-        // An old session may have the display in another slot, from before the range was moved; so may the table have
-        // more slots than the range.
-        if (slots[index] || display > lastDisplay ||
-            std::ranges::any_of(slots, [&](const auto& other) { return other && other->sid == display; })) {
-            continue;
+// Users can put sockets and locks into a display's place faster than its server starts: the next display is tried, but
+// nobody gets the service to try them all.
+DBusService::SessionPtr DBusService::startNewLocked(const StartRequest& request, LoginAudit& audit) {
+    for (int attempt = 0; attempt < mostDisplays; ++attempt) {
+        const Place place = takePlaceLocked();
+        if (!place.lease) {
+            warning("%s: full house", "startSession");
+            return nullptr;
         }
-        if (auto lease = takeDisplayLocked(display, patience)) {
-            slot = &slots[index];
-            return lease;
+        if (auto session = buildSession(request, place.lease, audit)) {
+            request_ = RequestHold(session);
+            *place.slot = session;
+            return session;
+        }
+        if (!displays_.rests(*place.lease)) {
+            return nullptr;
         }
     }
     return nullptr;
 }
 
-// Not held by the late server of a failed start, not on its way out with an earlier session, not answered by anybody
-// else's server.
-std::shared_ptr<const uint32_t> DBusService::takeDisplayLocked(uint32_t display,
-                                                               std::chrono::steady_clock::time_point patience) {
-    std::erase_if(lateServers_, [](const auto& late) { return !late.second.exists(); });
-    if (const auto late = lateServers_.find(display); late != lateServers_.end()) {
-        late->second.terminate(); // stopped ones must not keep all displays; the watcher kills what does not obey
-        warning("%s: display passed over: %u, a late server still runs, pid: %d", "startSession", display,
-                late->second.pid());
-        return nullptr;
+// First a pass that waits for nothing; only when every display is taken, the wait for those whose sessions are ending.
+DBusService::Place DBusService::takePlaceLocked() {
+    std::vector<size_t> ending;
+    for (const size_t index : emptySlotsLocked()) {
+        auto place = tryPlaceLocked(index, false);
+        if (place.slot != nullptr) {
+            return place;
+        }
+        if (!place.lease) {
+            info("%s: display passed over: %u, an earlier session is still ending", "startSession",
+                 table_.displayLocked(index));
+            ending.push_back(index);
+        }
     }
-    auto lease = waitLeaseLocked(display, patience);
-    if (!lease) {
-        warning("%s: display passed over: %u, an earlier session is still ending", "startSession", display);
-        return nullptr;
-    }
-    return claimDisplay(display, displaySocket(display)) ? lease : nullptr;
+    auto place = waitPlaceLocked(ending);
+    return place.slot != nullptr ? place : restingPlaceLocked();
 }
 
-// The record of a session that has just ended is gone in a moment, and so is its server. One that stays must not hold
-// the logins of others for longer.
-std::shared_ptr<const uint32_t> DBusService::waitLeaseLocked(uint32_t display,
-                                                             std::chrono::steady_clock::time_point end) {
-    auto lease = table_.leaseLocked(display);
-    while (!lease && std::chrono::steady_clock::now() < end) {
-        std::this_thread::sleep_for(5ms);
-        lease = table_.leaseLocked(display);
+// A display where a start was disturbed is better than none: whoever disturbed it may be gone.
+DBusService::Place DBusService::restingPlaceLocked() {
+    for (const size_t index : emptySlotsLocked()) {
+        const bool rests = displays_.rests(table_.displayLocked(index));
+        if (auto place = rests ? tryPlaceLocked(index, true) : Place{}; place.slot != nullptr) {
+            return place;
+        }
     }
-    return lease;
+    return {};
+}
+
+// An old session may have a display in another slot, from before the range was moved; so may the table have more slots
+// than the range.
+std::vector<size_t> DBusService::emptySlotsLocked() {
+    const auto& slots = table_.slotsLocked();
+    std::vector<size_t> empty;
+    for (size_t index = 0; index < slots.size(); ++index) {
+        const uint32_t display = table_.displayLocked(index);
+        const auto isThere = [display](const auto& other) { return other && other->sid == display; };
+        if (!slots[index] && display <= lastDisplay && std::ranges::none_of(slots, isThere)) {
+            empty.push_back(index);
+        }
+    }
+    return empty;
+}
+
+// Without a slot, when the display cannot be had; without a lease either, when an earlier session is still ending
+// there.
+DBusService::Place DBusService::tryPlaceLocked(size_t index, bool evenResting) {
+    const uint32_t display = table_.displayLocked(index);
+    Place place;
+    const bool serverGone = displays_.serverGone(display);
+    place.lease = table_.leaseLocked(display);
+    if (serverGone && place.lease && displays_.claim(display, displaySocket(display), evenResting)) {
+        place.slot = &table_.slotsLocked()[index];
+    }
+    return place;
+}
+
+// The record of a session that has just ended is gone in a moment, and so is its server. Those that stay must not hold
+// the logins of others for longer.
+DBusService::Place DBusService::waitPlaceLocked(std::vector<size_t>& ending) {
+    const auto end = std::chrono::steady_clock::now() + leaseWait;
+    while (!ending.empty() && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(5ms);
+        for (size_t i = 0; i < ending.size(); ++i) {
+            auto place = tryPlaceLocked(ending[i], false);
+            if (place.slot != nullptr) {
+                return place;
+            }
+            if (place.lease) { // gone, but there is something else in the way
+                ending.erase(ending.begin() + static_cast<std::ptrdiff_t>(i--));
+            }
+        }
+    }
+    return {};
 }
 
 DBusService::SessionPtr DBusService::newRecord(const StartRequest& request, std::shared_ptr<const uint32_t> lease) {
     const UserInfo user = Utils::getUserInfo(request.user);
-    auto session = std::make_shared<Session>(tasks_);
+    auto session = std::make_shared<Session>(tasks_, userChildren_);
     session->display = *lease;
     session->sid = *lease;
     session->displayLease = std::move(lease);
@@ -141,26 +209,27 @@ DBusService::SessionPtr DBusService::newRecord(const StartRequest& request, std:
 }
 
 DBusService::SessionPtr DBusService::buildSession(const StartRequest& request, std::shared_ptr<const uint32_t> lease,
-                                                  LoginAudit& audit, bool& homeMissing) {
+                                                  LoginAudit& audit) {
     auto session = newRecord(request, std::move(lease));
     RuntimeDirectory runtimeDirectory(session->runtimedir, session->username);
     if (!runtimeDirectory.valid()) {
         return nullptr;
     }
-    if (!checkAccount(*session, request.password, audit)) {
+    if (!checkAccount(*session, request.password, audit) || !programExists(request.program)) {
         return nullptr;
     }
-    homeMissing = !checkHome(*session);
+    if (!checkHome(*session)) {
+        return nullptr;
+    }
     if (config()->settingBoolean("pvol:enable", false)) {
         sessionMountProfile(session.get());
     }
     std::vector<uint8_t> cookie;
     const Utils::WipeGuard cookieGuard(cookie);
-    if (!startDisplay(*session, request, cookie)) {
-        return nullptr;
-    }
-    logIdentity(*session);
-    if (!connectDisplay(*session, cookie)) {
+    if (!startDisplay(*session, request, cookie) || !connectDisplay(*session, cookie)) {
+        if (wasDisturbed(session->display, displaySocket(session->display), session->uid)) {
+            displays_.rest(session->display);
+        }
         return nullptr;
     }
     waitSessionDBus(session.get());
@@ -184,13 +253,23 @@ bool DBusService::checkAccount(Session& session, const std::string& password, Lo
     return true;
 }
 
-bool DBusService::checkHome(const Session& session) {
-    std::error_code failed;
-    if (fs::is_directory(session.home, failed)) {
-        return true;
+// A home that is missing is no reason to refuse the session, but one that does not answer would hold everything that is
+// started in it.
+bool DBusService::checkHome(Session& session) {
+    const auto look = [home = session.home] {
+        std::error_code failed;
+        return std::string(fs::is_directory(home, failed) ? "there" : "missing");
+    };
+    const auto found = callUserScope(session, look, userChildren_.starts, homeLimit);
+    if (!found) {
+        error("%s: user home does not answer: `%s'", "startSession", session.home.c_str());
+        return false;
     }
-    warning("%s: user home not found: `%s'", "startSession", session.home.c_str());
-    return false;
+    session.homeMissing = *found != "there";
+    if (session.homeMissing) {
+        warning("%s: user home not found: `%s'", "startSession", session.home.c_str());
+    }
+    return true;
 }
 
 void DBusService::sessionMountProfile(Session* session) {
@@ -220,15 +299,15 @@ void DBusService::logIdentity(const Session& session) {
     }
 }
 
-// Under the child list's lock, so that the watcher cannot collect a program that ends at once before it is in the list.
+// The table's lock, which the watcher takes too, keeps it from collecting a program that ends at once before the
+// session is in its slot; the child list's must not be held over a fork, which may wait for look-ups.
 bool DBusService::startProgram(Session& session, const StartRequest& request) {
-    const std::scoped_lock lock(childWaits_.mutex());
     auto child = runSessionOpen(&session, request.program, request.args);
     if (!child) {
         return false;
     }
     session.pid2 = child->process();
-    childWaits_.addLocked(std::move(*child));
+    childWaits_.add(std::move(*child));
     session.pam->setSessionOpened();
     session.xsession = request.program;
     return true;

@@ -61,9 +61,12 @@ bool DBusService::vardDisconnect(const uint32_t& session) {
 }
 
 void DBusService::sessionsClear() {
+    stopBegan_ = std::chrono::steady_clock::now();
     tasks_.stop();
+    request_.reset();
     table_.clear();
     childWaits_.endAll("sessionsClear");
+    adopted_.endAll("sessionsClear");
 }
 
 } // namespace Vard

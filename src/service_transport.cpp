@@ -1,7 +1,11 @@
 // The handshake with the proxy and the transports, and the hash line that these need.
 #include "dbus_service.h"
 
+#include "caller_text.h"
+#include "hash_line.h"
 #include "session_command.h"
+#include "user_database.h"
+#include "user_scope.h"
 #include "utils.h"
 
 #include <unistd.h>
@@ -12,6 +16,8 @@
 namespace Vard {
 
 namespace {
+
+constexpr size_t longestAddress = 64; // bytes; the longest that is one has 45
 
 std::list<std::string> hashArguments(const Session& session, const std::string& domain, const std::string& password,
                                      bool ntlmv2) {
@@ -25,27 +31,34 @@ std::list<std::string> hashArguments(const Session& session, const std::string& 
     return args;
 }
 
+std::string readHashLine(const Session& session) {
+    const auto read = [log = session.commandLog()] { return wholeFirstLine(Utils::readSmallFile(log)); };
+    return callUserScope(session, read, session.children().tools).value_or("");
+}
+
 } // namespace
 
+// Without the line nobody can connect: whoever reads the journal is to know why.
 bool DBusService::vardCreateNTLMhashFile(const SessionPtr& session, const std::string& password, bool ntlmv2) {
+    constexpr const char* func = "vardCreateNTLMhashFile";
     try {
         auto args = hashArguments(*session, session->domain, password, ntlmv2);
         const Utils::WipeGuard guard(args);
-        auto tool =
-            runSessionCommand(*session, config()->settingString("hash:path", "/usr/bin/winpr-hash"), args, {}, true);
-        // Its full time, whatever the session's other tools did: without the line nobody can connect.
-        const int status = tool.getWithin(toolLimit, "vardCreateNTLMhashFile");
-        Utils::syslogWaitStatus(status, "vardCreateNTLMhashFile", tool.pid());
-        auto line = callUserScope(
-            *session, [log = session->commandLog()] { return Utils::readFirstLine(log); },
-            tool.killed() ? shortToolLimit : toolLimit);
+        const auto status =
+            runSessionTool(*session, func, config()->settingString("hash:path", "/usr/bin/winpr-hash"), args, true);
+        auto line = status == 0 ? readHashLine(*session) : std::string{};
+        if (line.empty()) {
+            error("%s: no hash line, user: %s, %s", func, session->username.c_str(),
+                  status == 0 ? "the tool's output is not a whole line: is the home full?" : "the tool failed");
+            return false;
+        }
         const std::scoped_lock lock(table_.mutex());
         session->ntlm.take(line);
         return true;
     } catch (const std::system_error& err) {
-        error("%s: system error: %s", "vardCreateNTLMhashFile", err.what());
+        error("%s: system error: %s", func, err.what());
     } catch (const std::exception& err) {
-        error("%s: exception: %s", "vardCreateNTLMhashFile", err.what());
+        error("%s: exception: %s", func, err.what());
     }
     return false;
 }
@@ -64,19 +77,19 @@ void DBusService::proxyClientConnected(const uint32_t& session, const std::strin
     }
     info("%s: session id: 0x%08x, ipaddr: %s", "proxyClientConnected", session, ipaddr.c_str());
     proxyListenActive_ = false;
-    inBackground("proxyClientConnected", [this, session, ipaddr] {
-        vardSendNotify(session, "", "There was an attempt to connect from a remote address: " + ipaddr, 0);
+    inBackground("proxyClientConnected", [this, session, address = bounded(ipaddr, longestAddress)] {
+        sendNotice(session, "", "There was an attempt to connect from a remote address: " + address, 0, true);
     });
 }
 
 void DBusService::proxySessionConnected(const uint32_t& session, const uint32_t& pid, const std::string& ipaddr) {
-    const auto found = table_.findSession(session);
+    const auto found = findForRequest(session);
     if (!found) {
         return;
     }
     info("%s: session id: 0x%08x, transport pid: %u, ipaddr: %s", "proxySessionConnected", session, pid,
          ipaddr.c_str());
-    if (!possibleTransport(pid)) {
+    if (!possibleTransport(pid) || !mayName(static_cast<pid_t>(pid), found->uid)) {
         error("%s: transport pid refused: %u, session id: 0x%08x", "proxySessionConnected", pid, session);
         return;
     }
@@ -85,7 +98,7 @@ void DBusService::proxySessionConnected(const uint32_t& session, const uint32_t&
         if (found->pid3.exists()) {
             found->pid3.terminate();
         }
-        found->remoteaddr = ipaddr;
+        found->remoteaddr = bounded(ipaddr, longestAddress);
         found->pid3 = ProcessHandle::reported(static_cast<pid_t>(pid));
     }
     waitSessionFixSetxkbmapEvdev(found.get());
@@ -100,6 +113,13 @@ bool DBusService::possibleTransport(uint32_t pid) {
     }
     const auto number = static_cast<pid_t>(pid);
     return number != 1 && number != ::getpid() && !childWaits_.holds(number);
+}
+
+// Whoever names a process has it told to end one day: only root may name those of others.
+bool DBusService::mayName(pid_t pid, uid_t sessionUser) {
+    const uid_t caller = callerUid();
+    const uid_t owner = Utils::processOwner(pid);
+    return caller == 0 || owner == unknownUid || owner == caller || owner == sessionUser;
 }
 
 void DBusService::proxyListenTimeout(const uint32_t& timeout) {
@@ -118,7 +138,7 @@ void DBusService::vardRdpSecurityPolicy(const uint32_t& session, const bool& nla
 }
 
 bool DBusService::vardConnectRdpTransport(const uint32_t& session, const uint32_t& timeout) {
-    const auto found = table_.findSession(session);
+    const auto found = findForRequest(session);
     if (!found) {
         return false;
     }

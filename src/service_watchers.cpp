@@ -59,7 +59,7 @@ void DBusService::worker(const std::string& path) {
 
 // The library goes on without a bus, deaf: nobody could reach the service any more.
 bool DBusService::busAlive() {
-    if (busAlive_ && !conn().connected()) {
+    if (busAlive_ && (!conn().connected() || serviceDispatcher.hungUp())) {
         error("%s: connection to the system bus lost, stopping", "busAlive");
         busAlive_ = false;
     }
@@ -87,9 +87,12 @@ void DBusService::inBackground(const char* name, std::function<void()> notice) {
 }
 
 void DBusService::stoppedChildsWatcher() {
-    for (auto& event : takeEndedSessions(table_, childWaits_)) {
+    for (auto& event : takeEndedSessions(table_, childWaits_, userChildren_)) {
         inBackground("sessionEnded", [this, event = std::move(event)] { sessionEnded(*event.session, event.address); });
     }
+    adopted_.endOnce("stoppedChildsWatcher");
+    userChildren_.stuck.forgetEnded();
+    displays_.forgetEnded();
 }
 
 void DBusService::stoppedTransportWatcher() {

@@ -2,7 +2,10 @@
 #include "session.h"
 
 #include "logger.h"
+#include "own_children.h"
 #include "profile_volume.h"
+
+#include <algorithm>
 
 namespace Vard {
 
@@ -13,6 +16,12 @@ void tellToEnd(const ProcessHandle& process, const char* what) {
         Syslog::debug("kill %s, pid: %d", what, process.pid());
         process.terminate();
     }
+}
+
+// True when the list has a variable of the entry's name.
+bool isNamedIn(const std::list<std::string>& list, const std::string& entry) {
+    const std::string name = entry.substr(0, entry.find('=')) + "=";
+    return std::ranges::any_of(list, [&](const std::string& other) { return other.starts_with(name); });
 }
 
 } // namespace
@@ -27,6 +36,7 @@ Session::~Session() {
 // Whoever waits for the children reaps them.
 void Session::endChildren() {
     const std::scoped_lock guard(lock);
+    notices.splice(notices.end(), attempts);
     for (const auto& notice : notices) {
         notice.terminate();
     }
@@ -39,8 +49,9 @@ void Session::endChildren() {
     }
     if (profileMounted) {
         // The supervisor and the server take their time, and hold the home until they have gone.
-        const auto unmount = [mounted = home.string(), server = pid1, supervisor = pid2] {
-            unmountProfile(mounted, [&] { return server.exists() || supervisor.exists(); });
+        const auto unmount = [mounted = home.string(), server = pid1, supervisor = pid2, user = uid] {
+            unmountProfile(mounted,
+                           [&] { return server.exists() || supervisor.exists() || AdoptedChildren::any(user); });
         };
         if (!tasks_.run("unmountProfile", unmount)) {
             unmountProfile(home.string());
@@ -52,7 +63,9 @@ std::list<std::string> Session::environments() const {
     std::list<std::string> result{"DISPLAY=:" + std::to_string(display), "XAUTHORITY=" + xauthfile.string(),
                                   "XDG_RUNTIME_DIR=" + runtimedir.string()};
     if (pam) {
-        result.splice(result.end(), pam->getEnvironments());
+        auto others = pam->getEnvironments();
+        others.remove_if([&](const std::string& entry) { return isNamedIn(result, entry); });
+        result.splice(result.end(), others);
     }
     return result;
 }

@@ -5,6 +5,7 @@
 #include "pam_service.h"
 #include "process.h"
 #include "secret.h"
+#include "user_children.h"
 #include "xcb_connector.h"
 
 #include <atomic>
@@ -15,6 +16,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
 namespace Vard {
 
@@ -22,19 +24,21 @@ namespace Vard {
 /// are guarded by the table's lock; the others are read without it. Destruction tells the session's processes to end
 /// (it does not wait for them), removes the X authority file, and unmounts the profile in the background.
 struct Session {
-    /// `tasks` runs the unmounting; it must outlive the record.
-    explicit Session(BackgroundTasks& tasks) : tasks_(tasks) {}
+    /// `tasks` runs the unmounting, `children` knows how the users' children fared; both must outlive the record.
+    Session(BackgroundTasks& tasks, UserChildren& children) : tasks_(tasks), children_(children) {}
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    /// DISPLAY, XAUTHORITY and XDG_RUNTIME_DIR as NAME=value, then the PAM environment.
+    /// DISPLAY, XAUTHORITY and XDG_RUNTIME_DIR as NAME=value, then the PAM environment without these three.
     [[nodiscard]] std::list<std::string> environments() const;
     /// The file that takes the outputs of the session's logged commands: in ".vard" in the home directory, named after
     /// the X authority file.
     [[nodiscard]] std::filesystem::path commandLog() const;
     /// Where background work of this session runs.
     [[nodiscard]] BackgroundTasks& tasks() const { return tasks_; }
+    /// How the children of this session's and all other users fared.
+    [[nodiscard]] UserChildren& children() const { return children_; }
 
     /// Keeps the display from being handed out again; declared first, so that it goes when everything else of the
     /// record has. Whoever waits for the X server shares it.
@@ -60,23 +64,53 @@ struct Session {
     ProcessHandle pid1; ///< the X server
     ProcessHandle pid2; ///< the session program's supervisor
     ProcessHandle pid3; ///< the transport
-    std::list<ProcessHandle> notices; ///< notification programs; guarded by the child list's lock
+    std::list<ProcessHandle> notices; ///< notification programs; guarded by the service's lock for them
+    std::list<ProcessHandle> attempts; ///< those that tell of attempts to connect; as before
     std::unique_ptr<PamService> pam;
     std::shared_ptr<Xcb::Connector> xcb;
     std::mutex lock; ///< held by the destructor while it ends the children
     bool profileMounted = false;
+    bool homeMissing = false; ///< when the session was started
     bool nla = true;
     bool tls = true;
     bool rdp = true;
     bool auth = true;
     bool seamless = false;
-    mutable std::atomic<bool> toolKilled{false}; ///< the last tool had to be
+    std::atomic<int> requests{0}; ///< that work on it at this moment: its end is not noticed before theirs
     std::atomic<bool> ended{false}; ///< out of the table: work that still holds the record is to end soon
 
 private:
     void endChildren();
 
     BackgroundTasks& tasks_;
+    UserChildren& children_;
+};
+
+/// Marks a session as worked on by a request while it lives, so that the session's end is not noticed before the
+/// request has been answered. Any thread.
+class RequestHold {
+public:
+    RequestHold() = default;
+    explicit RequestHold(std::shared_ptr<Session> session) : session_(std::move(session)) { ++session_->requests; }
+    RequestHold(RequestHold&&) = default;
+    RequestHold& operator=(RequestHold&& other) noexcept {
+        reset();
+        session_ = std::move(other.session_);
+        return *this;
+    }
+    RequestHold(const RequestHold&) = delete;
+    RequestHold& operator=(const RequestHold&) = delete;
+    ~RequestHold() { reset(); }
+
+    /// Lets go of the session.
+    void reset() noexcept {
+        if (const auto session = std::exchange(session_, nullptr)) {
+            --session->requests;
+        }
+    }
+
+private:
+    std::shared_ptr<Session> session_;
 };
 
 } // namespace Vard

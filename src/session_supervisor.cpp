@@ -40,11 +40,15 @@ void require(bool done, const char* call) {
     }
 }
 
+volatile std::sig_atomic_t toldToEnd = 0; // while the modules of PAM run
+
+// PAM's modules start daemons and helpers, which keep for life what is blocked now: nothing is. A stop signal in that
+// time is remembered.
+void remember(int /*signal*/) { toldToEnd = 1; }
+
 void leaveService() {
     Syslog::syslogChildOpen();
-    Utils::resetChildSignals();
-    const sigset_t taken = SupervisorSignals::set();
-    ::sigprocmask(SIG_SETMASK, &taken, nullptr);
+    Utils::resetChildSignals(remember);
     ::setsid();
     ::closelog(); // before its descriptor is closed and given to somebody else
     Utils::closeInheritedDescriptors();
@@ -65,6 +69,15 @@ void openPam(const Session& session, const Identity& identity) {
         endAsFailure();
     }
     Secret::wipeAll();
+}
+
+// From now on both signals are taken one by one.
+void takeSignals() {
+    const sigset_t taken = SupervisorSignals::set();
+    ::sigprocmask(SIG_SETMASK, &taken, nullptr);
+    if (toldToEnd != 0) {
+        ::raise(SIGTERM);
+    }
 }
 
 void giveUpRoot(const Identity& identity) {
@@ -97,7 +110,7 @@ std::vector<pid_t> children() {
 /// Waits for the program and reaps whatever else comes here.
 class Watch {
 public:
-    explicit Watch(pid_t program) : program_(program) {}
+    Watch(pid_t program, pid_t service) : program_(program), service_(service) {}
 
     /// Until the program has ended or the supervisor is told to end.
     void untilEnd() {
@@ -109,17 +122,16 @@ public:
         }
     }
 
-    /// Ends everything that is left, gently first.
+    /// Ends the program if it still runs, gently first, and what it left behind when nobody else would do that.
     void endAll() {
-        tell(SIGTERM);
         const auto deadline = Clock::now() + patience;
-        while (reap() && Clock::now() < deadline) {
+        while (hasWork() && Clock::now() < deadline) {
+            tell(SIGTERM); // who came here meanwhile, too, orphaned by those that went
             waitChild(deadline - Clock::now());
-            tell(SIGTERM); // who came here meanwhile, orphaned by those that went
         }
         // Who cannot be killed (a program with another identity) must not keep the session from ending.
         const auto giveUp = Clock::now() + patience;
-        while (reap() && Clock::now() < giveUp) {
+        while (hasWork() && Clock::now() < giveUp) {
             tell(SIGKILL);
             waitChild(std::chrono::milliseconds(100));
         }
@@ -128,6 +140,10 @@ public:
     [[nodiscard]] int status() const { return status_; }
 
 private:
+    // The service adopts what is left once this process has gone, and ends it with root's power: the session must not
+    // wait for that.
+    bool hasWork() { return reap() && (!programEnded_ || ::getppid() != service_); }
+
     // False when there are no children left.
     bool reap() {
         int status = 0;
@@ -157,6 +173,7 @@ private:
     }
 
     pid_t program_;
+    pid_t service_;
     int status_ = 0;
     bool programEnded_ = false;
 };
@@ -167,8 +184,11 @@ int exitCode(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : 128 
                             const std::list<std::string>& args, pid_t service) {
     leaveService();
     openPam(session, identity);
-    const pid_t pid = Utils::runChildProcess(program, args, identity, sessionEnvironment(session), {}, true);
-    Watch watch(pid);
+    takeSignals();
+    ChildOptions options;
+    options.endWithParent = true;
+    const pid_t pid = Utils::runChildProcess(program, args, identity, sessionEnvironment(session), options);
+    Watch watch(pid, service);
     giveUpRoot(identity);
     endWithService(service);
     changeProcessName("vard_manager");

@@ -11,7 +11,8 @@
 
 namespace Vard {
 
-/// Blocks, on the calling thread and while the object lives, the signals that the supervisor takes one by one.
+/// Keeps a stop signal from the fork until the supervisor takes it up: blocks SIGTERM and SIGCHLD on the calling thread
+/// while the object lives.
 class SupervisorSignals {
 public:
     SupervisorSignals();
@@ -27,9 +28,9 @@ private:
 };
 
 /// The supervisor's whole life, in a freshly forked child that is still root: opens the PAM session, starts the program
-/// as the user, gives up root, and waits. SIGTERM, the program's end, or the end of `service` (the process that forked
-/// it) ends everything that the program left behind. Never returns and never runs a destructor of the service; its exit
-/// status tells how the program ended.
+/// as the user, gives up root, and waits. It ends with the program, at SIGTERM after the program was ended. What is
+/// left then is adopted by `service` (the process that forked it); when that has gone, the supervisor ends it itself.
+/// Never returns and never runs a destructor of the service; its exit status tells how the program ended.
 [[noreturn]] void superviseSession(const Session& session, const Identity& identity,
                                    const std::filesystem::path& program, const std::list<std::string>& args,
                                    pid_t service) noexcept;

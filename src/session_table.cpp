@@ -24,7 +24,12 @@ void SessionTable::setRange(const DisplayRange& range) {
     if (slots_.size() < range.count) {
         slots_.resize(range.count);
     }
-    base_ = range.first;
+    range_ = range;
+}
+
+DisplayRange SessionTable::range() const {
+    const std::scoped_lock lock(mutex_);
+    return range_;
 }
 
 std::shared_ptr<Session> SessionTable::findSession(const uint32_t& sid) const {

@@ -35,6 +35,8 @@ public:
 
     /// Takes over a range: slots are only ever added, since sessions may live in the last ones.
     void setRange(const DisplayRange& range);
+    /// The range in force.
+    [[nodiscard]] DisplayRange range() const;
 
     /// The first session with that id, or empty.
     [[nodiscard]] std::shared_ptr<Session> findSession(const uint32_t& sid) const;
@@ -52,7 +54,7 @@ public:
     [[nodiscard]] const std::vector<std::shared_ptr<Session>>& slotsLocked() const { return slots_; }
     /// The display of a slot.
     [[nodiscard]] uint32_t displayLocked(size_t slot) const {
-        return static_cast<uint32_t>(base_) + static_cast<uint32_t>(slot);
+        return static_cast<uint32_t>(range_.first) + static_cast<uint32_t>(slot);
     }
     /// The right to use a display, for a new record to hold. Empty while an earlier holder is still alive, in the table
     /// or on its way out: its end would take the new session's files away.
@@ -65,7 +67,7 @@ private:
     mutable std::mutex mutex_;
     std::vector<std::shared_ptr<Session>> slots_;
     std::vector<std::weak_ptr<const uint32_t>> leases_;
-    int base_ = 0;
+    DisplayRange range_{0, 0};
 };
 
 } // namespace Vard

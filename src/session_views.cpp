@@ -1,6 +1,7 @@
 // Views of the session table for callers outside: rows and JSON texts.
 #include "session_views.h"
 
+#include "fork_guard.h"
 #include "json_writer.h"
 #include "logger.h"
 
@@ -22,6 +23,8 @@ constexpr auto leastLimit = 20ms;
 std::string localTime(std::chrono::system_clock::time_point point) {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(point);
     std::tm fields{};
+    const ForkGuard guard; // the C library's lock must not be taken in a child that goes on without exec
+    ::tzset(); // the administrator may have changed the zone; localtime_r alone would go on with the first
     ::localtime_r(&seconds, &fields);
     std::array<char, 32> text{};
     return {text.data(), std::strftime(text.data(), text.size(), "%F %T", &fields)};
@@ -72,6 +75,17 @@ Xcb::Rect rootGeometry(Xcb::Connector* xcb, std::chrono::milliseconds limit) {
     return xcb->getWindowGeometry(xcb->windowRoot(), left);
 }
 
+// Whose server dawdles at every question is asked no more for a while.
+Xcb::Rect askRoot(const Session& session, std::chrono::milliseconds limit) {
+    auto& children = session.children();
+    const auto left = std::min(limit, children.tools.left(session.uid));
+    if (left.count() == 0) {
+        return {};
+    }
+    const UserChildren::Question question(children, session.uid);
+    return rootGeometry(session.xcb.get(), left);
+}
+
 } // namespace
 
 std::vector<SessionRow> sessionRows(const SessionTable& table) {
@@ -91,7 +105,7 @@ std::vector<SessionRow> sessionRows(const SessionTable& table) {
 
 std::string sessionJson(const SessionTable& table, const Session& session, std::chrono::milliseconds limit) {
     const auto xcb = session.xcb; // set before the record enters the table, never changed
-    const auto root = rootGeometry(xcb.get(), limit);
+    const auto root = askRoot(session, limit);
     ObjectWriter json;
     const std::scoped_lock lock(table.mutex());
     writeTexts(json, session);

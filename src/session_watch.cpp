@@ -11,19 +11,27 @@ int64_t wholeSeconds(auto duration) { return std::chrono::duration_cast<std::chr
 
 } // namespace
 
-std::vector<SessionEvent> takeEndedSessions(SessionTable& table, ChildWaits& children) {
+std::vector<SessionEvent> takeEndedSessions(SessionTable& table, ChildWaits& children, UserChildren& users) {
     std::vector<SessionEvent> ended;
     const std::scoped_lock lock(children.mutex(), table.mutex());
-    children.collectLocked("stoppedChildsWatcher", [&](const ProcessHandle& process, int) {
+    children.collectLocked("stoppedChildsWatcher", [&](const ProcessHandle& process) {
         for (auto& slot : table.slotsLocked()) {
             // Not by the number: it may be a newer child's by now.
-            if (slot && (slot->pid1.sameAs(process) || slot->pid2.sameAs(process))) {
-                (slot->pid1.sameAs(process) ? slot->pid1 : slot->pid2).reset();
-                slot->ended = true;
-                ended.push_back({slot, slot->remoteaddr});
-                slot.reset();
+            if (!slot || (!slot->pid1.sameAs(process) && !slot->pid2.sameAs(process))) {
+                continue;
             }
+            if (slot->requests > 0) {
+                return false; // whoever asked is told of the session first, and then of its end
+            }
+            (slot->pid1.sameAs(process) ? slot->pid1 : slot->pid2).reset();
+            slot->ended = true;
+            ended.push_back({slot, slot->remoteaddr});
+            slot.reset();
         }
+        if (process.exists()) {
+            users.stuck.add(Utils::processOwner(process.pid()), process);
+        }
+        return true;
     });
     return ended;
 }

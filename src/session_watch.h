@@ -21,8 +21,9 @@ struct SessionEvent {
 // The watcher thread calls these, one at a time. None waits for anything but the locks and, at most, a millisecond.
 
 /// Collects the children that have ended. A session whose X server or program is among them leaves the table, and its
-/// slot is free; these sessions are the result. Takes both locks at once.
-std::vector<SessionEvent> takeEndedSessions(SessionTable& table, ChildWaits& children);
+/// slot is free; these sessions are the result. A child that nothing ends counts as ended, and `users` learns of it.
+/// Takes both locks at once.
+std::vector<SessionEvent> takeEndedSessions(SessionTable& table, ChildWaits& children, UserChildren& users);
 
 /// Lets go of the transports that have gone; their sessions are the result and stay in the table. A seamless session's
 /// idle time begins.

@@ -248,14 +248,19 @@ bool Utils::waitSocketSec(const std::filesystem::path& path, unsigned seconds, c
     }
 }
 
-bool Utils::restrictSocket(const std::filesystem::path& path, uid_t owner) {
+bool Utils::restrictSocket(const std::filesystem::path& path, uid_t owner, std::optional<gid_t> group) {
     const FileDescriptor object = openObject(path);
     struct stat info {};
     if (!isSocket(object, info) || info.st_uid != owner) {
         Syslog::error("%s: not a socket of the session's user: %s", "restrictSocket", path.c_str());
         return false;
     }
-    if (::chmod(throughHandle(object).c_str(), info.st_mode & S_IRWXU) != 0) {
+    const auto setMode = [&](mode_t mode) { return ::chmod(throughHandle(object).c_str(), mode) == 0; };
+    const mode_t own = info.st_mode & S_IRWXU;
+    const auto keep = static_cast<uid_t>(-1);
+    // The group is changed while nobody of it may connect.
+    if (!setMode(own) || (group && (::fchownat(object.get(), "", keep, *group, AT_EMPTY_PATH) != 0 ||
+                                    !setMode(own | S_IRGRP | S_IWGRP)))) {
         Utils::syslogErrno("restrictSocket", "chmod", errno);
         return false;
     }

@@ -55,8 +55,9 @@ int64_t hasData(int fd);
 /// `goOn` says so.
 bool waitSocketSec(const std::filesystem::path& path, unsigned seconds, const std::function<bool()>& goOn = {});
 /// Takes all permissions of group and others off the socket `path`, through a handle on the object itself: only if it
-/// is a socket owned by `owner`. Logs and answers false otherwise.
-bool restrictSocket(const std::filesystem::path& path, uid_t owner);
+/// is a socket owned by `owner`. The members of `group`, when there is one, may then connect again. Logs and answers
+/// false otherwise.
+bool restrictSocket(const std::filesystem::path& path, uid_t owner, std::optional<gid_t> group = {});
 
 } // namespace Utils
 } // namespace Vard

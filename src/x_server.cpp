@@ -1,22 +1,30 @@
 // What must be true of a display before its X server starts, and the server's command line.
 #include "x_server.h"
 
-#include "file_descriptor.h"
 #include "logger.h"
+#include "process.h"
 #include "sockets.h"
 #include "utils.h"
 
-#include <fcntl.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
+#include <thread>
+#include <vector>
 
 namespace fs = std::filesystem;
 
 namespace Vard {
+
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -34,15 +42,26 @@ std::string fill(std::string word, unsigned display, unsigned depth, unsigned wi
     return Utils::stringReplace(word, "%{authfile}", authfile.string());
 }
 
-/// Removes a file of a dead server, if it is there; a link itself, never what it points to. False when it stays. A
-/// directory, which a user may have put there to take the display from everybody, is moved aside with all that is in
-/// it.
-bool removeLeftover(const fs::path& path) {
-    if (::unlink(path.c_str()) == 0 || errno == ENOENT) {
-        return true;
+/// Who made what stands at the path, a link itself, not what it points to; none when nothing does. Whatever cannot be
+/// looked at, such as a file system that a user has mounted there, is nobody's.
+std::optional<uid_t> ownerOf(const fs::path& path) {
+    struct stat info {};
+    if (::lstat(path.c_str(), &info) != 0) {
+        return errno == ENOENT ? std::nullopt : std::optional(unknownUid);
     }
+    return info.st_uid;
+}
+
+/// Where a server of the display makes files. The last is a keymap, which is no sign of a server.
+std::vector<fs::path> placesOf(unsigned display, const fs::path& socket) {
+    const std::string number = std::to_string(display);
+    return {socket, "/tmp/.X" + number + "-lock", "/tmp/.tX" + number + "-lock", "/tmp/server-" + number + ".xkm"};
+}
+
+// A directory goes aside with all that a user has put into it.
+bool moveAside(const fs::path& path) {
     std::string aside = path.string() + ".XXXXXX";
-    if (errno != EISDIR || ::mkdtemp(aside.data()) == nullptr) {
+    if (::mkdtemp(aside.data()) == nullptr) {
         return false;
     }
     const bool moved = ::rename(path.c_str(), aside.c_str()) == 0;
@@ -50,6 +69,16 @@ bool removeLeftover(const fs::path& path) {
         ::rmdir(aside.c_str());
     }
     return moved;
+}
+
+/// True when the process that wrote its number into a lock file of root's is there.
+bool lockHeld(const fs::path& path) {
+    const pid_t pid = std::atoi(Utils::readSmallFile(path).c_str());
+    return pid > 0 && ::kill(pid, 0) == 0;
+}
+
+bool rootsServerRuns(const fs::path& path) {
+    return Socket::probeUnix(path.string()) == Socket::Probe::Live || lockHeld(path);
 }
 
 } // namespace
@@ -71,30 +100,49 @@ std::list<std::string> serverArguments(const std::list<std::string>& templates, 
     return args;
 }
 
-// A server of another user would refuse to start over a lock file that it may not remove, and would share a name with
-// whoever holds the abstract socket; so both count.
-std::string clearDisplay(unsigned display, const fs::path& socket) {
-    if (Socket::probeUnix(socket.string()) == Socket::Probe::Live ||
-        Socket::probeUnix(socket.string(), true) == Socket::Probe::Live) {
-        return "somebody answers on: " + socket.string();
+bool removeObject(const fs::path& path) {
+    ::umount2(path.c_str(), MNT_DETACH | UMOUNT_NOFOLLOW); // users can mount on what is theirs
+    if (::unlink(path.c_str()) == 0 || errno == ENOENT) {
+        return true;
     }
-    // The compiled keymap too: a server that may not replace another user's does not start.
-    const std::string number = std::to_string(display);
-    for (const fs::path& path :
-         {socket, fs::path("/tmp/.X" + number + "-lock"), fs::path("/tmp/server-" + number + ".xkm")}) {
-        if (!removeLeftover(path)) {
+    return errno == EISDIR && (::rmdir(path.c_str()) == 0 || moveAside(path));
+}
+
+// A server that may not replace another user's file does not start; so the keymap counts too.
+std::string clearDisplay(unsigned display, const fs::path& socket, uid_t user) {
+    for (const fs::path& path : placesOf(display, socket)) {
+        const auto owner = ownerOf(path);
+        if (!owner) {
+            continue;
+        }
+        if (*owner == 0 && rootsServerRuns(path)) {
+            return "root's server is there: " + path.string();
+        }
+        if (!removeObject(path)) {
             return "leftover cannot be removed: " + path.string();
+        }
+        if (*owner != user || *owner == unknownUid) {
+            Syslog::notice("%s: removed from display: %u, path: %s, uid: %u", "clearDisplay", display, path.c_str(),
+                           *owner);
         }
     }
     return {};
 }
 
-bool claimDisplay(unsigned display, const fs::path& socket) {
-    const std::string obstacle = clearDisplay(display, socket);
-    if (!obstacle.empty()) {
-        Syslog::warning("%s: display passed over: %u, %s", "startSession", display, obstacle.c_str());
+bool isDisturbed(unsigned display, const fs::path& socket, uid_t user) {
+    return std::ranges::any_of(placesOf(display, socket),
+                               [user](const fs::path& path) { return ownerOf(path).value_or(user) != user; });
+}
+
+bool wasDisturbed(unsigned display, const fs::path& socket, uid_t user) {
+    const auto end = std::chrono::steady_clock::now() + 100ms;
+    while (!isDisturbed(display, socket, user)) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(100us);
     }
-    return obstacle.empty();
+    return true;
 }
 
 } // namespace Vard

@@ -1,6 +1,10 @@
 // What must be true of a display before its X server starts, and the server's command line.
 #pragma once
 
+#include "user_database.h"
+
+#include <sys/types.h>
+
 #include <filesystem>
 #include <list>
 #include <string>
@@ -18,12 +22,19 @@ std::list<std::string> serverArguments(const std::list<std::string>& templates, 
                                        unsigned short width, unsigned short height,
                                        const std::filesystem::path& authfile);
 
-/// Removes what a dead X server left of a display: the socket, the lock file /tmp/.X<N>-lock, the keymap
-/// /tmp/server-<N>.xkm. Nothing is touched while somebody answers on `socket` (file or abstract name). Empty when the
-/// display is clear, else what stands in the way. Never follows a link, never blocks. Any thread.
-std::string clearDisplay(unsigned display, const std::filesystem::path& socket);
-/// Makes sure that a display is free for a new X server, which can then start at once: true when it is clear, or could
-/// be cleared. False after a warning under "startSession" that says why it is passed over. Any thread.
-bool claimDisplay(unsigned display, const std::filesystem::path& socket);
+/// Removes what a user has put at the path: a link itself, a mount, a directory, which goes aside with all that is in
+/// it. True when nothing is left there. Any thread.
+bool removeObject(const std::filesystem::path& path);
+/// Clears a display of the service's for its next X server: removes the socket, the lock files /tmp/.X<N>-lock and
+/// /tmp/.tX<N>-lock, and the keymap /tmp/server-<N>.xkm, whoever made them; what has another owner than `user` is
+/// logged with that owner. A directory with something in it is moved aside. What root made stays while root's server
+/// runs. Empty when the display is clear, else what stands in the way. Never follows a link, never blocks. Any thread.
+std::string clearDisplay(unsigned display, const std::filesystem::path& socket, uid_t user = unknownUid);
+/// True when something of somebody else's than `user` stands where the display's socket, locks or keymap belong. Any
+/// thread.
+bool isDisturbed(unsigned display, const std::filesystem::path& socket, uid_t user);
+/// The same for a start that has failed: looks for a tenth of a second, since who disturbs starts puts things there and
+/// takes them away again and again.
+bool wasDisturbed(unsigned display, const std::filesystem::path& socket, uid_t user);
 
 } // namespace Vard

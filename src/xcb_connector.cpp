@@ -26,25 +26,25 @@ namespace {
 
 } // namespace
 
-Connector::Connector(uint32_t display, const Cookie* auth, FileDescriptor socket) {
+Connector::Connector(uint32_t display, const Cookie* auth, FileDescriptor socket, std::chrono::milliseconds limit) {
     if (!socket) {
         // The file, not the abstract name of the same text: anybody could have taken that.
         socket.reset(Socket::unixConnect("/tmp/.X11-unix/X" + std::to_string(display)));
     }
-    connect(display, auth, std::move(socket));
+    connect(display, auth, std::move(socket), Clock::now() + limit);
     readSetup();
 }
 
 Connector::~Connector() = default;
 
-void Connector::connect(uint32_t display, const Cookie* auth, FileDescriptor socket) {
+void Connector::connect(uint32_t display, const Cookie* auth, FileDescriptor socket, Clock::time_point end) {
     std::string name = "MIT-MAGIC-COOKIE-1";
     Cookie data = auth != nullptr ? *auth : Cookie{};
     xcb_auth_info_t info{static_cast<int>(name.size()), name.data(), static_cast<int>(data.size()),
                          reinterpret_cast<char*>(data.data())};
     if (socket) {
         try {
-            handshake(std::move(socket), auth != nullptr ? &info : nullptr);
+            handshake(std::move(socket), auth != nullptr ? &info : nullptr, end);
         } catch (const std::system_error&) {
             connection_.reset(); // not without the channel
         }
@@ -56,8 +56,7 @@ void Connector::connect(uint32_t display, const Cookie* auth, FileDescriptor soc
     }
 }
 
-void Connector::handshake(FileDescriptor socket, xcb_auth_info_t* auth) {
-    const auto end = Clock::now() + answerLimit;
+void Connector::handshake(FileDescriptor socket, xcb_auth_info_t* auth, Clock::time_point end) {
     channel_ = std::make_unique<Channel>(std::move(socket));
     connection_.reset(channel_->connect(auth, end));
     if (!connection_ || ::xcb_connection_has_error(connection_.get()) != 0) {

@@ -74,8 +74,9 @@ public:
 
     /// Connects to display ":N" through `socket`, an already connected descriptor whose peer the caller has checked;
     /// with an empty descriptor, to the display's own address. `auth` is the MIT-MAGIC-COOKIE-1 data, may be null. Logs
-    /// and throws xcb_error("Connector") on refusal, time-out or a server without screen or pixmap format.
-    Connector(uint32_t display, const Cookie* auth, FileDescriptor socket = {});
+    /// and throws xcb_error("Connector") on refusal, after `limit` or at a server without screen or pixmap format.
+    Connector(uint32_t display, const Cookie* auth, FileDescriptor socket = {},
+              std::chrono::milliseconds limit = answerLimit);
     ~Connector();
     Connector(const Connector&) = delete;
     Connector& operator=(const Connector&) = delete;
@@ -153,8 +154,8 @@ private:
     }
     [[nodiscard]] bool unresponsive() const;
     ReplyError<void> waitReply(unsigned sequence, Clock::time_point end);
-    void connect(uint32_t display, const Cookie* auth, FileDescriptor socket);
-    void handshake(FileDescriptor socket, xcb_auth_info_t* auth);
+    void connect(uint32_t display, const Cookie* auth, FileDescriptor socket, Clock::time_point end);
+    void handshake(FileDescriptor socket, xcb_auth_info_t* auth, Clock::time_point end);
     void readSetup();
     void describe(PixmapInfo& info, const xcb_get_image_reply_t& reply) const;
 

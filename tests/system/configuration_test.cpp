@@ -33,6 +33,13 @@ TEST_F(Configuration, ChangedFileIsTakenOverABrokenOneIsNotABrokenValueIsTheDefa
     EXPECT_TRUE(journal.waitFor("startSession: full house"));
     ASSERT_TRUE(reload(testConfig({{"display:max", 35}})));
     EXPECT_EQ(bus.login("bob"), 34);
+    ASSERT_TRUE(reload(testConfig({{"display:min", 70}, {"display:max", 80}})));
+    auto broken = testConfig({{"display:min", "a hundred"}, {"display:max", 110}});
+    ASSERT_TRUE(reload(broken.toStyledString(), "bad value, key: display:min"));
+    broken["display:min"] = 99999;
+    ASSERT_TRUE(reload(broken.toStyledString(), "reloadConfigWatcher: display range refused: 99999, 110"));
+    Account carol("carol");
+    EXPECT_EQ(bus.login("carol"), 72) << "in the third slot of the range before";
 }
 
 } // namespace

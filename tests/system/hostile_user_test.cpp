@@ -21,18 +21,6 @@ TEST_F(HostileUser, PlantedFilesAreNotFollowedReadOrWaitedFor) {
     EXPECT_FALSE(exists("/etc/xauth_33.log"));
 }
 
-TEST_F(HostileUser, StoppedToolIsEndedAndTheServiceGoesOn) {
-    start(testConfig({{"xrandr:path", alice.script("xrandr", "kill -STOP $$")},
-                      {"hash:path", alice.script("hash", "kill -STOP $PPID; kill -KILL $$")}}));
-    EXPECT_EQ(bus.login("alice", 640, 480), 33);
-    EXPECT_EQ(bus.login("alice", 800, 600), 33) << "after the tool's time";
-    EXPECT_TRUE(journal.waitFor("waitSessionGeometryUpdate: child did not end, killed, pid: "));
-    bus.call("vardSessionGeometry", "uqq", 33U, 640, 481);
-    const auto begin = std::chrono::steady_clock::now();
-    bus.call("vardSessionGeometry", "uqq", 33U, 640, 481);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5)) << "who did it once gets less time";
-}
-
 TEST_F(HostileUser, DyingInTheMiddleOfTheStartLeavesNothing) {
     // Every process of the user's, the X server too.
     start(testConfig({{"xrandr:path", alice.script("xrandr", "kill -KILL -1")}}));

@@ -17,14 +17,15 @@ protected:
     /// Starts the service with a PAM service that tells what it is asked, and a session program that writes what it
     /// finds around it.
     void startRecording() {
-        mustRun("groupadd -f project && usermod -aG project alice; rm -f /tmp/pam.log");
+        mustRun("groupadd -f project && usermod -aG project -c umask=0007 alice; rm -f /tmp/pam.log");
         writeFile("/usr/local/bin/record", "#!/bin/sh\necho \"$PAM_TYPE\" >> /tmp/pam.log\n", 0755);
         std::string stack = "@include vard\nsession required pam_env.so user_readenv=0 conffile=/etc/pam.env\n";
         for (const char* type : {"auth", "account", "session"}) {
             stack.insert(0, std::string(type) + " required pam_exec.so quiet /usr/local/bin/record\n");
         }
         writeFile("/etc/pam.d/recorded", stack);
-        writeFile("/etc/pam.env", "FROM_PAM DEFAULT=yes\n");
+        writeFile("/etc/pam.env",
+                  "FROM_PAM DEFAULT=yes\nDISPLAY DEFAULT=:77\nXAUTHORITY DEFAULT=/x\nXDG_RUNTIME_DIR DEFAULT=/x\n");
         const auto program = alice.script("report", R"(
 { id -un; id -Gn; pwd; umask; tty; } > ~/who
 env > ~/env
@@ -57,7 +58,7 @@ TEST_F(Login, DefaultConfigurationGivesAnXorgDesktopUnderTheUser) {
     EXPECT_TRUE(isOfAlice(server));
     EXPECT_EQ(
         shell("stat -c '%a %U %G' /tmp/.X11-unix/X33 /run/vard/xauth_33 " + session["runtimedir"].asString()).text,
-        "700 alice alice\n440 alice vard-xauth\n700 alice alice\n");
+        "760 alice vard-xauth\n440 alice vard-xauth\n700 alice alice\n");
     const std::string look = " runuser -u alice -- xdpyinfo -display :33";
     EXPECT_THAT(shell("XAUTHORITY=/run/vard/xauth_33" + look).text, HasSubstr("1280x1024"));
     EXPECT_NE(shell("XAUTHORITY=/nonexistent" + look).status, 0);
@@ -73,7 +74,7 @@ TEST_F(Login, ProgramHasTheUsersIdentityInAPamSessionOfItsOwn) {
     ASSERT_TRUE(waitUntil([&] { return exists(alice.home() + "/done"); }));
     EXPECT_EQ(readFile("/tmp/pam.log"), "account\nauth\naccount\nopen_session\n");
 
-    EXPECT_EQ(home("who"), "alice\nalice project\n/home/alice\n0022\nnot a tty\n");
+    EXPECT_EQ(home("who"), "alice\nalice project\n/home/alice\n0007\nnot a tty\n");
     EXPECT_THAT(home("keys"), HasSubstr(" _ses")) << "a keyring shared with other sessions";
     for (const char* variable :
          {"FROM_PAM=yes", "DISPLAY=:33", "XAUTHORITY=/run/vard/xauth_33", "USER=alice", "LOGNAME=alice",
@@ -109,6 +110,7 @@ TEST_F(Login, SupervisorKeepsNothingOfTheServiceAndEndsWithIt) {
 
     // A crash of the service leaves the name to the next instance, and no program.
     ASSERT_TRUE(waitUntil([] { return !processes("sleep 12345").empty(); }));
+    EXPECT_EQ(status(processes("sleep 12345")[0], "Umask"), "0022") << "the system's, by PAM";
     ::kill(service->pid(), SIGKILL);
     service->wait();
     EXPECT_TRUE(waitUntil([&] { return !bus.owned(); }));

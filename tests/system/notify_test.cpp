@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <thread>
 
 namespace {
 
@@ -149,22 +150,45 @@ TEST_F(Notify, TheProgramGetsSixArgumentsExactly) {
     EXPECT_TRUE(bus.call("proxyClientConnected", "us", 33U, "192.0.2.7").ok());
     recorded(
         "6|--header|\"\"|--message|\"There was an attempt to connect from a remote address: 192.0.2.7\"|--level|0|");
+    const std::string filler(300000, 'a');
+    EXPECT_TRUE(send(33, filler, filler, 2));
+    recorded("6|--header|\"" + filler.substr(0, 256) + "\"|--message|\"" + filler.substr(0, 4096) + "\"|--level|2|");
 }
 
 TEST_F(Notify, HangingAndMissingProgramsChangeNoAnswer) {
     const auto program = alice.script("hang", "exec sleep 98765");
     login(withProgram(program));
+    const std::string dropped = "vardSendNotify: too many notices at once, session id: 0x00000021";
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_TRUE(bus.call("proxyClientConnected", "us", 33U, "192.0.2.7").ok());
+    }
+    EXPECT_TRUE(waitUntil([&] { return journal.count(dropped) == 16; }));
     for (int i = 0; i < 20; ++i) {
         EXPECT_TRUE(send(33, "header", "message"));
     }
-    EXPECT_TRUE(waitUntil([] { return processes("sleep 98765", "alice").size() == 16; }));
-    EXPECT_EQ(journal.count("vardSendNotify: too many notices at once, session id: 0x00000021"), 4U);
+    EXPECT_TRUE(waitUntil([] { return processes("sleep 98765", "alice").size() == 4 + 12; }));
+    EXPECT_EQ(journal.count(dropped), 16U + 8U);
     mustRun("rm " + program + "; pkill -n -u alice sleep");
     EXPECT_TRUE(waitUntil([&] {
         return send(33, "header", "message") && journal.has("runChildProcess: program not found: " + program);
     }));
     EXPECT_EQ(service->stop(), 0);
     EXPECT_TRUE(processes("sleep 98765").empty());
+}
+
+// A directory service that does not answer: here the file of the accounts is a pipe that nobody writes to.
+TEST_F(Notify, ALookUpThatHangsDoesNotKeepTheEndsOfSessionsFromBeingSeen) {
+    login();
+    const int server = info(33)["pid1"].asInt();
+    Signals signals;
+    mustRun("cd /etc && cp -p passwd passwd.real && mkfifo passwd.pipe && ln -f passwd.pipe passwd");
+    bus.call("proxyClientConnected", "us", 33U, "192.0.2.7");
+    EXPECT_TRUE(journal.waitFor("vardSendNotify: session id: 0x00000021, level: 0"));
+    std::this_thread::sleep_for(200ms); // the look-up is the next that it does
+    ::kill(server, SIGKILL);
+    EXPECT_NO_THROW(signals.upTo("signalSessionShutdown"));
+    mustRun("mv /etc/passwd.real /etc/passwd");
+    writeFile("/etc/passwd.pipe", ""); // whoever waits there reads nothing
 }
 
 TEST_F(Notify, TheProgramSaysWhyItShowsNothing) {

@@ -54,18 +54,6 @@ TEST_F(SessionEnd, SeamlessSessionEndsWhenItsClientStaysAway) {
     EXPECT_TRUE(journal.waitFor("seamlessTimeoutWatcher: session stopped, id: 0x00000021, display: 33, time pass: "));
 }
 
-TEST_F(SessionEnd, WhatTheProgramLeftBehindEndsWithIt) {
-    start(testConfig({{"session:path", alice.script("program",
-                                                    "setsid sh -c 'trap \"\" TERM; sleep 54321' & "
-                                                    "exec sleep 12345")}}));
-    Signals signals;
-    ASSERT_EQ(bus.login("alice"), 33);
-    signals.upTo("signalProxyAllowConnection");
-    ASSERT_TRUE(waitUntil([] { return !processes("sleep 54321").empty() && !processes("sleep 12345").empty(); }));
-    bus.call("vardSessionShutdown", "u", 33U);
-    expectEnd(signals);
-}
-
 TEST_F(SessionEnd, StoppedServerKeepsTheDisplayUntilItIsKilledAndCleared) {
     Account bob("bob");
     start();

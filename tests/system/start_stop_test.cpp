@@ -96,11 +96,12 @@ TEST_F(StartStop, EndsInOrderWhenTheBusGoesAway) {
     bus = Bus();
 }
 
-TEST_F(StartStop, BackgroundServiceOutlivesItsTerminal) {
+TEST_F(StartStop, BackgroundServiceOutlivesItsTerminalAndNeedsNoDescriptors) {
     writeFile("/tmp/background.json", testConfig().toStyledString());
-    EXPECT_EQ(program("--background --config /tmp/background.json </dev/null >/dev/null 2>&1").status, 0);
+    EXPECT_EQ(program("--background --config /tmp/background.json <&- >&- 2>&-").status, 0);
     ASSERT_TRUE(waitUntil([&] { return bus.call("vardStatus").ok(); }));
     const int pid = std::stoi(readFile("/run/vard/vard_service.pid"));
+    EXPECT_EQ(mustRun("cd /proc/" + std::to_string(pid) + "/fd; readlink 0 1 2"), "/dev/null\n/dev/null\n/dev/null\n");
     ::kill(pid, SIGHUP);
     EXPECT_TRUE(bus.call("vardStatus").ok());
     ::kill(pid, SIGTERM);

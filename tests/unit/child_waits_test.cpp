@@ -35,7 +35,14 @@ TEST(ChildWaits, WhoDoesNotEndIsKilled) {
     BackgroundTasks tasks;
     ChildWait child(tasks, startSleep());
     EXPECT_FALSE(child.ready({}));
-    EXPECT_EQ(child.getWithin(50ms, "test"), SIGKILL);
+    child.kill("test");
+    EXPECT_EQ(child.get(), SIGKILL);
+}
+
+TEST(ChildWaits, AWaitThatFailsIsLogged) {
+    const Scratch::Journal journal;
+    EXPECT_EQ(waitProcessPid(::getpid()), -1);
+    EXPECT_EQ(journal.lines(), "waitProcessPid: waitpid failed, error: No child processes, code: 10\n");
 }
 
 TEST(ChildWaits, ChildrenAreWaitedForWithoutThreads) {
@@ -49,8 +56,8 @@ TEST(ChildWaits, ChildrenAreWaitedForWithoutThreads) {
     EXPECT_FALSE(tasks.run("test", [] {}));
     ChildWait child(tasks, startSleep("0"));
     ::pthread_setattr_default_np(&before);
-    EXPECT_EQ(child.getWithin(20s, "test"), 0);
-    EXPECT_FALSE(child.valid());
+    EXPECT_TRUE(child.endedBy(std::chrono::steady_clock::now() + 20s));
+    EXPECT_EQ(child.get(), 0);
 }
 
 TEST(ChildWaits, OnePassTakesOneLookForHundredsOfChildren) {
@@ -63,7 +70,10 @@ TEST(ChildWaits, OnePassTakesOneLookForHundredsOfChildren) {
     for (int pass = 0; pass < 10; ++pass) { // the machine may be busy during some
         const auto begin = std::chrono::steady_clock::now();
         const std::scoped_lock lock(waits.mutex());
-        waits.collectLocked("test", [](const ProcessHandle&, int) { ADD_FAILURE() << "none has ended"; });
+        waits.collectLocked("test", [](const ProcessHandle&) {
+            ADD_FAILURE() << "none has ended";
+            return true;
+        });
         shortest = std::min(shortest, std::chrono::steady_clock::now() - begin);
     }
     EXPECT_LT(shortest, 90ms) << "a millisecond for each child would take a hundred";

@@ -17,6 +17,7 @@ using testing::ElementsAre;
 TEST(TransportLog, OnlyALineOfTheTransportsOwnCounts) {
     EXPECT_EQ(plainAddress("::ffff:10.1.2.3"), "10.1.2.3");
     EXPECT_EQ(plainAddress("fe80::1%eth0"), "fe80::1");
+    EXPECT_EQ(plainAddress({"10.1.2.3\0.", 10}), "") << "the system's own reader stops at the NUL";
     EXPECT_EQ(parseLogLine("<ERROR> 7 com.freerdp.server.shadow.x11 failed to open display: :33").kind,
               LogEvent::Failure);
     const std::string activated = "Client from 10.1.2.3 is activated (640x480@32)";
@@ -56,6 +57,7 @@ TEST(SessionInfo, HashLinesAreTheUsersOwnAndWhole) {
 
 TEST(SessionInfo, NoSessionIsNone) {
     EXPECT_FALSE(parseSessionInfo(""));
+    EXPECT_FALSE(parseSessionInfo(std::string(2000, '['))) << "deeper than the reader goes";
     EXPECT_FALSE(parseSessionInfo(R"({"username":7,"display":33,"xauthfile":"","ntlm":""})"));
 }
 

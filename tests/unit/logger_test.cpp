@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <thread>
 
 namespace {
 
@@ -38,6 +39,23 @@ TEST_F(Logging, LevelDecidesWhatIsWritten) {
               "1: error\n1: warning\n1: notice\n1: info\n1: debug\n");
     EXPECT_EQ(Scratch::run("journalctl -q -o cat -t LevelDecidesWhatIsWritten -p warning..info | grep ^1"),
               "1: warning\n1: notice\n1: info\n");
+}
+
+// The journal library builds the line on the caller's stack, however long it is.
+TEST_F(Logging, LongLinesAreCutWhereACharacterEndsAndSayHowLongTheyWere) {
+    const Scratch::Journal journal;
+    std::string text = "x";
+    while (text.size() < 1100000) {
+        text += "\u0416"; // two bytes
+    }
+    std::jthread([&] { Syslog::error("%s", text.c_str()); }).join();
+    const std::string line = journal.lines();
+    const std::string mark = " [cut, " + std::to_string(text.size()) + " bytes]\n";
+    ASSERT_TRUE(line.ends_with(mark)) << line.size();
+    EXPECT_LE(line.size(), size_t{64} << 10);
+    EXPECT_EQ(line.substr(line.size() - mark.size() - 2, 2), "\u0416");
+    Syslog::error("%s", text.substr(0, 65001).c_str());
+    EXPECT_TRUE(journal.lines().ends_with("\n" + text.substr(0, 65001) + "\n"));
 }
 
 // The names of a session's processes change and their descriptors are closed; their last words must still be found.

@@ -6,7 +6,10 @@
 #include "scratch.h"
 #include "user_database.h"
 
+#include <sys/resource.h>
+
 #include <csignal>
+#include <fstream>
 #include <thread>
 
 namespace {
@@ -31,11 +34,35 @@ TEST_F(Processes, HandlesHoldNoGroupsAndOutliveTheNumber) {
     EXPECT_FALSE(sleeping.kill());
 }
 
+// A transport that is reported meanwhile would otherwise count as gone, and its client's session as detached.
+TEST_F(Processes, ReportedWithoutADescriptorIsHeldByItsNumberUntilAStrangerHasIt) {
+    const pid_t pid = Scratch::startSleep();
+    rlimit before{};
+    ::getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit none{0, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    const auto handle = ProcessHandle::reported(pid);
+    EXPECT_TRUE(handle.exists());
+    EXPECT_FALSE(handle.kill()) << "it might be a stranger by now";
+    ::setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_TRUE(handle.exists());
+    EXPECT_TRUE(handle.terminate());
+    EXPECT_EQ(waitProcessPid(pid), SIGTERM);
+    EXPECT_FALSE(handle.exists());
+    std::this_thread::sleep_for(std::chrono::milliseconds(50)); // the kernel tells beginnings apart by ten
+    std::ofstream("/proc/sys/kernel/ns_last_pid") << pid - 1;
+    const auto stranger = ProcessHandle::of(Scratch::startSleep());
+    ASSERT_EQ(stranger.pid(), pid);
+    EXPECT_FALSE(handle.exists() || handle.kill());
+    stranger.kill();
+    EXPECT_EQ(waitProcessPid(pid), SIGKILL);
+}
+
 TEST_F(Processes, ChildrenAreTheUserWithTheLastOfEachVariable) {
     Scratch::run("chmod 777 " + dir_.path().string());
     const std::string log = dir_.path() / "log";
-    EXPECT_EQ(waitProcessPid(
-                  Utils::runChildProcess("/usr/bin/env", {}, "daemon", {"A=first", "HOME=/elsewhere", "A=last"}, log)),
+    EXPECT_EQ(waitProcessPid(Utils::runChildProcess("/usr/bin/env", {}, "daemon",
+                                                    {"A=first", "HOME=/elsewhere", "A=last"}, {log})),
               0);
     EXPECT_EQ(Scratch::run("stat -c %U " + log + "; grep -E '^(A|HOME)=' " + log + " | sort"),
               "daemon\nA=last\nHOME=/elsewhere\n");
@@ -44,14 +71,14 @@ TEST_F(Processes, ChildrenAreTheUserWithTheLastOfEachVariable) {
     EXPECT_THROW(Utils::runChildProcess("/bin/true", {}, "nobody-knows", {}), vard_error);
 }
 
-TEST_F(Processes, FirstLinesAreReadFromRegularFilesOnly) {
+TEST_F(Processes, SmallFilesAreReadFromRegularFilesOnly) {
     const auto file = dir_.write("file", "first\nsecond\n");
-    EXPECT_EQ(Utils::readFirstLine(file), "first");
+    EXPECT_EQ(Utils::readSmallFile(file), "first\nsecond\n");
     std::filesystem::create_symlink(file, dir_.path() / "link");
-    EXPECT_EQ(Utils::readFirstLine(dir_.path() / "link"), "");
+    EXPECT_EQ(Utils::readSmallFile(dir_.path() / "link"), "");
     Scratch::run("mkfifo " + (dir_.path() / "fifo").string());
-    EXPECT_EQ(Utils::readFirstLine(dir_.path() / "fifo"), "");
-    EXPECT_EQ(Utils::readFirstLine(dir_.write("big", std::string(1 << 20, 'x'))).size(), size_t{64} << 10);
+    EXPECT_EQ(Utils::readSmallFile(dir_.path() / "fifo"), "");
+    EXPECT_EQ(Utils::readSmallFile(dir_.write("big", std::string(1 << 20, 'x'))).size(), size_t{64} << 10);
 }
 
 // Another thread inside the user database at the moment of a fork must not leave its locks to the child.

@@ -94,9 +94,17 @@ TEST_F(ProfileVolumeTest, LogsAFailedMountButNoMissingPartition) {
     EXPECT_EQ(mounted(), "");
 }
 
-TEST_F(ProfileVolumeTest, FollowsNoLinkInTheHomesPlace) {
+TEST_F(ProfileVolumeTest, FollowsALinkInTheHomesPlaceWhenItIsRootsAlone) {
     const std::string link = dir_.path() / "link";
     fs::create_directory_symlink(home_, link);
+    ASSERT_TRUE(mountProfile(user_, link, "ext4", ""));
+    EXPECT_NE(mounted(), "");
+    fs::remove(link);
+    unmountProfile(link);
+    EXPECT_EQ(mounted(), "") << "from where it was mounted, whatever the link is by now";
+
+    fs::create_directory_symlink(home_, link);
+    Scratch::run("chown -h daemon " + link);
     EXPECT_FALSE(mountProfile(user_, link, "ext4", ""));
     EXPECT_EQ(mounted(), "");
     ASSERT_TRUE(mountProfile(user_, home_, "ext4", ""));

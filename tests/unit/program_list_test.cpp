@@ -38,7 +38,7 @@ protected:
 TEST_F(ProgramListTest, OffersTheStartableEntriesByTheirExecutables) {
     const std::string here = dir_.write("own", "");
     desktop("a.desktop", "Name=in bin\nExec=env %u --new\n");
-    desktop("b.desktop", "Name=as given\nExec=" + here + " %F\n");
+    desktop("b.desktop", "Name=as given\nExec=" + here + "\t%F\n");
     desktop("c.desktop", "Name=plain\nName[ru]=\xD0\xBF\xD0\xBE\nTerminal=true\nExec=env -i\n");
     desktop("hidden.desktop", "Name=hidden\nHidden=true\n");
     desktop("link.desktop", "Name=link\nType=Link\n");
@@ -60,10 +60,19 @@ TEST_F(ProgramListTest, AppendsTheAdministratorsProgramsInTheirOrder) {
     EXPECT_EQ(command("last"), "/bin/sh[-c][exit 7][]");
     EXPECT_EQ(list_.find("LAST"), nullptr);
     EXPECT_THAT(journal.lines(), HasSubstr("ProgramListReload: binary not found: /no/such for name: lost"));
-    // A reload begins anew, and what cannot be read leaves the desktop entries.
-    for (const char* text : {"[{\"name\":", "[{\"name\":\"x\",\"path\":\"/bin/sh\",\"args\":[{}]}]"}) {
-        EXPECT_FALSE(reload(text)) << text;
-        EXPECT_THAT(list_.getNames(), ElementsAre("twice")) << text;
+    EXPECT_FALSE(reload("[{\"name\":")) << "what cannot be read leaves the desktop entries";
+    EXPECT_THAT(list_.getNames(), ElementsAre("twice"));
+}
+
+TEST_F(ProgramListTest, AWrongElementCostsItselfOnlyAndIsNamed) {
+    const Scratch::Journal journal;
+    EXPECT_TRUE(reload(R"([7, {"name":"a","path":"/bin/sh"}, {"name":"x","path":"/bin/sh","args":[{}]},
+                           {"name":["x"],"path":"/bin/sh"}, {"name":"b","path":"/bin/sh"}])"));
+    EXPECT_THAT(list_.getNames(), ElementsAre("a", "b"));
+    const auto lines = journal.lines();
+    for (const char* place : {"1", "3", "4"}) {
+        EXPECT_THAT(lines, HasSubstr("reload: wrong element, path: " + (dir_.path() / "programs.json").string() +
+                                     ", place: " + place + ", exception: "));
     }
 }
 

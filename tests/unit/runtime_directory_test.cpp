@@ -66,16 +66,33 @@ TEST_F(RuntimeDirectoryTest, FollowsNoLinkAndTakesNoFile) {
     const auto elsewhere = dir_.path() / "elsewhere";
     const auto dangling = dir_.path() / "dangling";
     fs::create_directory(elsewhere);
-    fs::create_directory_symlink(elsewhere, dir_.path() / "linked");
+    const auto users = dir_.path() / "users";
+    fs::create_directory_symlink(elsewhere, users);
+    Scratch::run("chown -h runtime-user " + users.string());
+    const auto open = dir_.path() / "open"; // where a user may change whose link is whose
+    fs::create_directory(open);
+    fs::create_directory_symlink(elsewhere, open / "linked");
+    fs::permissions(open, fs::perms::all | fs::perms::sticky_bit);
     fs::create_symlink(elsewhere / "new", dangling);
+    fs::create_directory_symlink("loop", dir_.path() / "loop");
     const auto file = dir_.write("file", "");
-    for (const auto& bad :
-         {dir_.path() / "linked" / "1000", dangling, file, file / "1000", fs::path("relative/1000"), fs::path()}) {
+    for (const auto& bad : {users / "1000", open / "linked" / "1000", dangling, dir_.path() / "loop" / "1000", file,
+                            file / "1000", fs::path("relative/1000"), fs::path()}) {
         EXPECT_FALSE(RuntimeDirectory(bad, "runtime-user").valid()) << bad;
     }
     EXPECT_TRUE(fs::is_empty(elsewhere));
     EXPECT_FALSE(fs::exists("/relative"));
     EXPECT_THAT(journal.lines(), HasSubstr("startSession: create xdg directory failed, path: " + dangling.string()));
+}
+
+TEST_F(RuntimeDirectoryTest, FollowsLinksThatAreRootsAlone) {
+    fs::create_directories(dir_.path() / "run" / "deep");
+    fs::create_directory_symlink("../run/./deep", dir_.path() / "run" / "relative");
+    fs::create_directory_symlink(dir_.path() / "run" / "relative", dir_.path() / "linked");
+    EXPECT_TRUE(RuntimeDirectory(dir_.path() / "linked" / "user" / "1000", "runtime-user").valid());
+    EXPECT_FALSE(fs::exists(dir_.path() / "run" / "deep" / "user")) << "that start came to nothing";
+    RuntimeDirectory(dir_.path() / "linked" / "user" / "1000", "runtime-user").keep();
+    EXPECT_EQ(modeAndOwner(dir_.path() / "run" / "deep" / "user" / "1000"), "drwx------ runtime-user:runtime-user\n");
 }
 
 TEST_F(RuntimeDirectoryTest, RefusesALinkAndAnotherUsersDirectory) {
@@ -84,6 +101,10 @@ TEST_F(RuntimeDirectoryTest, RefusesALinkAndAnotherUsersDirectory) {
     fs::create_directory_symlink(path_, dir_.path() / "planted");
     EXPECT_FALSE(RuntimeDirectory(dir_.path() / "planted", "runtime-user").valid());
     EXPECT_FALSE(RuntimeDirectory(dir_.path() / "planted" / "", "runtime-user").valid()) << "a slash behind it";
+    fs::create_directory_symlink(path_.parent_path(), dir_.path() / "users-way");
+    Scratch::run("chown -h runtime-user " + (dir_.path() / "users-way").string());
+    EXPECT_FALSE(RuntimeDirectory(dir_.path() / "users-way" / "1000", "runtime-user").valid())
+        << "not on the way either";
     ASSERT_TRUE(Vard::Utils::setOwner(path_, "daemon", ""));
     EXPECT_FALSE(RuntimeDirectory(path_, "runtime-user").valid());
     EXPECT_THAT(journal.lines(), HasSubstr("xdg directory of another user refused, path: " + path_.string()));

@@ -12,12 +12,13 @@ class SessionTable : public testing::Test {
 protected:
     std::shared_ptr<Session> put(size_t slot) {
         const std::scoped_lock lock(table_.mutex());
-        auto session = std::make_shared<Session>(tasks_);
+        auto session = std::make_shared<Session>(tasks_, userChildren_);
         session->sid = table_.displayLocked(slot);
         table_.slotsLocked()[slot] = session;
         return session;
     }
 
+    Vard::UserChildren userChildren_;
     Vard::BackgroundTasks tasks_;
     Vard::SessionTable table_;
 };
@@ -44,7 +45,7 @@ TEST_F(SessionTable, GrowsButNeverShrinksUnderRunningSessions) {
 
 TEST_F(SessionTable, DisplayIsFreeOnlyWhenItsRecordHasGoneEntirely) {
     table_.setRange({33, 2});
-    auto holder = std::make_shared<Session>(tasks_);
+    auto holder = std::make_shared<Session>(tasks_, userChildren_);
     holder->displayLease = table_.leaseLocked(33);
     EXPECT_TRUE(table_.leaseLocked(34));
     table_.setRange({32, 2}); // the same display, now in another slot

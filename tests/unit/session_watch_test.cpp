@@ -21,7 +21,7 @@ protected:
 
     std::shared_ptr<Session> put(size_t slot, const ProcessHandle& server = gone()) {
         const std::scoped_lock lock(table_.mutex());
-        auto session = std::make_shared<Session>(tasks_);
+        auto session = std::make_shared<Session>(tasks_, userChildren_);
         session->sid = table_.displayLocked(slot);
         session->pid1 = server;
         session->start = start_;
@@ -33,12 +33,13 @@ protected:
     // Each look takes a millisecond; a hang is the test's time-out.
     std::vector<SessionEvent> nextEnded() {
         for (;;) {
-            if (auto events = takeEndedSessions(table_, children_); !events.empty()) {
+            if (auto events = takeEndedSessions(table_, children_, userChildren_); !events.empty()) {
                 return events;
             }
         }
     }
 
+    UserChildren userChildren_;
     BackgroundTasks tasks_;
     SessionTable table_;
     ChildWaits children_;

@@ -1,4 +1,5 @@
 // Texts of users on an administrator's terminal, and the columns that hold them.
+#include "failure.h"
 #include "json.h"
 #include "table.h"
 #include "text.h"
@@ -22,7 +23,9 @@ TEST_F(VardctlText, NothingSteersTheTerminal) {
     EXPECT_EQ(harmless("\u202etxt.exe"), "\\xe2\\x80\\xaetxt.exe") << "the direction of reading";
     EXPECT_EQ(harmless("\xff\xd0"), "\\xff\\xd0") << "no UTF-8, and the start of a character at the end";
     EXPECT_EQ(harmless(std::string_view("a\0b", 3)), "a\\x00b");
-    EXPECT_EQ(jsonLine("\x1b\u009b"), "\"\\u001b\\u009b\"\n");
+    EXPECT_EQ(jsonLine("\x1b\u009b\x7f"), "\"\\u001b\\u009b\\u007f\"\n");
+    EXPECT_EQ(jsonLine(parseJson("1 // \x1b[2J")), "1\n") << "a comment would be printed as it stands";
+    EXPECT_THROW(parseJson(std::string(2000, '[')), Failure) << "deeper than the reader goes";
 }
 
 TEST_F(VardctlText, ColumnsAlignAndStayCountable) {

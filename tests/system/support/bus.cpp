@@ -9,8 +9,6 @@ namespace Test {
 
 namespace {
 
-constexpr uint64_t callLimit = 120'000'000; // microseconds
-
 void check(int result, const char* what) {
     if (result < 0) {
         throw std::runtime_error(std::string(what) + " failed: " + std::to_string(-result));
@@ -66,7 +64,7 @@ void readResult(sd_bus_message* answer, Reply& reply) {
 
 } // namespace
 
-Bus::Bus() {
+Bus::Bus(std::chrono::seconds limit) : limit_(limit) {
     sd_bus* bus = nullptr;
     check(sd_bus_open_system(&bus), "sd_bus_open_system");
     bus_.reset(bus);
@@ -82,7 +80,7 @@ Reply Bus::send(sd_bus_message* message) {
     const Message call(message);
     sd_bus_error error{};
     sd_bus_message* answer = nullptr;
-    const int result = sd_bus_call(bus_.get(), message, callLimit, &error, &answer);
+    const int result = sd_bus_call(bus_.get(), message, static_cast<uint64_t>(limit_.count()), &error, &answer);
     const Message owner(answer);
     Reply reply;
     if (result < 0) {

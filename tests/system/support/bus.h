@@ -39,7 +39,8 @@ struct Signal {
 /// A connection of its own that calls methods.
 class Bus {
 public:
-    Bus();
+    /// Every call is given up after `limit`.
+    explicit Bus(std::chrono::seconds limit = std::chrono::seconds(120));
 
     /// Calls a method of the service's interface; arguments as sd-bus takes them.
     template <typename... Args>
@@ -67,6 +68,7 @@ private:
     sd_bus_message* newCall(const char* interface, const char* method);
     Reply send(sd_bus_message* message);
 
+    std::chrono::microseconds limit_;
     std::unique_ptr<sd_bus, Unref> bus_;
 };
 

@@ -1,0 +1,37 @@
+// The abstract socket names of X displays.
+#pragma once
+
+#include "file_descriptor.h"
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <map>
+#include <optional>
+
+namespace Vard {
+
+/// Holds abstract names of displays, bound and not listening. X clients try the abstract name before the path: refused
+/// there by a name that is held, they take the path, while a stranger who listened on it would be given the session's
+/// cookie. The service manager keeps copies, so that nobody takes the names while the service starts anew. One thread
+/// at a time.
+class DisplayNames {
+public:
+    /// Takes over what the service manager has kept. Once, before there are threads: it empties variables of the
+    /// environment.
+    void restore();
+    /// Holds the display's name from now on; false when somebody else has it.
+    bool hold(uint32_t display);
+    /// Lets go of the display's name, so that a server may take it.
+    void letGo(uint32_t display);
+    /// True when nobody has the display's name, held by this object or not. It is not held afterwards.
+    static bool isFree(uint32_t display);
+
+private:
+    std::map<uint32_t, FileDescriptor> held_;
+};
+
+/// The user whose socket has the abstract name of the display; none when nobody has it or the kernel does not tell.
+std::optional<uid_t> displayNameOwner(uint32_t display);
+
+} // namespace Vard

@@ -1,0 +1,135 @@
+// Which of the displays can be had for a new session.
+#include "display_pool.h"
+
+#include "logger.h"
+#include "own_children.h"
+#include "timed_child.h"
+#include "x_server.h"
+
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace Vard {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto restTime = 60s;
+constexpr size_t mostNames = 256; // held from the start; those beyond are held when their display is first claimed
+constexpr const char* func = "startSession";
+
+// Tried in a child: the service itself stays where it is.
+bool tryNamespace() {
+    const pid_t pid = OwnChildren::fork();
+    if (pid == 0) {
+        const bool works = ::unshare(CLONE_NEWNET | CLONE_NEWNS) == 0 &&
+                           ::mount("none", "/", nullptr, MS_REC | MS_SLAVE, nullptr) == 0;
+        ::_exit(works ? EXIT_SUCCESS : EXIT_FAILURE);
+    }
+    if (pid < 0 || TimedChild(pid).wait(5s, "DisplayPool") != 0) {
+        Syslog::warning("%s: no namespaces here, X servers can be reached by their abstract names", "DisplayPool");
+        return false;
+    }
+    return true;
+}
+
+bool namespacesWork() {
+    static const bool work = tryNamespace();
+    return work;
+}
+
+} // namespace
+
+DisplayPool::DisplayPool() { names_.restore(); }
+
+void DisplayPool::configure(const DisplayRange& range, bool isolate) {
+    const std::scoped_lock lock(mutex_);
+    isolated_ = isolate && namespacesWork();
+    const auto first = static_cast<uint32_t>(range.first);
+    // Names of displays that left the range stay held: sessions may still run there.
+    for (size_t i = 0; isolated_ && i < std::min(range.count, mostNames); ++i) {
+        names_.hold(first + static_cast<uint32_t>(i));
+    }
+}
+
+bool DisplayPool::isolated() const {
+    const std::scoped_lock lock(mutex_);
+    return isolated_;
+}
+
+bool DisplayPool::claim(uint32_t display, const std::filesystem::path& socket, bool evenResting) {
+    if (!evenResting && rests(display)) {
+        Syslog::warning("%s: display passed over: %u, a start was disturbed there", func, display);
+        return false;
+    }
+    const std::scoped_lock lock(mutex_);
+    resting_.erase(display);
+    if (!claimName(display)) {
+        return false;
+    }
+    const std::string obstacle = clearDisplay(display, socket);
+    if (!obstacle.empty()) {
+        Syslog::warning("%s: display passed over: %u, %s", func, display, obstacle.c_str());
+    }
+    return obstacle.empty();
+}
+
+void DisplayPool::forgetEnded() {
+    const std::scoped_lock lock(mutex_);
+    std::erase_if(lateServers_, [](const auto& late) { return late.second.endedBy({}); });
+}
+
+bool DisplayPool::serverGone(uint32_t display) {
+    forgetEnded();
+    const std::scoped_lock lock(mutex_);
+    const auto found = lateServers_.find(display);
+    if (found == lateServers_.end()) {
+        return true;
+    }
+    if (!found->second.toldToEndFor()) {
+        Syslog::warning("%s: display passed over: %u, a late server still runs, pid: %d", func, display,
+                        found->second.pid());
+        found->second.terminate(); // stopped ones must not keep all displays; the watcher kills what does not obey
+    }
+    return false;
+}
+
+// Where X servers have no namespace of their own, they take the name themselves.
+bool DisplayPool::claimName(uint32_t display) {
+    if (!isolated_) {
+        names_.letGo(display);
+    }
+    if (isolated_ ? names_.hold(display) : DisplayNames::isFree(display)) {
+        return true;
+    }
+    auto& known = nameOwners_[display];
+    if (Clock::now() >= known.until) { // users can make the kernel's list long
+        known = {displayNameOwner(display), Clock::now() + restTime};
+    }
+    Syslog::warning("%s: display passed over: %u, its abstract name is somebody else's, uid: %d", func, display,
+                    known.uid ? static_cast<int>(*known.uid) : -1);
+    return false;
+}
+
+void DisplayPool::late(uint32_t display, const ProcessHandle& server) {
+    const std::scoped_lock lock(mutex_);
+    lateServers_[display] = server;
+}
+
+void DisplayPool::rest(uint32_t display) {
+    const std::scoped_lock lock(mutex_);
+    resting_[display] = Clock::now() + restTime;
+}
+
+bool DisplayPool::rests(uint32_t display) const {
+    const std::scoped_lock lock(mutex_);
+    const auto found = resting_.find(display);
+    return found != resting_.end() && Clock::now() < found->second;
+}
+
+} // namespace Vard
