@@ -4,6 +4,7 @@
 #include "exceptions.h"
 #include "parsec.h"
 #include "utils.h"
+#include "x_server.h"
 
 #include <fcntl.h>
 #include <malloc.h>
@@ -131,8 +132,7 @@ DBusService::DBusService(DBus::Connection& connection, const std::string& path)
     applyRange(displayRange(*config_, "DBusService").value_or(DisplayRange{}), *config_);
     runtimeDir_ = config_->settingString("runtime:dir", "/run/vard");
     createRuntimeDirectory();
-    removeStaleAuthority();
-    SocketNest::removeStale(displaySocket(0));
+    removeStale();
     writePidFile();
     auditLog_.open();
     reloadPrograms(*config_);
@@ -185,14 +185,20 @@ void DBusService::createRuntimeDirectory() {
     fs::permissions(runtimeDir_, static_cast<fs::perms>(0755), fs::perm_options::replace, failed);
 }
 
-// An instance that was killed left them: they are cookies of servers that have gone.
-void DBusService::removeStaleAuthority() const {
+// An instance that was killed left cookies, nests, sockets and locks of servers that have gone.
+void DBusService::removeStale() const {
     std::error_code failed;
     for (fs::directory_iterator it(runtimeDir_, failed), end; !failed && it != end; it.increment(failed)) {
         if (it->path().filename().native().starts_with("xauth_")) {
             std::error_code ignored;
             fs::remove(it->path(), ignored);
         }
+    }
+    SocketNest::removeStale(displaySocket(0));
+    const auto [first, count] = table_.range();
+    for (size_t slot = 0; slot < count; ++slot) {
+        const auto display = static_cast<unsigned>(static_cast<size_t>(first) + slot);
+        clearDeadDisplay(display, displaySocket(display));
     }
 }
 

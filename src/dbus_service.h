@@ -193,7 +193,7 @@ private:
     void reloadPrograms(const JsonConfig& config);
     void applyRange(const DisplayRange& range, const JsonConfig& config);
     void createRuntimeDirectory();
-    void removeStaleAuthority() const;
+    void removeStale() const;
     void writePidFile() const;
     std::filesystem::path pidFile() const;
     void run(const std::string& path);

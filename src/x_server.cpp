@@ -52,10 +52,12 @@ std::optional<uid_t> ownerOf(const fs::path& path) {
     return info.st_uid;
 }
 
+fs::path lockFile(unsigned display) { return "/tmp/.X" + std::to_string(display) + "-lock"; }
+
 /// Where a server of the display makes files. The last is a keymap, which is no sign of a server.
 std::vector<fs::path> placesOf(unsigned display, const fs::path& socket) {
     const std::string number = std::to_string(display);
-    return {socket, "/tmp/.X" + number + "-lock", "/tmp/.tX" + number + "-lock", "/tmp/server-" + number + ".xkm"};
+    return {socket, lockFile(display), "/tmp/.tX" + number + "-lock", "/tmp/server-" + number + ".xkm"};
 }
 
 // A directory goes aside with all that a user has put into it.
@@ -71,7 +73,7 @@ bool moveAside(const fs::path& path) {
     return moved;
 }
 
-/// True when the process that wrote its number into a lock file of root's is there.
+/// True when the process that wrote its number into the lock file is there.
 bool lockHeld(const fs::path& path) {
     const pid_t pid = std::atoi(Utils::readSmallFile(path).c_str());
     return pid > 0 && ::kill(pid, 0) == 0;
@@ -127,6 +129,14 @@ std::string clearDisplay(unsigned display, const fs::path& socket, uid_t user) {
         }
     }
     return {};
+}
+
+void clearDeadDisplay(unsigned display, const fs::path& socket) {
+    const auto probe = Socket::probeUnix(socket.string());
+    const fs::path lock = lockFile(display);
+    if (probe == Socket::Probe::Dead || (probe == Socket::Probe::Absent && ownerOf(lock) && !lockHeld(lock))) {
+        clearDisplay(display, socket);
+    }
 }
 
 bool isDisturbed(unsigned display, const fs::path& socket, uid_t user) {

@@ -30,6 +30,9 @@ bool removeObject(const std::filesystem::path& path);
 /// logged with that owner. A directory with something in it is moved aside. What root made stays while root's server
 /// runs. Empty when the display is clear, else what stands in the way. Never follows a link, never blocks. Any thread.
 std::string clearDisplay(unsigned display, const std::filesystem::path& socket, uid_t user = unknownUid);
+/// Clears a display that a killed instance, or a machine that lost its power, has left: nobody listens on its socket, or
+/// there is none and the process that its lock file names has gone. Any thread.
+void clearDeadDisplay(unsigned display, const std::filesystem::path& socket);
 /// True when something of somebody else's than `user` stands where the display's socket, locks or keymap belong. Any
 /// thread.
 bool isDisturbed(unsigned display, const std::filesystem::path& socket, uid_t user);

@@ -32,14 +32,20 @@ TEST_F(Displays, SameProgramReusesTheSessionAnotherProgramGetsItsOwn) {
 }
 
 TEST_F(Displays, LeftoversOfAKilledServerDoNotStandInTheWay) {
-    // A SIGKILLed server of another user leaves its socket and a lock that alice may not remove.
+    // What a server of another user leaves when it is killed: alice may not remove it.
     Account mallory("mallory");
-    mustRun(
-        "runuser -u mallory -- sh -c 'Xvfb :33 & until [ -S /tmp/.X11-unix/X33 ]; do sleep 0.05; done; kill -9 $!; "
-        "wait $!; while pgrep -x xkbcomp; do sleep 0.05; done >/dev/null'");
-    ASSERT_TRUE(exists("/tmp/.X33-lock") && exists("/tmp/.X11-unix/X33"));
-    mustRun("runuser -u mallory -- touch /tmp/server-33.xkm"); // its compiled keymap, when it is killed early
+    const auto plantDead = [] {
+        mustRun(
+            "runuser -u mallory -- perl -MSocket -e 'umask 0; socket(my $s, AF_UNIX, SOCK_STREAM, 0); bind($s, "
+            "sockaddr_un(\"/tmp/.X11-unix/X33\")) or die; for (\"/tmp/.X33-lock\", \"/tmp/server-33.xkm\") { open(my "
+            "$f, "
+            "\">\", $_); printf $f \"%10d\\n\", 4194304 }'");
+        return exists("/tmp/.X33-lock");
+    };
+    ASSERT_TRUE(plantDead());
     start();
+    EXPECT_FALSE(exists("/tmp/.X33-lock") || exists("/tmp/.X11-unix/X33")) << "nothing stays of an earlier instance";
+    ASSERT_TRUE(plantDead());
     Signals signals;
     ASSERT_EQ(bus.login("alice"), 33);
     EXPECT_EQ(socket(33), "760 alice socket vard-xauth\n");
