@@ -138,10 +138,14 @@ uid_t DBusService::callerUid() {
                            "GetConnectionUnixUser");
     DBus::MessageIter out = call.writer();
     out << caller_;
-    const DBus::Message reply = conn().send_blocking(call);
-    DBus::MessageIter in = reply.reader();
     uint32_t uid = unknownUid;
-    in >> uid;
+    try {
+        const DBus::Message reply = conn().send_blocking(call);
+        DBus::MessageIter in = reply.reader();
+        in >> uid;
+    } catch (const DBus::Error& err) {
+        debug("%s: caller is gone: %s, %s", "callerUid", caller_.c_str(), err.what());
+    }
     return uid;
 }
 

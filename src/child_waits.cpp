@@ -16,6 +16,12 @@ namespace Vard {
 
 using namespace std::chrono_literals;
 
+namespace {
+
+constexpr auto stopLook = 50ms; // between two looks whether a child is stopped
+
+} // namespace
+
 int waitProcessPid(pid_t pid) {
     Syslog::debug("%s: wait pid: %d", "waitProcessPid", pid);
     // The end is waited for apart from the status, which a tracer may keep for ever.
@@ -69,6 +75,9 @@ void ChildWait::reapWithoutThread() {
 }
 
 bool ChildWait::ready(std::chrono::steady_clock::time_point deadline) {
+    if (!valid()) { // the status was taken by somebody who then failed
+        return true;
+    }
     reapWithoutThread();
     // A wait until a moment that has passed is a system call all the same; most looks are of that kind.
     const auto left = deadline - std::chrono::steady_clock::now();
@@ -117,7 +126,12 @@ void ChildWaits::add(ChildWait child) {
     addLocked(std::move(child));
 }
 
-void ChildWaits::addLocked(ChildWait child) { children_.push_back(std::move(child)); }
+void ChildWaits::addLocked(ChildWait child) {
+    if (closed_) { // nobody would end it
+        child.kill("ChildWaits");
+    }
+    children_.push_back(std::move(child));
+}
 
 bool ChildWaits::holds(pid_t pid) {
     const std::scoped_lock lock(mutex_);
@@ -143,6 +157,7 @@ void ChildWaits::collectLocked(const char* func, const std::function<bool(const 
 
 void ChildWaits::endAll(const char* func) {
     const std::scoped_lock lock(mutex_);
+    closed_ = true;
     if (children_.empty()) {
         return;
     }
@@ -153,7 +168,11 @@ void ChildWaits::endAll(const char* func) {
     std::this_thread::sleep_for(100ms);
     const auto deadline = std::chrono::steady_clock::now() + endGrace;
     for (auto& child : children_) {
-        if (!child.endedBy(deadline)) {
+        for (auto now = std::chrono::steady_clock::now(); now < deadline && !child.endedBy(now + stopLook);
+             now = std::chrono::steady_clock::now()) {
+            child.killOverdue(func); // a stopped one cannot obey
+        }
+        if (!child.endedBy({})) {
             child.kill(func);
         }
     }

@@ -82,12 +82,13 @@ public:
     /// status is logged under `func`.
     void collectLocked(const char* func, const std::function<bool(const ProcessHandle& process)>& ended);
     /// Tells all children to end, waits for each, kills those that stay, leaves those that nothing ends, and empties
-    /// the list. Takes the lock. Logs under `func`.
+    /// the list; what comes later is killed at once. Takes the lock. Logs under `func`.
     void endAll(const char* func);
 
 private:
     std::mutex mutex_;
     std::list<ChildWait> children_;
+    bool closed_ = false;
 };
 
 } // namespace Vard

@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <fstream>
 #include <thread>
 
@@ -117,11 +118,17 @@ void DBusService::run(const std::string& path) {
     if (stopRequested) {
         serviceRunning = false;
     }
-    {
+    std::exception_ptr failure; // the sessions are ended in any case
+    try {
         const WorkerThread thread([this, path] { worker(path); });
-        runGuarded("start", [] { serviceDispatcher.enter(); }); // the sessions are ended in any case
+        serviceDispatcher.enter();
+    } catch (...) {
+        failure = std::current_exception();
     }
     sessionsClear();
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
     notice("%s: shutdown complete", "start");
 }
 
@@ -171,9 +178,12 @@ void DBusService::reloadPrograms(const JsonConfig& config) {
 
 // One start sees one state of the displays.
 void DBusService::applyRange(const DisplayRange& range, const JsonConfig& config) {
+    const bool isolate = config.settingBoolean("xvfb:netns", true) && DisplayPool::canIsolate();
+    {
+        const std::scoped_lock lock(table_.mutex());
+        displays_.configure(range, isolate);
+    }
     table_.setRange(range);
-    const std::scoped_lock lock(table_.mutex());
-    displays_.configure(range, config.settingBoolean("xvfb:netns", true));
 }
 
 void DBusService::createRuntimeDirectory() {

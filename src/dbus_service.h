@@ -203,7 +203,7 @@ private:
     // bus_boundary.cpp
     bool handle_message(const DBus::Message& message) override;
     DBus::Message answer(const DBus::CallMessage& call);
-    /// The user who made the call that is being answered. Main thread; throws DBus::Error when the bus does not tell.
+    /// The user who made the call that is being answered; all ones when the bus does not tell. Main thread.
     uid_t callerUid();
     DBus::Message dispatchGuarded(DBus::InterfaceAdaptor& adaptor, const DBus::CallMessage& call,
                                   const std::string& method);
@@ -239,7 +239,7 @@ private:
     bool startDisplay(Session& session, const StartRequest& request, std::vector<uint8_t>& cookie);
     bool waitDisplay(Session& session, pid_t pid, const std::shared_ptr<SocketNest>& nest);
     bool awaitSocket(const Session& session, const ProcessHandle& server, const std::filesystem::path& socket);
-    static bool publish(const SocketNest& nest, const std::filesystem::path& usual);
+    bool publish(const Session& session, const SocketNest& nest, const std::filesystem::path& usual);
     [[nodiscard]] std::optional<gid_t> transportGroup() const;
     bool connectDisplay(Session& session, const std::vector<uint8_t>& cookie);
     void connectOnce(Session& session, const std::vector<uint8_t>& cookie, std::chrono::milliseconds limit);
@@ -286,7 +286,7 @@ private:
 
     // service_transport.cpp
     bool possibleTransport(uint32_t pid);
-    bool mayName(pid_t pid, uid_t sessionUser);
+    bool mayName(const ProcessHandle& process, uid_t sessionUser);
     bool vardCreateNTLMhashFile(const SessionPtr& session, const std::string& password, bool ntlmv2);
 
     // service_notify.cpp

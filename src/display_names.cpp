@@ -127,7 +127,8 @@ bool DisplayNames::hold(uint32_t display) {
         return false;
     }
     const int fd = name.get();
-    const std::string keep = "FDSTORE=1\nFDNAME=" + std::string(keptName) + std::to_string(display);
+    // A bound socket that is not connected always polls as hung up, which otherwise ends its keeping.
+    const std::string keep = "FDSTORE=1\nFDPOLL=0\nFDNAME=" + std::string(keptName) + std::to_string(display);
     ::sd_pid_notify_with_fds(0, 0, keep.c_str(), &fd, 1);
     held_[display] = std::move(name);
     return true;

@@ -38,18 +38,18 @@ bool tryNamespace() {
     return true;
 }
 
-bool namespacesWork() {
-    static const bool work = tryNamespace();
-    return work;
-}
-
 } // namespace
 
 DisplayPool::DisplayPool() { names_.restore(); }
 
+bool DisplayPool::canIsolate() {
+    static const bool works = tryNamespace();
+    return works;
+}
+
 void DisplayPool::configure(const DisplayRange& range, bool isolate) {
     const std::scoped_lock lock(mutex_);
-    isolated_ = isolate && namespacesWork();
+    isolated_ = isolate;
     const auto first = static_cast<uint32_t>(range.first);
     // Names of displays that left the range stay held: sessions may still run there.
     for (size_t i = 0; isolated_ && i < std::min(range.count, mostNames); ++i) {

@@ -20,9 +20,11 @@ class DisplayPool {
 public:
     /// Takes over the names that the service manager has kept. Before there are threads.
     DisplayPool();
+    /// True when the machine has the namespaces for X servers of their own; where it has none, a warning says so once.
+    /// Tries it at the first call, which may take seconds: under no lock.
+    static bool canIsolate();
     /// Takes over a range of displays. With `isolate`, X servers are to be started in a network namespace of their own,
-    /// and the range's abstract names are held, for as long as the machine has such namespaces: where it has none, a
-    /// warning says so once.
+    /// and the range's abstract names are held.
     void configure(const DisplayRange& range, bool isolate);
     /// True when X servers are started in a network namespace of their own.
     [[nodiscard]] bool isolated() const;

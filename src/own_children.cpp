@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <mutex>
@@ -20,51 +21,78 @@
 #include <string>
 #include <thread>
 
+namespace fs = std::filesystem;
+
 namespace Vard {
 
 using namespace std::chrono_literals;
 
 namespace {
 
-constexpr int mostRounds = 100; // of killing in one look
+constexpr auto mostRounds = 100ms; // of killing in one look
 constexpr auto killTime = 1s; // in which a killed child ends, unless the kernel holds it
 
 using Clock = std::chrono::steady_clock;
 
 std::mutex lock;
-std::set<pid_t> own;
-std::set<pid_t> spared; // left running by somebody else's code
-std::map<pid_t, Clock::time_point> released; // until when each may run
-int foreign = 0; // threads in such code
-int forking = 0; // threads in a fork of ours, whose child is not known yet
 
-// The kernel gives what it reparents to the first thread.
-std::vector<pid_t> childrenOfFirstThread() {
-    std::ifstream list("/proc/self/task/" + std::to_string(::getpid()) + "/children");
-    return {std::istream_iterator<pid_t>(list), {}};
+// Numbers of children that are not reaped yet: nobody else can bear them.
+struct Children {
+    std::set<pid_t> own;
+    std::set<pid_t> settled; // adopted, beyond doubt
+    std::set<pid_t> doubtful; // began in foreign code, while a fork of ours had no number yet
+    std::set<pid_t> spared; // left running by foreign code
+    std::map<pid_t, Clock::time_point> released; // until when each may run
+    int foreign = 0; // threads in foreign code
+    int forking = 0; // threads in a fork of ours, whose child is not known yet
+};
+Children children;
+
+// Those of all threads: what a thread started is the first one's only after that thread's end.
+std::vector<pid_t> strangers() {
+    std::vector<pid_t> result;
+    std::error_code failed;
+    for (fs::directory_iterator it("/proc/self/task", failed), end; !failed && it != end; it.increment(failed)) {
+        std::ifstream list(it->path() / "children");
+        std::copy_if(std::istream_iterator<pid_t>(list), {}, std::back_inserter(result),
+                     [](pid_t pid) { return !children.own.contains(pid); });
+    }
+    return result;
 }
 
-std::vector<pid_t> strangers() {
-    auto children = childrenOfFirstThread();
-    std::erase_if(children, [](pid_t pid) { return own.contains(pid); });
-    return children;
+bool isRoots(pid_t pid) { return Utils::processOwner(pid) == 0; }
+
+bool isChild(pid_t pid) {
+    siginfo_t info{};
+    return ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0;
+}
+
+// While such code runs, or a fork, nobody can tell whose a new child is: those that were known before are still ours
+// to end.
+void settle(const std::vector<pid_t>& found) {
+    if (children.foreign > 0 || children.forking > 0) {
+        return;
+    }
+    for (const pid_t pid : found) {
+        const bool left = children.doubtful.contains(pid) && !children.released.contains(pid) && isRoots(pid);
+        (left || children.spared.contains(pid) ? children.spared : children.settled).insert(pid);
+    }
+    children.doubtful.clear();
+}
+
+// Both kinds of those that are spared or have time are told by their numbers, which are theirs until they are reaped.
+void forgetReaped() {
+    const auto gone = [](pid_t pid) { return !isChild(pid); };
+    std::erase_if(children.settled, gone);
+    std::erase_if(children.spared, gone);
+    std::erase_if(children.released, [&](const auto& child) { return gone(child.first); });
 }
 
 bool reapAdopted(pid_t pid) { return ::waitpid(pid, nullptr, WNOHANG) == pid; }
 
-// What was adopted, without what foreign code left on purpose; none can be told while such code runs, or a fork. Reaps
-// both. Needs the lock: nobody else may reap what is signalled by its number.
-std::optional<std::vector<pid_t>> adopted(const std::scoped_lock<std::mutex>& /*held*/) {
-    if (foreign > 0 || forking > 0) {
-        return std::nullopt;
-    }
-    auto found = strangers();
-    std::erase_if(found, reapAdopted);
-    const auto gone = [&](pid_t pid) { return std::ranges::find(found, pid) == found.end(); };
-    std::erase_if(spared, gone);
-    std::erase_if(released, [&](const auto& child) { return gone(child.first); });
-    std::erase_if(found, [](pid_t pid) { return spared.contains(pid); });
-    return found;
+// A module may be waiting for its own.
+bool mayReap(pid_t pid) {
+    return children.settled.contains(pid) || children.spared.contains(pid) || children.released.contains(pid);
 }
 
 } // namespace
@@ -73,65 +101,71 @@ std::optional<std::vector<pid_t>> adopted(const std::scoped_lock<std::mutex>& /*
 pid_t OwnChildren::fork() {
     {
         const std::scoped_lock guard(lock);
-        ++forking;
+        ++children.forking;
     }
     const pid_t pid = ::fork();
     if (pid == 0) {
-        new (&lock) std::mutex; // whoever held it is not here
-        own.clear();
-        forking = 0;
+        new (&lock) std::mutex; // whoever held it, or was changing what it guards, is not here
+        new (&children) Children;
         return 0;
     }
     const std::scoped_lock guard(lock);
-    --forking;
+    --children.forking;
     if (pid > 0) {
-        own.insert(pid);
+        children.own.insert(pid);
     }
     return pid;
 }
 
-// Never a wait without end: the tracer of a child that has ended, who may be its own user, has its status first.
+// Never a wait without end: the tracer of a child that has ended, who may be its own user, has its status first. The
+// number is free for others from the reaping on.
 std::optional<int> OwnChildren::reap(pid_t pid) {
     const auto giveUp = Clock::now() + killTime;
-    int status = -1;
-    pid_t ended = 0;
-    while ((ended = ::waitpid(pid, &status, WNOHANG)) == 0 && Clock::now() < giveUp) {
+    for (;;) {
+        {
+            const std::scoped_lock guard(lock);
+            int status = -1;
+            const pid_t ended = ::waitpid(pid, &status, WNOHANG);
+            if (ended < 0) {
+                Utils::syslogErrno("waitProcessPid", "waitpid", errno);
+            }
+            if (ended != 0) {
+                children.own.erase(pid);
+                return ended < 0 ? std::nullopt : std::optional(status);
+            }
+        }
+        if (Clock::now() >= giveUp) {
+            Syslog::warning("%s: ended child is held by its tracer, pid: %d", "OwnChildren", pid);
+            release(pid, 0s);
+            return std::nullopt;
+        }
         std::this_thread::sleep_for(1ms);
     }
-    if (ended == 0) {
-        Syslog::warning("%s: ended child is held by its tracer, pid: %d", "OwnChildren", pid);
-        release(pid, 0s);
-        return std::nullopt;
-    }
-    if (ended < 0) {
-        Utils::syslogErrno("waitProcessPid", "waitpid", errno);
-    }
-    const std::scoped_lock guard(lock);
-    own.erase(pid);
-    return ended < 0 ? std::nullopt : std::optional(status);
 }
 
 void OwnChildren::release(pid_t pid, Clock::duration limit) {
     const std::scoped_lock guard(lock);
-    own.erase(pid);
-    released[pid] = Clock::now() + limit;
+    children.own.erase(pid);
+    children.settled.insert(pid);
+    children.released[pid] = Clock::now() + limit;
 }
 
 ForeignForks::ForeignForks() {
     const std::scoped_lock guard(lock);
-    ++foreign;
     before_ = strangers();
+    settle(before_);
+    ++children.foreign;
 }
 
+// Only root's, and no child of ours: what a user's session left behind at this moment must not slip through.
 ForeignForks::~ForeignForks() {
     const std::scoped_lock guard(lock);
-    --foreign;
     for (const pid_t pid : strangers()) {
-        // Only root's, and no child of ours: what a user's session left behind at this moment must not slip through.
-        if (forking == 0 && std::ranges::find(before_, pid) == before_.end() && Utils::processOwner(pid) == 0) {
-            spared.insert(pid);
+        if (std::ranges::find(before_, pid) == before_.end()) {
+            children.doubtful.insert(pid);
         }
     }
+    --children.foreign;
 }
 
 void AdoptedChildren::adopt() { ::prctl(PR_SET_CHILD_SUBREAPER, 1); }
@@ -141,31 +175,44 @@ size_t AdoptedChildren::endOnce(const char* func) { return end(func, Clock::dura
 // A released child has at most `mostLeft`.
 size_t AdoptedChildren::end(const char* func, Clock::duration mostLeft) {
     // What is killed may have forked before, and its child is here at once.
+    const auto enough = Clock::now() + mostRounds;
     Look look = endSeen(func, mostLeft);
-    for (int round = 1; round < mostRounds && look.killed > 0; ++round) {
+    while (look.killed > 0 && Clock::now() < enough) {
         std::this_thread::sleep_for(200us);
         look = endSeen(func, mostLeft);
     }
     return look.left;
 }
 
-// All are ours and not reaped, so the numbers are their own. Patience is with the user: one whose processes hand over
-// to their children, each new here, would never use it up.
-AdoptedChildren::Look AdoptedChildren::endSeen(const char* func, Clock::duration mostLeft) {
+std::vector<pid_t> AdoptedChildren::take(Clock::duration mostLeft, Look& look) {
     const std::scoped_lock guard(lock);
-    const auto found = adopted(guard);
-    if (!found) {
-        return {told_.size(), 0};
-    }
+    auto found = strangers();
+    settle(found);
+    std::erase_if(found, [](pid_t pid) { return mayReap(pid) && reapAdopted(pid); });
+    forgetReaped();
+    std::erase_if(found, [](pid_t pid) { return children.spared.contains(pid); });
+    const auto now = Clock::now();
+    std::erase_if(found, [&](pid_t pid) {
+        const auto child = children.released.find(pid);
+        const bool hasTime = child != children.released.end() && child->second > now;
+        if (hasTime && child->second - now > mostLeft) {
+            child->second = now + mostLeft;
+        }
+        const bool notYet = hasTime || !children.settled.contains(pid);
+        look.left += notYet ? 1 : 0;
+        return notYet;
+    });
+    return found;
+}
+
+// All are ours, and only this reaps them, so the numbers are their own. Patience is with the user: one whose processes
+// hand over to their children, each new here, would never use it up.
+AdoptedChildren::Look AdoptedChildren::endSeen(const char* func, Clock::duration mostLeft) {
+    Look look;
+    const auto found = take(mostLeft, look);
     const auto now = Clock::now();
     std::erase_if(told_, [&](const auto& told) { return now - told.second.last > patience + killTime; });
-    Look look;
-    for (const pid_t pid : *found) {
-        if (const auto child = released.find(pid); child != released.end() && child->second > now) {
-            child->second = child->second - now > mostLeft ? now + mostLeft : child->second;
-            ++look.left;
-            continue;
-        }
+    for (const pid_t pid : found) {
         const uid_t user = Utils::processOwner(pid);
         const auto [entry, isNew] = told_.try_emplace(user, Told{now, now, {}});
         if (isNew) {
@@ -178,6 +225,10 @@ AdoptedChildren::Look AdoptedChildren::endSeen(const char* func, Clock::duration
         look.killed += kill && !again ? 1 : 0;
         look.left += again && now - entry->second.first > patience + killTime ? 0 : 1;
     }
+    const auto gone = [&](pid_t pid) { return std::ranges::find(found, pid) == found.end(); };
+    for (auto& [user, told] : told_) {
+        std::erase_if(told.killed, gone);
+    }
     return look;
 }
 
@@ -189,8 +240,12 @@ void AdoptedChildren::endAll(const char* func) {
 }
 
 bool AdoptedChildren::any(uid_t uid) {
-    const std::scoped_lock guard(lock);
-    const auto found = adopted(guard).value_or(std::vector<pid_t>{});
+    std::vector<pid_t> found;
+    {
+        const std::scoped_lock guard(lock);
+        found = strangers();
+        std::erase_if(found, [](pid_t pid) { return children.spared.contains(pid); });
+    }
     return std::ranges::any_of(found, [uid](pid_t pid) { return Utils::processOwner(pid) == uid; });
 }
 

@@ -25,8 +25,8 @@ void release(pid_t pid, std::chrono::steady_clock::duration limit);
 
 } // namespace OwnChildren
 
-/// While one lives, somebody else's code (a PAM module) may fork on the calling thread: adopted children are left
-/// alone, and what that code leaves running as root is never taken for a session's. Any thread.
+/// While one lives, somebody else's code (a PAM module) may fork on the calling thread: children that come meanwhile
+/// are left alone, and what that code leaves running as root is never taken for a session's. Any thread.
 class ForeignForks {
 public:
     ForeignForks();
@@ -56,7 +56,7 @@ public:
     /// Looks again and again until none is left, released ones included, or until none can be killed. Blocks for
     /// lastPatience, patience and a second at most.
     void endAll(const char* func);
-    /// True while one of that user's is there. Any thread.
+    /// True while one of that user's is there, ended or not. Any thread.
     static bool any(uid_t uid);
 
 private:
@@ -75,6 +75,9 @@ private:
     };
 
     size_t end(const char* func, Clock::duration mostLeft);
+    /// Reaps what has ended; of the others, those that are to end now. Counts what has time left, or what nobody can
+    /// tell to be adopted.
+    static std::vector<pid_t> take(Clock::duration mostLeft, Look& look);
     Look endSeen(const char* func, Clock::duration mostLeft);
 
     std::map<uid_t, Told> told_;

@@ -111,12 +111,10 @@ int PamService::auth_conv(int count, const pam_message** messages, pam_response*
     if (responses == nullptr || data == nullptr || messages == nullptr || count < 1 || count > PAM_MAX_NUM_MSG) {
         return PAM_CONV_ERR;
     }
-    const bool allocated = *responses == nullptr;
-    if (allocated) {
-        *responses = static_cast<pam_response*>(std::calloc(static_cast<size_t>(count), sizeof(pam_response)));
-        if (*responses == nullptr) {
-            return PAM_BUF_ERR;
-        }
+    // What a module left in the pointer is none of ours to write to.
+    *responses = static_cast<pam_response*>(std::calloc(static_cast<size_t>(count), sizeof(pam_response)));
+    if (*responses == nullptr) {
+        return PAM_BUF_ERR;
     }
     const auto* self = static_cast<const PamService*>(data);
     for (int i = 0; i < count; ++i) {
@@ -127,9 +125,7 @@ int PamService::auth_conv(int count, const pam_message** messages, pam_response*
         (*responses)[i].resp = ::strdup(shown ? self->login_.c_str() : self->getPassword().c_str());
         if ((*responses)[i].resp == nullptr) {
             dropAnswers(messages, *responses, i);
-            if (allocated) {
-                std::free(std::exchange(*responses, nullptr));
-            }
+            std::free(std::exchange(*responses, nullptr));
             return PAM_BUF_ERR;
         }
     }

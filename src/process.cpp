@@ -22,11 +22,13 @@ extern "C" {
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fstream>
 #include <map>
 #include <sstream>
+#include <string_view>
 
 namespace fs = std::filesystem;
 
@@ -47,10 +49,15 @@ uint64_t ticksNow() {
            static_cast<uint64_t>(now.tv_nsec) * perSecond / 1'000'000'000;
 }
 
-std::optional<uint64_t> beginOf(pid_t pid) {
-    constexpr int fieldsBefore = 19; // behind the name, which may hold anything
+// What the kernel tells of a process behind its name, which may hold anything.
+std::istringstream statFields(pid_t pid) {
     const std::string text = Utils::readSmallFile("/proc/" + std::to_string(pid) + "/stat");
-    std::istringstream fields(text.substr(std::min(text.rfind(')') + 1, text.size())));
+    return std::istringstream(text.substr(std::min(text.rfind(')') + 1, text.size())));
+}
+
+std::optional<uint64_t> beginOf(pid_t pid) {
+    constexpr int fieldsBefore = 19;
+    auto fields = statFields(pid);
     std::string skipped;
     for (int i = 0; i < fieldsBefore; ++i) {
         fields >> skipped;
@@ -144,13 +151,10 @@ bool ProcessHandle::endedBy(Clock::time_point deadline) const {
     return true;
 }
 
-// The state follows the name, which may hold blanks and brackets of its own.
 bool ProcessHandle::stopped() const {
-    std::ifstream file("/proc/" + std::to_string(pid()) + "/stat");
-    std::string line;
-    std::getline(file, line);
-    const size_t end = line.rfind(") ");
-    return end != std::string::npos && (line[end + 2] == 'T' || line[end + 2] == 't');
+    char state = 0;
+    statFields(pid()) >> state;
+    return state == 'T' || state == 't';
 }
 
 std::optional<Clock::duration> ProcessHandle::toldToEndFor() const {
@@ -268,12 +272,11 @@ void movingProcessToVardCgroup() {
 namespace Utils {
 
 uid_t processOwner(pid_t pid) {
+    constexpr std::string_view key = "Uid:\t";
     std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string word; status >> word;) {
-        if (word == "Uid:") {
-            uid_t real = unknownUid;
-            status >> real;
-            return real;
+    for (std::string line; std::getline(status, line);) { // the first holds the name, which the process has chosen
+        if (line.starts_with(key)) {
+            return static_cast<uid_t>(std::strtoul(line.c_str() + key.size(), nullptr, 10));
         }
     }
     return unknownUid;

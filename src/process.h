@@ -94,7 +94,8 @@ void movingProcessToVardCgroup();
 
 /// How a program is started, beside its user.
 struct ChildOptions {
-    std::filesystem::path log{}; ///< takes its outputs, opened under the user's identity; empty: /dev/null
+    std::filesystem::path log{}; ///< takes its outputs, opened under the user's identity; empty: /dev/null. Without it
+                                 ///< the child ends as a failure: what an earlier one wrote there must not pass for its
     bool endWithParent = false; ///< the program gets SIGTERM when the thread that started it ends before it
     bool ownNetwork = false; ///< in a network namespace of its own; without one the child ends as a failure
     std::filesystem::path seenDirectory{}; ///< seen in the place of `usualDirectory`; empty: none
@@ -131,8 +132,8 @@ bool switchToUser(const std::string& user);
 bool switchToUser(const Identity& identity) noexcept;
 
 /// Points standard output and error at the file: created or truncated, mode 0640, a regular file and no link; /dev/null
-/// when that fails. An empty path means /dev/null. Only in a forked child.
-void redirectOutputsFdTo(const std::filesystem::path& path) noexcept;
+/// when that fails, and the answer is false then. An empty path means /dev/null. Only in a forked child.
+bool redirectOutputsFdTo(const std::filesystem::path& path) noexcept;
 
 /// Points standard input at /dev/null. Only in a forked child.
 void redirectInput() noexcept;
@@ -149,8 +150,7 @@ void rememberJournalSocket() noexcept;
 void closeInheritedDescriptors(int keep = -1) noexcept;
 
 /// The first 64 KiB of a file; opened without blocking and, unless told, without following a final link, regular files
-/// only. Empty
-/// when it cannot be read. Call it under the identity of the file's owner.
+/// only. Empty when it cannot be read. Call it under the identity of the file's owner.
 std::string readSmallFile(const std::filesystem::path& path, bool followLink = false);
 
 } // namespace Utils

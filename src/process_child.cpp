@@ -226,22 +226,22 @@ void redirectInput() noexcept {
     }
 }
 
-void redirectOutputsFdTo(const fs::path& path) noexcept {
+bool redirectOutputsFdTo(const fs::path& path) noexcept {
     int fd = -1;
     if (!path.empty()) {
         ::mkdir(path.parent_path().c_str(), logDirectoryMode); // usually there
         fd = openLog(path);
     }
-    while (fd < 0 && (fd = ::open("/dev/null", O_RDWR | O_CLOEXEC)) < 0) {
-        if (errno == EMFILE) {
-            endAsFailure(); // the user, whose process this is by now, has left it no room
-        }
+    const bool wanted = fd >= 0 || path.empty();
+    if (fd < 0 && (fd = ::open("/dev/null", O_RDWR | O_CLOEXEC)) < 0) {
+        endAsFailure(); // the user, whose process this is by now, or the machine, has left it no room
     }
     ::dup2(fd, STDERR_FILENO);
     ::dup2(fd, STDOUT_FILENO);
     if (fd > STDERR_FILENO) {
         ::close(fd);
     }
+    return wanted;
 }
 
 void runOwnerCommand(const char* program, const std::vector<char*>& argv, const std::vector<char*>& envp,
@@ -265,7 +265,10 @@ void runOwnerCommand(const char* program, const std::vector<char*>& argv, const 
         ::prctl(PR_SET_PDEATHSIG, SIGTERM); // the change of ids would have undone it
     }
     redirectInput();
-    redirectOutputsFdTo(options.log);
+    if (!redirectOutputsFdTo(options.log)) {
+        Syslog::error("%s: log cannot be written: %s", "runOwnerCommand", options.log.c_str());
+        endAsFailure();
+    }
     ::execve(program, argv.data(), envp.data());
     syslogErrno("runOwnerCommand", "execv", errno);
     endAsFailure();

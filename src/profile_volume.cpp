@@ -174,7 +174,7 @@ bool mountProfile(const std::string& username, const std::string& home, const st
     // The kernel refuses to mount it twice; it is there for another session of the user's, which may be on its way out.
     const Place place = placeOf(home);
     const bool mounted = mountOn(place, volume->devname, fstype, option.empty() ? nullptr : option.c_str());
-    const bool usable = mounted || (errno == EBUSY && use.sessions > 0);
+    const bool usable = mounted || (errno == EBUSY && !use.place.empty());
     if (!usable) {
         Utils::syslogErrno("sessionMountProfile", "mount", errno);
         return false;

@@ -104,6 +104,9 @@ const Json::Value& operator>>(const Json::Value& value, std::string& text) {
 const Json::Value& operator>>(const Json::Value& value, Program& program) {
     program.name = Utils::toValidUtf8(value.get("name", "").asString());
     program.path = value.get("path", "").asString();
+    if (!value["args"].isNull() && !value["args"].isArray()) {
+        throw std::invalid_argument("args: not an array");
+    }
     program.args = valueToList<std::string>(value["args"]);
     return value;
 }

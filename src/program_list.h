@@ -17,7 +17,7 @@ struct Program {
     std::list<std::string> args;
 };
 
-/// Fills the record from a JSON object with "name", "path" and "args". Throws jsoncpp's exception on wrong types.
+/// Fills the record from a JSON object with "name", "path" and "args". Throws on wrong types.
 const Json::Value& operator>>(const Json::Value& value, Program& program);
 /// A string element.
 const Json::Value& operator>>(const Json::Value& value, std::string& text);

@@ -27,6 +27,12 @@ public:
         const std::scoped_lock lock(mutex_);
         secrets_.erase(secret);
     }
+    // No fork of another thread sees the text half changed.
+    void replace(std::string& text, const std::string& fresh) {
+        const std::scoped_lock lock(mutex_);
+        Utils::wipe(text);
+        text = fresh;
+    }
     void wipeAll() {
         const std::scoped_lock lock(mutex_);
         for (auto* secret : secrets_) {
@@ -61,8 +67,7 @@ Secret::~Secret() {
 }
 
 void Secret::take(std::string& text) {
-    wipe();
-    text_ = text;
+    Registry::instance().replace(text_, text);
     Utils::wipe(text);
 }
 

@@ -94,7 +94,7 @@ bool DBusService::waitDisplay(Session& session, pid_t pid, const std::shared_ptr
     const ProcessHandle server = saveWaitPidBackground(
         pid, [lease = session.displayLease, usual, nest, uid = session.uid] { clearDisplay(*lease, usual, uid); });
     if (!awaitSocket(session, server, socket)) {
-        error("%s: xvfb not started, pid: %d, socket: %s", "startSession", pid, socket.c_str());
+        error("%s: xvfb not started, pid: %d, socket: %s", "startSession", pid, usual.c_str());
         displays_.late(session.display, server); // it may still come up, and is then in the way of others
         if (server.stopped() || isDisturbed(session.display, socket, session.uid)) {
             server.terminate(); // it will not come up
@@ -103,7 +103,8 @@ bool DBusService::waitDisplay(Session& session, pid_t pid, const std::shared_ptr
     }
     session.pid1 = server;
     // Whose socket it is decides whether the display is the session's at all.
-    if (!Utils::restrictSocket(socket, session.uid, transportGroup()) || (socket != usual && !publish(*nest, usual))) {
+    if (!Utils::restrictSocket(socket, session.uid, transportGroup()) ||
+        (socket != usual && !publish(session, *nest, usual))) {
         return false;
     }
     session.start = std::chrono::system_clock::now();
@@ -111,9 +112,17 @@ bool DBusService::waitDisplay(Session& session, pid_t pid, const std::shared_ptr
     return true;
 }
 
-// A directory or a mount in the usual place is not replaced, but can be removed.
-bool DBusService::publish(const SocketNest& nest, const fs::path& usual) {
-    return nest.publish() || (removeObject(usual) && nest.publish());
+// What a user has put into the usual place since the start began goes, and is named. A directory or a mount that comes
+// in between is in the way once more: then another display is tried.
+bool DBusService::publish(const Session& session, const SocketNest& nest, const fs::path& usual) {
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        removeForeign(session.display, usual, session.uid);
+        if (nest.publish()) {
+            return true;
+        }
+    }
+    displays_.rest(session.display);
+    return false;
 }
 
 // The transports, which may read the cookie, reach a server in a network namespace of its own by its path only.

@@ -11,6 +11,7 @@
 #include "x_server.h"
 
 #include <algorithm>
+#include <set>
 #include <thread>
 
 namespace fs = std::filesystem;
@@ -26,7 +27,7 @@ constexpr auto homeLimit = 2s;
 constexpr int mostDisplays = 3; // tried by one start
 
 bool isEnding(const Session& session) {
-    return !session.pid1.exists() || !session.pid2.exists() || session.pid1.toldToEndFor();
+    return session.pid1.endedBy({}) || session.pid2.endedBy({}) || session.pid1.toldToEndFor();
 }
 
 // Found out before the X server is started; the program's own start would find out too.
@@ -148,11 +149,16 @@ DBusService::Place DBusService::restingPlaceLocked() {
 // than the range.
 std::vector<size_t> DBusService::emptySlotsLocked() {
     const auto& slots = table_.slotsLocked();
+    std::set<uint32_t> taken;
+    for (const auto& session : slots) {
+        if (session) {
+            taken.insert(session->sid);
+        }
+    }
     std::vector<size_t> empty;
     for (size_t index = 0; index < slots.size(); ++index) {
         const uint32_t display = table_.displayLocked(index);
-        const auto isThere = [display](const auto& other) { return other && other->sid == display; };
-        if (!slots[index] && display <= lastDisplay && std::ranges::none_of(slots, isThere)) {
+        if (!slots[index] && display <= lastDisplay && !taken.contains(display)) {
             empty.push_back(index);
         }
     }

@@ -89,7 +89,8 @@ void DBusService::proxySessionConnected(const uint32_t& session, const uint32_t&
     }
     info("%s: session id: 0x%08x, transport pid: %u, ipaddr: %s", "proxySessionConnected", session, pid,
          ipaddr.c_str());
-    if (!possibleTransport(pid) || !mayName(static_cast<pid_t>(pid), found->uid)) {
+    auto transport = ProcessHandle::reported(static_cast<pid_t>(pid)); // before anybody looks whose it is
+    if (!possibleTransport(pid) || !mayName(transport, found->uid)) {
         error("%s: transport pid refused: %u, session id: 0x%08x", "proxySessionConnected", pid, session);
         return;
     }
@@ -99,7 +100,7 @@ void DBusService::proxySessionConnected(const uint32_t& session, const uint32_t&
             found->pid3.terminate();
         }
         found->remoteaddr = bounded(ipaddr, longestAddress);
-        found->pid3 = ProcessHandle::reported(static_cast<pid_t>(pid));
+        found->pid3 = std::move(transport);
     }
     waitSessionFixSetxkbmapEvdev(found.get());
     emitSignal([&] { signalSessionConnected(session); });
@@ -116,10 +117,14 @@ bool DBusService::possibleTransport(uint32_t pid) {
 }
 
 // Whoever names a process has it told to end one day: only root may name those of others.
-bool DBusService::mayName(pid_t pid, uid_t sessionUser) {
+// One that has gone is nobody's, and a caller may have gone as well.
+bool DBusService::mayName(const ProcessHandle& process, uid_t sessionUser) {
+    const uid_t owner = Utils::processOwner(process.pid());
+    if (owner == sessionUser || owner == unknownUid || !process.exists()) {
+        return true;
+    }
     const uid_t caller = callerUid();
-    const uid_t owner = Utils::processOwner(pid);
-    return caller == 0 || owner == unknownUid || owner == caller || owner == sessionUser;
+    return caller == 0 || (caller != unknownUid && caller == owner);
 }
 
 void DBusService::proxyListenTimeout(const uint32_t& timeout) {

@@ -2,6 +2,7 @@
 #include "session_watch.h"
 
 #include "logger.h"
+#include "user_database.h"
 
 namespace Vard {
 
@@ -15,6 +16,7 @@ std::vector<SessionEvent> takeEndedSessions(SessionTable& table, ChildWaits& chi
     std::vector<SessionEvent> ended;
     const std::scoped_lock lock(children.mutex(), table.mutex());
     children.collectLocked("stoppedChildsWatcher", [&](const ProcessHandle& process) {
+        uid_t user = unknownUid;
         for (auto& slot : table.slotsLocked()) {
             // Not by the number: it may be a newer child's by now.
             if (!slot || (!slot->pid1.sameAs(process) && !slot->pid2.sameAs(process))) {
@@ -23,13 +25,15 @@ std::vector<SessionEvent> takeEndedSessions(SessionTable& table, ChildWaits& chi
             if (slot->requests > 0) {
                 return false; // whoever asked is told of the session first, and then of its end
             }
+            user = slot->uid;
             (slot->pid1.sameAs(process) ? slot->pid1 : slot->pid2).reset();
             slot->ended = true;
             ended.push_back({slot, slot->remoteaddr});
             slot.reset();
         }
         if (process.exists()) {
-            users.stuck.add(Utils::processOwner(process.pid()), process);
+            // A supervisor that PAM holds is root's by its process.
+            users.stuck.add(user != unknownUid ? user : Utils::processOwner(process.pid()), process);
         }
         return true;
     });

@@ -1,8 +1,10 @@
 // Where an X server makes its socket while nobody else may reach it.
 #include "socket_nest.h"
 
+#include "file_descriptor.h"
 #include "logger.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,20 +24,43 @@ namespace {
 constexpr const char* nestName = ".vard-";
 constexpr mode_t socketsMode = 01777; // what a server expects of the directory
 
-// Only what lies directly in it: a server makes nothing else, and root walks into nothing that a user may have made.
-void removeNest(const fs::path& outer) {
-    std::error_code ignored;
-    for (const fs::path& directory : {outer / "d", outer}) {
-        for (fs::directory_iterator it(directory, ignored), end; !ignored && it != end; it.increment(ignored)) {
-            ::unlink(it->path().c_str());
-        }
-        ::rmdir(directory.c_str());
+// Nobody but root renames what is made there.
+bool isTrusted(const fs::path& directory) {
+    struct stat info {};
+    return ::lstat(directory.c_str(), &info) == 0 && S_ISDIR(info.st_mode) && info.st_uid == 0 &&
+           ((info.st_mode & S_ISVTX) != 0 || (info.st_mode & (S_IWGRP | S_IWOTH)) == 0);
+}
+
+// The server's user reaches the directory through the server: each becomes root's alone before it is read, so that it
+// does not grow meanwhile, and what is nested deeper than any reason for it stays.
+void removeTree(int parent, const char* name, int levels) {
+    const FileDescriptor directory(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!directory || ::fchown(directory.get(), 0, 0) != 0 || ::fchmod(directory.get(), 0700) != 0) {
+        return;
     }
+    std::error_code ignored;
+    const fs::path entries = "/proc/self/fd/" + std::to_string(directory.get());
+    for (fs::directory_iterator it(entries, ignored), end; !ignored && it != end; it.increment(ignored)) {
+        const std::string entry = it->path().filename();
+        if (::unlinkat(directory.get(), entry.c_str(), 0) != 0 && errno == EISDIR && levels > 0) {
+            removeTree(directory.get(), entry.c_str(), levels - 1);
+        }
+    }
+    ::unlinkat(parent, name, AT_REMOVEDIR);
+}
+
+void removeNest(const fs::path& outer) {
+    constexpr int mostLevels = 16;
+    removeTree(AT_FDCWD, outer.c_str(), mostLevels);
 }
 
 } // namespace
 
 SocketNest::SocketNest(fs::path socket) : socket_(std::move(socket)) {
+    if (!isTrusted(usual())) {
+        Syslog::error("%s: not root's alone to rename in: %s", "SocketNest", usual().c_str());
+        return;
+    }
     std::string outer = usual() / (std::string(nestName) + "XXXXXX");
     if (::mkdtemp(outer.data()) == nullptr) {
         Utils::syslogErrno("SocketNest", "mkdtemp", errno);
@@ -56,6 +81,8 @@ SocketNest::~SocketNest() {
 
 bool SocketNest::publish() const {
     const fs::path second = outer_ / "s"; // the server's own name for it stays
+    ::unlink(second.c_str()); // from a first try
+    ::chmod(directory().c_str(), 0700); // the server has made what it makes there
     if (::link(socket().c_str(), second.c_str()) != 0 || ::rename(second.c_str(), socket_.c_str()) != 0) {
         Utils::syslogErrno("SocketNest", "rename", errno);
         return false;
@@ -65,6 +92,9 @@ bool SocketNest::publish() const {
 
 void SocketNest::removeStale(const fs::path& socket) {
     std::error_code ignored;
+    if (!isTrusted(socket.parent_path())) {
+        return;
+    }
     for (fs::directory_iterator it(socket.parent_path(), ignored), end; !ignored && it != end; it.increment(ignored)) {
         struct stat info {};
         if (it->path().filename().native().starts_with(nestName) && ::lstat(it->path().c_str(), &info) == 0 &&

@@ -41,15 +41,12 @@ const sockaddr* raw(const Address& address) {
     return reinterpret_cast<const sockaddr*>(&address);
 }
 
-/// The address of a local socket and how much of it counts; an abstract name counts to its last byte.
-std::pair<sockaddr_un, socklen_t> localAddress(const std::string& path, bool abstract) {
+/// The address of a local socket and its size.
+std::pair<sockaddr_un, socklen_t> localAddress(const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    const size_t offset = abstract ? 1 : 0;
-    const size_t size = std::min(path.size(), longestPath - offset);
-    std::memcpy(address.sun_path + offset, path.data(), size);
-    const size_t length = abstract ? offsetof(sockaddr_un, sun_path) + offset + size : sizeof address;
-    return {address, static_cast<socklen_t>(length)};
+    std::memcpy(address.sun_path, path.data(), std::min(path.size(), longestPath));
+    return {address, sizeof address};
 }
 
 /// A handle on the object at `path` itself, for a look at it that nobody can divert by a link.
@@ -67,9 +64,9 @@ FileDescriptor localSocket(int flags) {
     return FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
 }
 
-Socket::Probe probeAddress(const std::string& path, bool abstract) {
+Socket::Probe probeAddress(const std::string& path) {
     const FileDescriptor socket = localSocket(SOCK_NONBLOCK);
-    const auto [address, length] = localAddress(path, abstract);
+    const auto [address, length] = localAddress(path);
     if (!socket) {
         return Socket::Probe::NoSocket;
     }
@@ -77,7 +74,7 @@ Socket::Probe probeAddress(const std::string& path, bool abstract) {
     if (::connect(socket.get(), raw(address), length) == 0 || errno == EAGAIN || errno == EINPROGRESS) {
         return Socket::Probe::Live;
     }
-    return errno == ECONNREFUSED ? (abstract ? Socket::Probe::Absent : Socket::Probe::Dead)
+    return errno == ECONNREFUSED ? Socket::Probe::Dead
            : errno == ENOENT     ? Socket::Probe::Absent
                                  : Socket::Probe::NoSocket;
 }
@@ -158,7 +155,7 @@ int Socket::unixConnect(const std::string& path) {
         Syslog::warning("%s: unix path is long, truncated to size: %d", "unixConnect", static_cast<int>(longestPath));
     }
     Syslog::debug("%s: path: %s", "unixConnect", path.c_str());
-    const auto [address, length] = localAddress(path, false);
+    const auto [address, length] = localAddress(path);
     if (::connect(socket.get(), raw(address), length) != 0) {
         Utils::syslogErrno("unixConnect", "connect", errno);
         return -1;
@@ -167,16 +164,13 @@ int Socket::unixConnect(const std::string& path) {
     return socket.release();
 }
 
-Socket::Probe Socket::probeUnix(const std::string& path, bool abstract) {
-    if (abstract) {
-        return probeAddress(path, true);
-    }
+Socket::Probe Socket::probeUnix(const std::string& path) {
     const FileDescriptor object = openObject(path);
     if (!object) {
         return errno == ENOENT ? Probe::Absent : Probe::NoSocket;
     }
     struct stat info {};
-    return isSocket(object, info) ? probeAddress(throughHandle(object), false) : Probe::NoSocket;
+    return isSocket(object, info) ? probeAddress(throughHandle(object)) : Probe::NoSocket;
 }
 
 FileDescriptor Socket::connectOwned(const std::string& path, uid_t owner) {
@@ -187,7 +181,7 @@ FileDescriptor Socket::connectOwned(const std::string& path, uid_t owner) {
         return {};
     }
     FileDescriptor socket = localSocket(SOCK_NONBLOCK); // a full queue is a failed attempt, not a wait
-    const auto [address, length] = localAddress(throughHandle(object), false);
+    const auto [address, length] = localAddress(throughHandle(object));
     if (!socket || ::connect(socket.get(), raw(address), length) != 0) {
         Utils::syslogErrno("connectOwned", "connect", errno);
         return {};

@@ -34,9 +34,9 @@ enum class Probe {
     NoSocket, ///< something that is not a socket, or that cannot be examined
 };
 
-/// Tries to connect to a local socket without ever blocking; a final symbolic link counts as NoSocket. `abstract` asks
-/// for the abstract name instead of the file. Logs nothing.
-Probe probeUnix(const std::string& path, bool abstract = false);
+/// Tries to connect to a local socket without ever blocking; a final symbolic link counts as NoSocket. Logs
+/// nothing.
+Probe probeUnix(const std::string& path);
 
 /// Connects to the local socket `path` without following a final link, and only keeps the connection when the listening
 /// process has the user id `owner`. Close-on-exec. An empty result after logging.

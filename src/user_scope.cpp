@@ -31,15 +31,16 @@ constexpr size_t largestAnswer = 64 << 10;
 constexpr auto closingLimit = 500ms; // from a child's answer to its end
 constexpr auto stopLook = 20ms; // between two looks whether the user has stopped the child
 
-void writeAnswer(int fd, const std::string& answer) noexcept {
+bool writeAnswer(int fd, const std::string& answer) noexcept {
     const size_t size = std::min(answer.size(), largestAnswer);
     for (size_t done = 0; done < size;) {
         const ssize_t count = ::write(fd, answer.data() + done, size - done);
         if (count < 0 && errno != EINTR) {
-            return;
+            return false;
         }
         done += count > 0 ? static_cast<size_t>(count) : 0;
     }
+    return true;
 }
 
 [[noreturn]] void answerAsUser(const Identity& identity, const std::function<std::string()>& function,
@@ -52,16 +53,17 @@ void writeAnswer(int fd, const std::string& answer) noexcept {
     const bool switched = (!identity.integrity || Parsec::applyIntegrity(*identity.integrity, "callUserScope")) &&
                           Utils::switchToUser(identity);
     ::prctl(PR_SET_DUMPABLE, 0); // a copy of the service: no core of it is the user's
+    bool answered = false;
     if (switched) {
         try {
-            writeAnswer(fd, function());
+            answered = writeAnswer(fd, function());
         } catch (const std::exception& err) {
             Syslog::error("%s: exception: %s", "callUserScope", err.what());
         } catch (...) {
             Syslog::error("%s: exception: %s", "callUserScope", "unknown");
         }
     }
-    ::_exit(switched ? EXIT_SUCCESS : EXIT_FAILURE);
+    ::_exit(answered ? EXIT_SUCCESS : EXIT_FAILURE);
 }
 
 /// A child at work, and the end that its answer comes out of.

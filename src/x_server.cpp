@@ -110,6 +110,18 @@ bool removeObject(const fs::path& path) {
     return errno == EISDIR && (::rmdir(path.c_str()) == 0 || moveAside(path));
 }
 
+bool removeForeign(unsigned display, const fs::path& path, uid_t user) {
+    const auto owner = ownerOf(path);
+    if (!owner || !removeObject(path)) {
+        return false;
+    }
+    if (*owner != user || *owner == unknownUid) {
+        Syslog::notice("%s: removed from display: %u, path: %s, uid: %u", "clearDisplay", display, path.c_str(),
+                       *owner);
+    }
+    return true;
+}
+
 // A server that may not replace another user's file does not start; so the keymap counts too.
 std::string clearDisplay(unsigned display, const fs::path& socket, uid_t user) {
     for (const fs::path& path : placesOf(display, socket)) {
@@ -120,12 +132,8 @@ std::string clearDisplay(unsigned display, const fs::path& socket, uid_t user) {
         if (*owner == 0 && rootsServerRuns(path)) {
             return "root's server is there: " + path.string();
         }
-        if (!removeObject(path)) {
+        if (!removeForeign(display, path, user) && ownerOf(path)) {
             return "leftover cannot be removed: " + path.string();
-        }
-        if (*owner != user || *owner == unknownUid) {
-            Syslog::notice("%s: removed from display: %u, path: %s, uid: %u", "clearDisplay", display, path.c_str(),
-                           *owner);
         }
     }
     return {};

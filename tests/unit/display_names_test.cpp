@@ -56,7 +56,7 @@ TEST(DisplayNames, AreKeptOverARestartAndTheirOwnerIsKnown) {
         ASSERT_TRUE(before.hold(7033));
         EXPECT_FALSE(DisplayNames().hold(7033)) << "one holder";
         EXPECT_EQ(Vard::displayNameOwner(7033), ::getuid());
-        EXPECT_EQ(manager.keep(), "FDSTORE=1\nFDNAME=display7033");
+        EXPECT_EQ(manager.keep(), "FDSTORE=1\nFDPOLL=0\nFDNAME=display7033");
     }
     EXPECT_FALSE(DisplayNames::isFree(7033)) << "the manager has it";
     ::setenv("LISTEN_FDS", "1", 1);

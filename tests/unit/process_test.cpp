@@ -6,6 +6,7 @@
 #include "scratch.h"
 #include "user_database.h"
 
+#include <sys/prctl.h>
 #include <sys/resource.h>
 
 #include <csignal>
@@ -32,6 +33,23 @@ TEST_F(Processes, HandlesHoldNoGroupsAndOutliveTheNumber) {
     EXPECT_EQ(waitProcessPid(sleeping.pid()), SIGTERM);
     EXPECT_FALSE(sleeping.exists());
     EXPECT_FALSE(sleeping.kill());
+}
+
+TEST_F(Processes, NameTellsNothingOfTheOwnerOrTheState) {
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::prctl(PR_SET_NAME, "Uid:\t0\n) S");
+        ASSERT_EQ(::setuid(12345), 0);
+        ::raise(SIGSTOP);
+        ::_exit(0);
+    }
+    int status = 0;
+    ::waitpid(pid, &status, WUNTRACED);
+    EXPECT_EQ(Utils::processOwner(pid), 12345U);
+    const auto child = ProcessHandle::of(pid);
+    EXPECT_TRUE(child.stopped());
+    child.kill();
+    EXPECT_EQ(waitProcessPid(pid), SIGKILL);
 }
 
 // A transport that is reported meanwhile would otherwise count as gone, and its client's session as detached.
