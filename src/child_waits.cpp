@@ -108,6 +108,9 @@ void ChildWait::kill(const char* func) {
 
 void ChildWait::killOverdue(const char* func) {
     const auto told = process_.toldToEndFor();
+    if (!told && end_ && std::chrono::steady_clock::now() > *end_) {
+        process_.terminate();
+    }
     if (!killedAt_ && told && (*told > endGrace || process_.stopped())) {
         kill(func);
     }

@@ -46,6 +46,8 @@ public:
     int get();
     /// True when the child has ended by `end`.
     bool endedBy(std::chrono::steady_clock::time_point end);
+    /// Whoever still runs at `end` is told to end by killOverdue().
+    void endAt(std::chrono::steady_clock::time_point end) { end_ = end; }
     /// Kills the child, with a warning under `func`.
     void kill(const char* func);
     /// Kills the child, with a warning under `func`, when it was told to end more than endGrace ago, or cannot obey
@@ -62,6 +64,7 @@ private:
     ProcessHandle process_;
     std::shared_ptr<std::packaged_task<int()>> task_; // only set where no thread could be had for it
     std::future<int> status_;
+    std::optional<std::chrono::steady_clock::time_point> end_;
     std::optional<std::chrono::steady_clock::time_point> killedAt_;
 };
 

@@ -10,9 +10,12 @@
 #include <systemd/sd-daemon.h>
 
 #include <array>
+#include <charconv>
+#include <chrono>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -21,11 +24,23 @@ namespace Vard {
 
 namespace {
 
+constexpr std::chrono::milliseconds listLimit{200};
 constexpr std::string_view keptName = "display"; // with its number, the name under which the manager keeps one
 
 std::string nameOf(uint32_t display) {
     using namespace std::string_literals;
     return "\0/tmp/.X11-unix/X"s + std::to_string(display);
+}
+
+std::optional<uint32_t> displayOf(std::string_view name) {
+    const std::string first = nameOf(0).substr(0, nameOf(0).size() - 1);
+    uint32_t display = 0;
+    if (!name.starts_with(first)) {
+        return std::nullopt;
+    }
+    name.remove_prefix(first.size());
+    const auto [end, failed] = std::from_chars(name.data(), name.data() + name.size(), display);
+    return failed == std::errc{} && end == name.data() + name.size() ? std::optional(display) : std::nullopt;
 }
 
 FileDescriptor bindName(uint32_t display) {
@@ -53,49 +68,53 @@ public:
         request.body.sdiag_family = AF_UNIX;
         request.body.udiag_states = ~0U;
         request.body.udiag_show = UDIAG_SHOW_NAME | UDIAG_SHOW_UID;
-        const timeval limit{1, 0};
+        const timeval limit{0, 200'000};
         ::setsockopt(kernel_.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
         if (kernel_ && ::send(kernel_.get(), &request, sizeof request, 0) < 0) {
             kernel_.reset();
         }
     }
 
-    std::optional<uid_t> owner(std::string_view name) {
+    /// The owners of the displays' names, as far as the kernel tells them in a fifth of a second.
+    std::map<uint32_t, uid_t> owners() {
+        std::map<uint32_t, uid_t> result;
+        const auto end = std::chrono::steady_clock::now() + listLimit;
         alignas(nlmsghdr) std::array<char, 32768> block;
-        while (kernel_) {
+        while (kernel_ && std::chrono::steady_clock::now() < end) {
             const auto got = ::recv(kernel_.get(), block.data(), block.size(), 0);
             auto left = static_cast<unsigned>(got > 0 ? got : 0);
             for (auto* message = reinterpret_cast<nlmsghdr*>(block.data()); NLMSG_OK(message, left);
                  message = NLMSG_NEXT(message, left)) {
                 if (message->nlmsg_type != SOCK_DIAG_BY_FAMILY) {
-                    return std::nullopt; // the end of the list, or an error
+                    return result; // the end of the list, or an error
                 }
-                if (const auto uid = ownerIn(message, name)) {
-                    return uid;
-                }
+                addOwner(message, result);
             }
             if (got <= 0) {
                 break;
             }
         }
-        return std::nullopt;
+        return result;
     }
 
 private:
-    static std::optional<uid_t> ownerIn(nlmsghdr* message, std::string_view name) {
+    static void addOwner(nlmsghdr* message, std::map<uint32_t, uid_t>& owners) {
         std::optional<uid_t> uid;
-        bool named = false;
+        std::string_view name;
         auto left = static_cast<unsigned>(NLMSG_PAYLOAD(message, sizeof(unix_diag_msg)));
         auto* part = reinterpret_cast<rtattr*>(static_cast<char*>(NLMSG_DATA(message)) + sizeof(unix_diag_msg));
         for (; RTA_OK(part, left); part = RTA_NEXT(part, left)) {
             const auto* value = static_cast<const char*>(RTA_DATA(part));
             if (part->rta_type == UNIX_DIAG_NAME) {
-                named = std::string_view(value, RTA_PAYLOAD(part)) == name;
+                name = {value, RTA_PAYLOAD(part)};
             } else if (part->rta_type == UNIX_DIAG_UID) {
                 std::memcpy(&uid.emplace(), value, sizeof(uid_t));
             }
         }
-        return named ? uid : std::nullopt;
+        const auto display = displayOf(name);
+        if (uid && display) {
+            owners.emplace(*display, *uid);
+        }
     }
 
     FileDescriptor kernel_;
@@ -142,6 +161,6 @@ void DisplayNames::letGo(uint32_t display) {
 
 bool DisplayNames::isFree(uint32_t display) { return static_cast<bool>(bindName(display)); }
 
-std::optional<uid_t> displayNameOwner(uint32_t display) { return SocketList().owner(nameOf(display)); }
+std::map<uint32_t, uid_t> displayNameOwners() { return SocketList().owners(); }
 
 } // namespace Vard

@@ -7,7 +7,6 @@
 
 #include <cstdint>
 #include <map>
-#include <optional>
 
 namespace Vard {
 
@@ -31,7 +30,8 @@ private:
     std::map<uint32_t, FileDescriptor> held_;
 };
 
-/// The user whose socket has the abstract name of the display; none when nobody has it or the kernel does not tell.
-std::optional<uid_t> displayNameOwner(uint32_t display);
+/// The users whose sockets have the abstract names of displays, as far as the kernel tells: users can make its list
+/// long. Blocks for a few tenths of a second at most. Any thread.
+std::map<uint32_t, uid_t> displayNameOwners();
 
 } // namespace Vard

@@ -107,12 +107,13 @@ bool DisplayPool::claimName(uint32_t display) {
     if (isolated_ ? names_.hold(display) : DisplayNames::isFree(display)) {
         return true;
     }
-    auto& known = nameOwners_[display];
-    if (Clock::now() >= known.until) { // users can make the kernel's list long
-        known = {displayNameOwner(display), Clock::now() + restTime};
+    if (Clock::now() >= nameOwnersUntil_) { // users can make the kernel's list long
+        nameOwners_ = displayNameOwners();
+        nameOwnersUntil_ = Clock::now() + restTime;
     }
+    const auto owner = nameOwners_.find(display);
     Syslog::warning("%s: display passed over: %u, its abstract name is somebody else's, uid: %d", func, display,
-                    known.uid ? static_cast<int>(*known.uid) : -1);
+                    owner != nameOwners_.end() ? static_cast<int>(owner->second) : -1);
     return false;
 }
 

@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <map>
 #include <mutex>
-#include <optional>
 
 namespace Vard {
 
@@ -50,18 +49,13 @@ private:
 
     bool claimName(uint32_t display);
 
-    /// Who was found to have a display's name, and until when nobody looks again.
-    struct NameOwner {
-        std::optional<uid_t> uid;
-        Clock::time_point until;
-    };
-
     mutable std::mutex mutex_;
     bool isolated_ = false;
     DisplayNames names_;
     std::map<uint32_t, ProcessHandle> lateServers_;
     std::map<uint32_t, Clock::time_point> resting_; // until when
-    std::map<uint32_t, NameOwner> nameOwners_;
+    std::map<uint32_t, uid_t> nameOwners_;
+    Clock::time_point nameOwnersUntil_; // nobody looks again before
 };
 
 } // namespace Vard

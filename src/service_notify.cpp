@@ -12,6 +12,7 @@ namespace {
 // A user may stop the programs, and a proxy report one attempt after the other, which must not silence the others.
 constexpr size_t mostNotices = 12;
 constexpr size_t mostAttempts = 4; // sixteen together
+constexpr std::chrono::seconds longestNotice{75}; // it ends itself before, unless it hangs
 constexpr size_t longestHeader = 256; // bytes, as the next
 constexpr size_t longestMessage = 4 << 10;
 
@@ -61,6 +62,7 @@ void DBusService::startNotice(Session& session, const std::list<std::string>& ar
         return;
     }
     auto child = runSessionCommand(session, identity, program, args, {}, false);
+    child.endAt(std::chrono::steady_clock::now() + longestNotice);
     shown.push_back(child.process());
     childWaits_.add(std::move(child));
 }

@@ -2,6 +2,7 @@
 #include "xcb_channel.h"
 
 #include "logger.h"
+#include "utils.h"
 #include "xcb_setup.h"
 
 #include <poll.h>
@@ -101,6 +102,7 @@ xcb_connection_t* Channel::connect(const xcb_auth_info_t* auth, Clock::time_poin
         return nullptr;
     }
     // The library greets too, and then waits for the setup; one that came before, it would take for an answer.
+    const Utils::WipeGuard guard(again); // the cookie
     const std::jthread answering([&] {
         while (::recv(near_.get(), again.data(), again.size(), MSG_WAITALL) < 0 && errno == EINTR) {
         }
@@ -155,6 +157,7 @@ void Channel::send() {
     const auto sent = ::send(server_.get(), out_.data(), out_.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     if (sent > 0) {
         out_.erase(0, static_cast<size_t>(sent));
+        ::explicit_bzero(out_.data() + out_.size(), static_cast<size_t>(sent)); // the greeting has the cookie
     } else if (!wouldBlock()) {
         lost_ = true;
     }

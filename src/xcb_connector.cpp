@@ -3,6 +3,7 @@
 
 #include "logger.h"
 #include "sockets.h"
+#include "utils.h"
 
 #include <poll.h>
 #include <xcb/xcbext.h>
@@ -40,6 +41,7 @@ Connector::~Connector() = default;
 void Connector::connect(uint32_t display, const Cookie* auth, FileDescriptor socket, Clock::time_point end) {
     std::string name = "MIT-MAGIC-COOKIE-1";
     Cookie data = auth != nullptr ? *auth : Cookie{};
+    const Utils::WipeGuard guard(data);
     xcb_auth_info_t info{static_cast<int>(name.size()), name.data(), static_cast<int>(data.size()),
                          reinterpret_cast<char*>(data.data())};
     if (socket) {

@@ -67,9 +67,8 @@ bool setupHolds(std::string_view bytes) {
     Walk walk(bytes);
     const auto setup = walk.take<xcb_setup_t>();
     return setup && bytes.size() == 8 + size_t{setup->length} * 4 &&
-           setup->maximum_request_length >= leastRequestLength && setup->roots_len > 0 &&
-           walk.skip((setup->vendor_len + size_t{3}) / 4 * 4) && takeFormats(walk, setup->pixmap_formats_len) &&
-           takeScreen(walk);
+           setup->maximum_request_length >= leastRequestLength && walk.skip((setup->vendor_len + size_t{3}) / 4 * 4) &&
+           takeFormats(walk, setup->pixmap_formats_len) && (setup->roots_len == 0 || takeScreen(walk));
 }
 
 } // namespace Vard::Xcb

@@ -49,13 +49,13 @@ private:
 TEST(DisplayNames, AreKeptOverARestartAndTheirOwnerIsKnown) {
     ::dup2(STDIN_FILENO, 3); // so that nothing else takes the first descriptor of a started service
     EXPECT_TRUE(DisplayNames::isFree(7033));
-    EXPECT_FALSE(Vard::displayNameOwner(7033));
+    EXPECT_FALSE(Vard::displayNameOwners().contains(7033));
     {
         const Manager manager;
         DisplayNames before;
         ASSERT_TRUE(before.hold(7033));
         EXPECT_FALSE(DisplayNames().hold(7033)) << "one holder";
-        EXPECT_EQ(Vard::displayNameOwner(7033), ::getuid());
+        EXPECT_EQ(Vard::displayNameOwners()[7033], ::getuid());
         EXPECT_EQ(manager.keep(), "FDSTORE=1\nFDPOLL=0\nFDNAME=display7033");
     }
     EXPECT_FALSE(DisplayNames::isFree(7033)) << "the manager has it";
