@@ -22,6 +22,7 @@ namespace Vard {
 namespace {
 
 constexpr const char* nestName = ".vard-";
+constexpr const char* secondName = "s";
 constexpr mode_t socketsMode = 01777; // what a server expects of the directory
 
 // Nobody but root renames what is made there.
@@ -74,13 +75,19 @@ SocketNest::SocketNest(fs::path socket) : socket_(std::move(socket)) {
 }
 
 SocketNest::~SocketNest() {
-    if (valid()) {
+    if (!valid()) {
+        return;
+    }
+    // What the service and the server made goes without a descriptor, which may be what the machine has no more of.
+    ::unlink((outer_ / secondName).c_str());
+    ::unlink(socket().c_str());
+    if (::rmdir(directory().c_str()) != 0 || ::rmdir(outer_.c_str()) != 0) {
         removeNest(outer_);
     }
 }
 
 bool SocketNest::publish() const {
-    const fs::path second = outer_ / "s"; // the server's own name for it stays
+    const fs::path second = outer_ / secondName; // the server's own name for it stays
     ::unlink(second.c_str()); // from a first try
     ::chmod(directory().c_str(), 0700); // the server has made what it makes there
     if (::link(socket().c_str(), second.c_str()) != 0 || ::rename(second.c_str(), socket_.c_str()) != 0) {
