@@ -90,7 +90,11 @@ int ChildWait::get() {
         (*task_)();
         task_.reset();
     }
-    return status_.get();
+    try {
+        return status_.valid() ? status_.get() : -1;
+    } catch (const std::exception&) { // what the wait failed of is told; the child's end must not hold up others
+        return -1;
+    }
 }
 
 bool ChildWait::endedBy(std::chrono::steady_clock::time_point end) {

@@ -42,7 +42,7 @@ public:
     [[nodiscard]] bool valid() const { return status_.valid(); }
     /// True when the child has ended by `deadline`; a deadline in the past only looks.
     bool ready(std::chrono::steady_clock::time_point deadline);
-    /// Takes the status; blocks until the child has ended. Afterwards valid() is false.
+    /// Takes the status, -1 when there is none; blocks until the child has ended. Afterwards valid() is false.
     int get();
     /// True when the child has ended by `end`.
     bool endedBy(std::chrono::steady_clock::time_point end);

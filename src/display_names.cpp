@@ -25,6 +25,7 @@ namespace Vard {
 namespace {
 
 constexpr std::chrono::milliseconds listLimit{200};
+constexpr std::chrono::milliseconds managerLimit{500};
 constexpr std::string_view keptName = "display"; // with its number, the name under which the manager keeps one
 
 std::string nameOf(uint32_t display) {
@@ -40,7 +41,8 @@ std::optional<uint32_t> displayOf(std::string_view name) {
     }
     name.remove_prefix(first.size());
     const auto [end, failed] = std::from_chars(name.data(), name.data() + name.size(), display);
-    return failed == std::errc{} && end == name.data() + name.size() ? std::optional(display) : std::nullopt;
+    const bool whole = failed == std::errc{} && end == name.data() + name.size();
+    return whole && !name.starts_with("0") ? std::optional(display) : std::nullopt;
 }
 
 FileDescriptor bindName(uint32_t display) {
@@ -153,10 +155,16 @@ bool DisplayNames::hold(uint32_t display) {
     return true;
 }
 
-void DisplayNames::letGo(uint32_t display) {
-    if (held_.erase(display) > 0) {
+void DisplayNames::letGoAll() {
+    if (held_.empty()) {
+        return;
+    }
+    for (const auto& [display, name] : held_) {
         ::sd_notify(0, ("FDSTOREREMOVE=1\nFDNAME=" + std::string(keptName) + std::to_string(display)).c_str());
     }
+    held_.clear();
+    // Until then it has its copies.
+    ::sd_notify_barrier(0, static_cast<uint64_t>(std::chrono::microseconds(managerLimit).count()));
 }
 
 bool DisplayNames::isFree(uint32_t display) { return static_cast<bool>(bindName(display)); }

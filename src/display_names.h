@@ -21,8 +21,9 @@ public:
     void restore();
     /// Holds the display's name from now on; false when somebody else has it.
     bool hold(uint32_t display);
-    /// Lets go of the display's name, so that a server may take it.
-    void letGo(uint32_t display);
+    /// Lets go of all, so that servers may take them, and waits for the service manager to do so: half a second at
+    /// most.
+    void letGoAll();
     /// True when nobody has the display's name, held by this object or not. It is not held afterwards.
     static bool isFree(uint32_t display);
 

@@ -50,6 +50,9 @@ bool DisplayPool::canIsolate() {
 void DisplayPool::configure(const DisplayRange& range, bool isolate) {
     const std::scoped_lock lock(mutex_);
     isolated_ = isolate;
+    if (!isolate) { // servers take them themselves
+        names_.letGoAll();
+    }
     const auto first = static_cast<uint32_t>(range.first);
     // Names of displays that left the range stay held: sessions may still run there.
     for (size_t i = 0; isolated_ && i < std::min(range.count, mostNames); ++i) {
@@ -101,9 +104,6 @@ bool DisplayPool::serverGone(uint32_t display) {
 
 // Where X servers have no namespace of their own, they take the name themselves.
 bool DisplayPool::claimName(uint32_t display) {
-    if (!isolated_) {
-        names_.letGo(display);
-    }
     if (isolated_ ? names_.hold(display) : DisplayNames::isFree(display)) {
         return true;
     }

@@ -74,7 +74,7 @@ void settle(const std::vector<pid_t>& found) {
         return;
     }
     for (const pid_t pid : found) {
-        const bool left = children.doubtful.contains(pid) && !children.released.contains(pid) && isRoots(pid);
+        const bool left = children.doubtful.contains(pid) && !children.settled.contains(pid) && isRoots(pid);
         (left || children.spared.contains(pid) ? children.spared : children.settled).insert(pid);
     }
     children.doubtful.clear();
@@ -92,7 +92,7 @@ bool reapAdopted(pid_t pid) { return ::waitpid(pid, nullptr, WNOHANG) == pid; }
 
 // A module may be waiting for its own.
 bool mayReap(pid_t pid) {
-    return children.settled.contains(pid) || children.spared.contains(pid) || children.released.contains(pid);
+    return children.settled.contains(pid) || (children.foreign == 0 && children.spared.contains(pid));
 }
 
 } // namespace

@@ -25,6 +25,7 @@ public:
     }
     void remove(Secret* secret) {
         const std::scoped_lock lock(mutex_);
+        secret->wipe();
         secrets_.erase(secret);
     }
     // No fork of another thread sees the text half changed.
@@ -59,12 +60,9 @@ int Secret::prepareForks() {
 
 Secret::Secret() { Registry::instance().add(this); }
 
-Secret::Secret(const std::string& text) : text_(text) { Registry::instance().add(this); }
+Secret::Secret(const std::string& text) : Secret() { Registry::instance().replace(text_, text); }
 
-Secret::~Secret() {
-    Registry::instance().remove(this);
-    wipe();
-}
+Secret::~Secret() { Registry::instance().remove(this); }
 
 void Secret::take(std::string& text) {
     Registry::instance().replace(text_, text);

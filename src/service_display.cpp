@@ -121,7 +121,10 @@ bool DBusService::publish(const Session& session, const SocketNest& nest, const 
             return true;
         }
     }
-    displays_.rest(session.display);
+    std::error_code ignored;
+    if (fs::exists(fs::symlink_status(usual, ignored))) {
+        displays_.rest(session.display);
+    }
     return false;
 }
 

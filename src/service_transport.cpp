@@ -117,10 +117,10 @@ bool DBusService::possibleTransport(uint32_t pid) {
 }
 
 // Whoever names a process has it told to end one day: only root may name those of others.
-// One that has gone is nobody's, and a caller may have gone as well.
+// One that has gone is nobody's, and so may a caller have.
 bool DBusService::mayName(const ProcessHandle& process, uid_t sessionUser) {
     const uid_t owner = Utils::processOwner(process.pid());
-    if (owner == sessionUser || owner == unknownUid || !process.exists()) {
+    if (owner == sessionUser || !process.exists()) {
         return true;
     }
     const uid_t caller = callerUid();

@@ -32,10 +32,10 @@ bool isTrusted(const fs::path& directory) {
            ((info.st_mode & S_ISVTX) != 0 || (info.st_mode & (S_IWGRP | S_IWOTH)) == 0);
 }
 
-// The server's user reaches the directory through the server: each becomes root's alone before it is read, so that it
-// does not grow meanwhile, and what is nested deeper than any reason for it stays.
-void removeTree(int parent, const char* name, int levels) {
-    const FileDescriptor directory(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+// The server's user reaches what is in there through the server: a directory becomes root's alone before it is read, so
+// that it does not grow meanwhile, and the directories in it go up, so that no depth is too much.
+void empty(const FileDescriptor& nest, const char* name, unsigned& moved) {
+    const FileDescriptor directory(::openat(nest.get(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!directory || ::fchown(directory.get(), 0, 0) != 0 || ::fchmod(directory.get(), 0700) != 0) {
         return;
     }
@@ -43,16 +43,35 @@ void removeTree(int parent, const char* name, int levels) {
     const fs::path entries = "/proc/self/fd/" + std::to_string(directory.get());
     for (fs::directory_iterator it(entries, ignored), end; !ignored && it != end; it.increment(ignored)) {
         const std::string entry = it->path().filename();
-        if (::unlinkat(directory.get(), entry.c_str(), 0) != 0 && errno == EISDIR && levels > 0) {
-            removeTree(directory.get(), entry.c_str(), levels - 1);
+        if (::unlinkat(directory.get(), entry.c_str(), 0) != 0 && errno == EISDIR) {
+            ::renameat(directory.get(), entry.c_str(), nest.get(), ("m" + std::to_string(moved++)).c_str());
         }
     }
-    ::unlinkat(parent, name, AT_REMOVEDIR);
+}
+
+// True when a directory has gone: another may have come up from it.
+bool removeOnce(const FileDescriptor& nest, unsigned& moved) {
+    bool gone = false;
+    std::error_code ignored;
+    const fs::path entries = "/proc/self/fd/" + std::to_string(nest.get());
+    for (fs::directory_iterator it(entries, ignored), end; !ignored && it != end; it.increment(ignored)) {
+        const std::string entry = it->path().filename();
+        if (::unlinkat(nest.get(), entry.c_str(), 0) != 0 && errno == EISDIR) {
+            empty(nest, entry.c_str(), moved);
+            gone = ::unlinkat(nest.get(), entry.c_str(), AT_REMOVEDIR) == 0 || gone;
+        }
+    }
+    return gone;
 }
 
 void removeNest(const fs::path& outer) {
-    constexpr int mostLevels = 16;
-    removeTree(AT_FDCWD, outer.c_str(), mostLevels);
+    {
+        const FileDescriptor nest(::open(outer.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        unsigned moved = 0;
+        while (nest && removeOnce(nest, moved)) {
+        }
+    }
+    ::rmdir(outer.c_str());
 }
 
 } // namespace
@@ -89,7 +108,7 @@ SocketNest::~SocketNest() {
 bool SocketNest::publish() const {
     const fs::path second = outer_ / secondName; // the server's own name for it stays
     ::unlink(second.c_str()); // from a first try
-    ::chmod(directory().c_str(), 0700); // the server has made what it makes there
+    ::chmod(directory().c_str(), 0755); // the server has made what it makes there, and looks for it at a reset
     if (::link(socket().c_str(), second.c_str()) != 0 || ::rename(second.c_str(), socket_.c_str()) != 0) {
         Utils::syslogErrno("SocketNest", "rename", errno);
         return false;

@@ -227,7 +227,9 @@ void wipe(std::list<std::string>& texts) noexcept {
 }
 
 void wipe(std::vector<uint8_t>& bytes) noexcept {
-    ::explicit_bzero(bytes.data(), bytes.size());
+    if (!bytes.empty()) { // an empty one has no place
+        ::explicit_bzero(bytes.data(), bytes.size());
+    }
     bytes.clear();
 }
 

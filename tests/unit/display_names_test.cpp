@@ -65,7 +65,7 @@ TEST(DisplayNames, AreKeptOverARestartAndTheirOwnerIsKnown) {
     DisplayNames after;
     after.restore();
     EXPECT_TRUE(after.hold(7033));
-    after.letGo(7033);
+    after.letGoAll();
     EXPECT_TRUE(DisplayNames::isFree(7033));
 }
 

@@ -24,7 +24,7 @@ TEST_F(Nests, SecondTryPublishesAndNothingIsLeftBehind) {
     EXPECT_FALSE(nest->publish()) << "a directory stands there";
     fs::remove(socket_);
     EXPECT_TRUE(nest->publish());
-    const std::string planted = (nest->directory() / "a/b/c").string();
+    const std::string planted = (nest->directory() / "a/b/c/d/e").string();
     Scratch::run("mkdir -p " + planted + "; touch " + planted + "/f; ln -s /etc " + planted + "/link; chown -hR 1 " +
                  nest->directory().string() + "/a");
     nest.reset();
