@@ -22,12 +22,14 @@ User::~User() {
 
 void User::run() {
     while (!ending_) {
+        std::chrono::milliseconds pause;
         {
             const auto lock = hold();
             step();
             quiet_ = !session_;
+            pause = std::chrono::milliseconds(pick(50, 150));
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(pick(50, 150)));
+        std::this_thread::sleep_for(pause);
     }
 }
 

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -20,7 +21,9 @@ public:
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         std::strcpy(address.sun_path, (dir_.path() / "notify").c_str());
-        ::bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+        if (::bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+            throw std::runtime_error("bind");
+        }
         ::setenv("NOTIFY_SOCKET", address.sun_path, 1);
     }
     ~Manager() { ::close(socket_); }
@@ -33,12 +36,12 @@ public:
         alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control{};
         iovec part{text.data(), text.size() - 1};
         msghdr message{nullptr, 0, &part, 1, control.data(), control.size(), 0};
-        ::recvmsg(socket_, &message, 0);
+        const auto size = ::recvmsg(socket_, &message, 0);
         int fd = -1;
         std::memcpy(&fd, CMSG_DATA(CMSG_FIRSTHDR(&message)), sizeof fd);
         ::dup2(fd, 3);
         ::close(fd);
-        return text.data();
+        return {text.data(), static_cast<size_t>(std::max<ssize_t>(size, 0))};
     }
 
 private:
