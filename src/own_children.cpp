@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <mutex>
@@ -20,8 +19,6 @@
 #include <set>
 #include <string>
 #include <thread>
-
-namespace fs = std::filesystem;
 
 namespace Vard {
 
@@ -48,14 +45,16 @@ struct Children {
 };
 Children children;
 
-// Those of all threads: what a thread started is the first one's only after that thread's end.
+// The kernel gives what it reparents to the first thread. What another thread started comes there only with that
+// thread's end: released ones may not have come yet.
 std::vector<pid_t> strangers() {
-    std::vector<pid_t> result;
-    std::error_code failed;
-    for (fs::directory_iterator it("/proc/self/task", failed), end; !failed && it != end; it.increment(failed)) {
-        std::ifstream list(it->path() / "children");
-        std::copy_if(std::istream_iterator<pid_t>(list), {}, std::back_inserter(result),
-                     [](pid_t pid) { return !children.own.contains(pid); });
+    std::ifstream list("/proc/self/task/" + std::to_string(::getpid()) + "/children");
+    std::vector<pid_t> result{std::istream_iterator<pid_t>(list), {}};
+    std::erase_if(result, [](pid_t pid) { return children.own.contains(pid); });
+    for (const auto& [pid, until] : children.released) {
+        if (std::ranges::find(result, pid) == result.end()) {
+            result.push_back(pid);
+        }
     }
     return result;
 }
