@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
+#include <string_view>
 
 namespace Soak {
 
@@ -16,11 +17,8 @@ using namespace Test;
 
 namespace {
 
-#ifdef ODD_MACHINE
-constexpr const char* leftOut = "";
-#else
-constexpr const char* leftOut = "the sanitizers' library is the first of the service's";
-#endif
+constexpr const char* leftOut =
+    std::string_view(ODD_MACHINE).empty() ? "the sanitizers' library is the first of the service's" : "";
 
 /// Seconds that the service's clock is ahead, and whether it gets neither processes nor threads.
 void setOddMachine(int64_t clockAhead, int64_t noProcesses) {

@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <stdexcept>
+#include <string_view>
 
 namespace Soak {
 
@@ -17,11 +18,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
-#ifdef ODD_MACHINE
-constexpr const char* preload = "LD_PRELOAD=/usr/local/lib/odd_machine.so";
-#else
-constexpr const char* preload = "LD_PRELOAD=";
-#endif
+constexpr const char* preload =
+    std::string_view(ODD_MACHINE).empty() ? "LD_PRELOAD=" : "LD_PRELOAD=/usr/local/lib/odd_machine.so";
 
 } // namespace
 

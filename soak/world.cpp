@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <string_view>
 #include <thread>
 
 namespace Soak {
@@ -63,9 +64,9 @@ void World::makeFiles() {
                                     {"hash:path", "/usr/local/bin/winpr-hash"},
                                     {"debug:level", "info"}});
     writeFile(Keeper::configFile, config.toStyledString());
-#ifdef ODD_MACHINE
-    mustRun("cp " ODD_MACHINE " /usr/local/lib/odd_machine.so && truncate -s 4096 " ODD_MACHINE_FILE);
-#endif
+    if (!std::string_view(ODD_MACHINE).empty()) {
+        mustRun("cp " ODD_MACHINE " /usr/local/lib/odd_machine.so && truncate -s 4096 " ODD_MACHINE_FILE);
+    }
 }
 
 void World::pause(int low, int high) { std::this_thread::sleep_for(std::chrono::milliseconds(pick(low, high))); }

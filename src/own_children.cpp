@@ -66,8 +66,8 @@ bool isChild(pid_t pid) {
     return ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0;
 }
 
-// While such code runs, or a fork, nobody can tell whose a new child is: those that were known before are still ours
-// to end.
+// While foreign code runs, or a fork of ours, nobody can tell whose a new child is; those that were known before are
+// still ours to end.
 void settle(const std::vector<pid_t>& found) {
     if (children.foreign > 0 || children.forking > 0) {
         return;
@@ -79,7 +79,7 @@ void settle(const std::vector<pid_t>& found) {
     children.doubtful.clear();
 }
 
-// Both kinds of those that are spared or have time are told by their numbers, which are theirs until they are reaped.
+// A number is its child's until that is reaped, be it in the kernel's list or, for a moment, not.
 void forgetReaped() {
     const auto gone = [](pid_t pid) { return !isChild(pid); };
     std::erase_if(children.settled, gone);
@@ -89,7 +89,7 @@ void forgetReaped() {
 
 bool reapAdopted(pid_t pid) { return ::waitpid(pid, nullptr, WNOHANG) == pid; }
 
-// A module may be waiting for its own.
+// While foreign code runs, it may be waiting for its own.
 bool mayReap(pid_t pid) {
     return children.settled.contains(pid) || (children.foreign == 0 && children.spared.contains(pid));
 }
