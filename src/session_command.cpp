@@ -4,11 +4,10 @@
 #include "logger.h"
 #include "own_children.h"
 #include "process.h"
+#include "session_environment.h"
 #include "session_supervisor.h"
 #include "timed_child.h"
-#include "utils.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -25,23 +24,7 @@ pid_t startSessionCommand(const Session& session, const Identity& identity, cons
                                   {log ? session.commandLog() : std::filesystem::path{}});
 }
 
-// The socket is in a directory of the user's: only what is a socket of his own is told to his programs.
-std::list<std::string> busAddress(const Session& session) {
-    const auto path = session.runtimedir / "bus";
-    struct stat info {};
-    if (::lstat(path.c_str(), &info) != 0 || !S_ISSOCK(info.st_mode) || info.st_uid != session.uid) {
-        return {};
-    }
-    return {"DBUS_SESSION_BUS_ADDRESS=unix:path=" + path.string()};
-}
-
 } // namespace
-
-std::list<std::string> sessionEnvironment(const Session& session) {
-    auto environment = busAddress(session);
-    environment.splice(environment.end(), session.environments());
-    return environment;
-}
 
 ChildWait runSessionCommand(const Session& session, const std::filesystem::path& program,
                             const std::list<std::string>& args, const std::list<std::string>& environment, bool log) {

@@ -11,9 +11,6 @@
 
 namespace Vard {
 
-/// The variables of every program of the session: the user's bus address where there is one, then the session's own.
-std::list<std::string> sessionEnvironment(const Session& session);
-
 /// Starts a program in a session: as its user, with its environment, `environment` on top, and the user's bus address
 /// where there is one. With `log` its outputs go to the session's command log, else to /dev/null. The caller registers
 /// the result. Throws vard_error, after an error line, when it cannot be started.

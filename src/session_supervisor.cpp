@@ -5,7 +5,7 @@
 
 #include "logger.h"
 #include "pam_service.h"
-#include "session_command.h"
+#include "session_environment.h"
 
 #include <grp.h>
 #include <sys/prctl.h>
