@@ -9,6 +9,7 @@
 #include "json_config.h"
 #include "logger.h"
 #include "own_children.h"
+#include "profile_volume.h"
 #include "program_list.h"
 #include "runtime_directory.h"
 #include "session_table.h"
@@ -232,7 +233,7 @@ private:
     ProcessHandle saveWaitPidBackground(pid_t pid, std::function<void()> afterwards);
 
     // service_display.cpp
-    std::pair<std::filesystem::path, std::vector<uint8_t>> createXauthFile(unsigned display, const std::string& user);
+    std::pair<XAuthorityFile, std::vector<uint8_t>> createXauthFile(unsigned display, const std::string& user);
     pid_t runXvfbDisplay(unsigned display, unsigned char depth, unsigned short width, unsigned short height,
                          const std::string& user, const std::filesystem::path& authfile, const SocketNest* nest);
     std::filesystem::path displaySocket(unsigned display) const;
@@ -311,6 +312,7 @@ private:
     ChildWaits childWaits_;
     AdoptedChildren adopted_; // worker thread, and main thread once that has ended
     DisplayPool displays_;
+    ProfileVolumes profiles_; // main thread only
     std::mutex noticesLock_; // guards the sessions' notices; taken before the child list's lock, never after
     mutable std::mutex configLock_; // guards the two pointers, not what they point to
     std::shared_ptr<const JsonConfig> config_;

@@ -1,9 +1,12 @@
 // Users' profile partitions.
 #include "profile_volume.h"
 
+#include "child_waits.h"
 #include "file_descriptor.h"
 #include "logger.h"
+#include "own_children.h"
 #include "trusted_path.h"
+#include "user_database.h"
 
 #include <blkid/blkid.h>
 #include <sys/mount.h>
@@ -13,7 +16,6 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -25,22 +27,8 @@ namespace {
 constexpr int unmountAttempts = 5;
 constexpr std::chrono::milliseconds unmountPause{350};
 
-constexpr std::chrono::seconds processesEnd{11}; // a child told to end is killed after ten
-
-/// Who uses the profile on a home: it goes with the last session. Never removed: there are as many as users with a
-/// profile.
-struct HomeUse {
-    std::mutex lock; // held while the kernel mounts and unmounts, which may write out much
-    int sessions = 0;
-    std::string place; // what the home is without links, where the profile was mounted
-};
-
-HomeUse& useOf(const std::string& home) {
-    static std::mutex lock;
-    static std::map<std::string, HomeUse> homes;
-    const std::scoped_lock guard(lock);
-    return homes[home];
-}
+// In which whatever the service has told to end has ended, or never will.
+constexpr std::chrono::seconds processesEnd = endGrace + killedGrace;
 
 std::string blkPartLabel(blkid_dev dev) {
     std::string label;
@@ -106,36 +94,6 @@ bool mountOn(const Place& place, const std::string& devname, const std::string& 
            ::mount(devname.c_str(), kernelPath(place.directory).c_str(), fstype.c_str(), 0, data) == 0;
 }
 
-// Ends one session's use of the profile. False when it was the last and the mount is still there.
-bool leave(const std::string& home) {
-    auto& use = useOf(home);
-    const std::scoped_lock lock(use.lock);
-    if (use.sessions <= 1) {
-        if (::umount2(use.place.c_str(), UMOUNT_NOFOLLOW) != 0) {
-            return false;
-        }
-        use.place.clear();
-    }
-    --use.sessions;
-    return true;
-}
-
-bool leaveInTime(const std::string& home) {
-    for (int attempt = 0; attempt < unmountAttempts; ++attempt) {
-        std::this_thread::sleep_for(unmountPause);
-        if (leave(home)) {
-            return true;
-        }
-    }
-    return false;
-}
-
-void forget(const std::string& home) {
-    auto& use = useOf(home);
-    const std::scoped_lock lock(use.lock);
-    --use.sessions;
-}
-
 } // namespace
 
 std::list<PVOL> PVOL::getPartitions() {
@@ -162,42 +120,106 @@ const PVOL* findProfileVolume(const std::list<PVOL>& partitions, const std::stri
     return found == partitions.end() ? nullptr : &*found;
 }
 
-bool mountProfile(const std::string& username, const std::string& home, const std::string& fstype,
-                  const std::string& option) {
+/// Who uses the profile on a home. Any thread.
+struct ProfileMount::Home {
+    // One more session uses it. False, after an error line, when it cannot be mounted.
+    bool enter(const std::string& path, const std::string& devname, const std::string& fstype,
+               const std::string& option) {
+        const std::scoped_lock guard(lock);
+        // The kernel refuses to mount it twice; it is there for another session of the user's, which may be on its way
+        // out.
+        const Place found = placeOf(path);
+        const bool mounted = mountOn(found, devname, fstype, option.empty() ? nullptr : option.c_str());
+        if (!mounted && (errno != EBUSY || place.empty())) {
+            Utils::syslogErrno("sessionMountProfile", "mount", errno);
+            return false;
+        }
+        if (mounted) {
+            place = found.path;
+        }
+        ++sessions;
+        return true;
+    }
+
+    // One session less uses it. False when it was the last and the mount is still there.
+    bool leave() {
+        const std::scoped_lock guard(lock);
+        if (sessions <= 1) {
+            if (::umount2(place.c_str(), UMOUNT_NOFOLLOW) != 0) {
+                return false;
+            }
+            place.clear();
+        }
+        --sessions;
+        return true;
+    }
+
+    bool leaveInTime() {
+        for (int attempt = 0; attempt < unmountAttempts; ++attempt) {
+            std::this_thread::sleep_for(unmountPause);
+            if (leave()) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    // What is still held by others of the user's (another login) stays, rather than to vanish under them.
+    void forget() {
+        const std::scoped_lock guard(lock);
+        --sessions;
+    }
+
+    void leaveAfter(const std::vector<ProcessHandle>& holders, uid_t user) {
+        if (leaveInTime()) {
+            return;
+        }
+        const auto held = [&] {
+            return std::ranges::any_of(holders, &ProcessHandle::exists) || AdoptedChildren::any(user);
+        };
+        const auto giveUp = std::chrono::steady_clock::now() + processesEnd;
+        while (held() && std::chrono::steady_clock::now() < giveUp) {
+            std::this_thread::sleep_for(unmountPause);
+        }
+        if (!leaveInTime()) {
+            forget();
+        }
+    }
+
+    std::mutex lock; // held while the kernel mounts and unmounts, which may write out much
+    int sessions = 0;
+    std::string place; // what the home is without links, where the profile was mounted
+};
+
+ProfileMount::~ProfileMount() { leave({}, unknownUid); }
+
+ProfileMount& ProfileMount::operator=(ProfileMount&& other) noexcept {
+    leave({}, unknownUid);
+    tasks_ = other.tasks_;
+    home_ = std::exchange(other.home_, nullptr);
+    return *this;
+}
+
+void ProfileMount::leave(const std::vector<ProcessHandle>& holders, uid_t user) noexcept {
+    const auto home = std::exchange(home_, nullptr);
+    if (home && !tasks_->run("unmountProfile", [home, holders, user] { home->leaveAfter(holders, user); }) &&
+        !home->leaveInTime()) {
+        home->forget();
+    }
+}
+
+ProfileMount ProfileVolumes::mount(BackgroundTasks& tasks, const std::string& username, const std::string& home,
+                                   const std::string& fstype, const std::string& option) {
     const auto partitions = PVOL::getPartitions();
     const PVOL* volume = findProfileVolume(partitions, username);
     if (volume == nullptr) {
-        return false;
+        return {};
     }
-    auto& use = useOf(home);
-    const std::scoped_lock lock(use.lock);
-    // The kernel refuses to mount it twice; it is there for another session of the user's, which may be on its way out.
-    const Place place = placeOf(home);
-    const bool mounted = mountOn(place, volume->devname, fstype, option.empty() ? nullptr : option.c_str());
-    const bool usable = mounted || (errno == EBUSY && !use.place.empty());
-    if (!usable) {
-        Utils::syslogErrno("sessionMountProfile", "mount", errno);
-        return false;
+    auto& use = homes_[home];
+    if (!use) {
+        use = std::make_shared<ProfileMount::Home>();
     }
-    if (mounted) {
-        use.place = place.path;
-    }
-    ++use.sessions;
-    return true;
-}
-
-void unmountProfile(const std::string& home, const std::function<bool()>& inUse) {
-    if (leaveInTime(home)) {
-        return;
-    }
-    const auto giveUp = std::chrono::steady_clock::now() + processesEnd;
-    while (inUse && inUse() && std::chrono::steady_clock::now() < giveUp) {
-        std::this_thread::sleep_for(unmountPause);
-    }
-    // Still held by others of the user's (another login): it stays, rather than to vanish under them.
-    if (!inUse || !leaveInTime(home)) {
-        forget(home);
-    }
+    return use->enter(home, volume->devname, fstype, option) ? ProfileMount(tasks, use) : ProfileMount();
 }
 
 } // namespace Vard

@@ -40,14 +40,15 @@ void lookClosely(const fs::path& socket, const std::function<bool()>& goOn) {
 
 } // namespace
 
-std::pair<fs::path, std::vector<uint8_t>> DBusService::createXauthFile(unsigned display, const std::string& user) {
+std::pair<XAuthorityFile, std::vector<uint8_t>> DBusService::createXauthFile(unsigned display,
+                                                                             const std::string& user) {
     info("%s: display: %u, user: %s", "createXauthFile", display, user.c_str());
     const fs::path path = runtimeDir_ / ("xauth_" + std::to_string(display));
     auto cookie = Utils::randomBytes(cookieSize);
     auto record = xauthorityRecord(Utils::getHostname(), display, cookie);
-    writeXauthority(path, record, user, config()->settingString("xauth:group", "vard-xauth"));
+    XAuthorityFile file(path, record, user, config()->settingString("xauth:group", "vard-xauth"));
     Utils::wipe(record);
-    return {path, std::move(cookie)};
+    return {std::move(file), std::move(cookie)};
 }
 
 pid_t DBusService::runXvfbDisplay(unsigned display, unsigned char depth, unsigned short width, unsigned short height,
@@ -80,7 +81,7 @@ bool DBusService::startDisplay(Session& session, const StartRequest& request, st
     try {
         const auto nest = displays_.isolated() ? std::make_shared<SocketNest>(displaySocket(session.display)) : nullptr;
         const pid_t pid = runXvfbDisplay(session.display, request.depth, request.width, request.height,
-                                         session.username, session.xauthfile, nest.get());
+                                         session.username, session.xauthfile.path(), nest.get());
         return waitDisplay(session, pid, nest);
     } catch (const vard_error&) {
         return false; // the runner has said why

@@ -3,7 +3,6 @@
 #include "dbus_service.h"
 
 #include "parsec.h"
-#include "profile_volume.h"
 #include "session_command.h"
 #include "user_database.h"
 #include "user_scope.h"
@@ -279,13 +278,13 @@ bool DBusService::checkHome(Session& session) {
 }
 
 void DBusService::sessionMountProfile(Session* session) {
-    if (session == nullptr || session->profileMounted) {
+    if (session == nullptr || session->profile) {
         return;
     }
     const auto settings = config();
-    session->profileMounted =
-        mountProfile(session->username, session->home.string(), settings->settingString("pvol:fstype", "ext4"),
-                     settings->settingString("pvol:option"));
+    session->profile =
+        profiles_.mount(tasks_, session->username, session->home.string(),
+                        settings->settingString("pvol:fstype", "ext4"), settings->settingString("pvol:option"));
 }
 
 // The labels are read only where they are shown.

@@ -2,8 +2,6 @@
 #include "session.h"
 
 #include "logger.h"
-#include "own_children.h"
-#include "profile_volume.h"
 
 #include <algorithm>
 
@@ -26,9 +24,11 @@ bool isNamedIn(const std::list<std::string>& list, const std::string& entry) {
 
 } // namespace
 
-// The X connection goes after the children were told, then the PAM transaction.
+// The server and the supervisor take their time, and hold the home until they have gone.
 Session::~Session() {
     endChildren();
+    xauthfile.remove();
+    profile.leave({pid1, pid2}, uid);
     xcb.reset();
     pam.reset();
 }
@@ -43,24 +43,10 @@ void Session::endChildren() {
     tellToEnd(pid3, "connector");
     tellToEnd(pid2, "xsession");
     tellToEnd(pid1, "xvfb");
-    std::error_code ignored;
-    if (!xauthfile.empty()) {
-        std::filesystem::remove(xauthfile, ignored);
-    }
-    if (profileMounted) {
-        // The supervisor and the server take their time, and hold the home until they have gone.
-        const auto unmount = [mounted = home.string(), server = pid1, supervisor = pid2, user = uid] {
-            unmountProfile(mounted,
-                           [&] { return server.exists() || supervisor.exists() || AdoptedChildren::any(user); });
-        };
-        if (!tasks_.run("unmountProfile", unmount)) {
-            unmountProfile(home.string());
-        }
-    }
 }
 
 std::list<std::string> Session::environments() const {
-    std::list<std::string> result{"DISPLAY=:" + std::to_string(display), "XAUTHORITY=" + xauthfile.string(),
+    std::list<std::string> result{"DISPLAY=:" + std::to_string(display), "XAUTHORITY=" + xauthfile.path().string(),
                                   "XDG_RUNTIME_DIR=" + runtimedir.string()};
     if (pam) {
         auto others = pam->getEnvironments();
@@ -71,7 +57,7 @@ std::list<std::string> Session::environments() const {
 }
 
 std::filesystem::path Session::commandLog() const {
-    return home / ".vard" / xauthfile.filename().replace_extension(".log");
+    return home / ".vard" / xauthfile.path().filename().replace_extension(".log");
 }
 
 } // namespace Vard

@@ -4,8 +4,10 @@
 #include "background_tasks.h"
 #include "pam_service.h"
 #include "process.h"
+#include "profile_volume.h"
 #include "secret.h"
 #include "user_children.h"
+#include "xauthority.h"
 #include "xcb_connector.h"
 
 #include <atomic>
@@ -44,7 +46,8 @@ struct Session {
     /// record has. Whoever waits for the X server shares it.
     std::shared_ptr<const uint32_t> displayLease;
     std::filesystem::path home;
-    std::filesystem::path xauthfile;
+    XAuthorityFile xauthfile;
+    ProfileMount profile; ///< none when the user has no profile partition
     std::filesystem::path runtimedir;
     std::filesystem::path xsession; ///< the program run as the user's session
     std::chrono::system_clock::time_point start{};
@@ -69,7 +72,6 @@ struct Session {
     std::unique_ptr<PamService> pam;
     std::shared_ptr<Xcb::Connector> xcb;
     std::mutex lock; ///< held by the destructor while it ends the children
-    bool profileMounted = false;
     bool homeMissing = false; ///< when the session was started
     bool nla = true;
     bool tls = true;

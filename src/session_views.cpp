@@ -32,7 +32,7 @@ std::string localTime(std::chrono::system_clock::time_point point) {
 
 void writeTexts(ObjectWriter& json, const Session& session) {
     json.text("home", session.home.string());
-    json.text("xauthfile", session.xauthfile.string());
+    json.text("xauthfile", session.xauthfile.path().string());
     json.text("runtimedir", session.runtimedir.string());
     json.text("xsession", session.xsession.string());
     json.text("gecos", session.gecos);

@@ -72,8 +72,8 @@ std::vector<uint8_t> xauthorityRecord(const std::string& host, unsigned display,
     return record;
 }
 
-void writeXauthority(const std::filesystem::path& path, const std::vector<uint8_t>& record, const std::string& user,
-                     const std::string& group) {
+XAuthorityFile::XAuthorityFile(std::filesystem::path path, const std::vector<uint8_t>& record, const std::string& user,
+                               const std::string& group) {
     std::error_code ignored;
     std::filesystem::remove(path, ignored);
     const FileDescriptor file = createPrivate(path);
@@ -84,8 +84,24 @@ void writeXauthority(const std::filesystem::path& path, const std::vector<uint8_
         }
         throw vard_error("createXauthFile");
     }
+    path_ = std::move(path);
     ::fchmod(file.get(), fileMode);
     handOver(file.get(), user, group);
+}
+
+XAuthorityFile& XAuthorityFile::operator=(XAuthorityFile&& other) noexcept {
+    if (this != &other) {
+        remove();
+        path_ = std::exchange(other.path_, {});
+    }
+    return *this;
+}
+
+void XAuthorityFile::remove() noexcept {
+    std::error_code ignored;
+    if (!path_.empty()) {
+        std::filesystem::remove(std::exchange(path_, {}), ignored);
+    }
 }
 
 } // namespace Vard

@@ -3,6 +3,7 @@
 
 #include "file_descriptor.h"
 #include "scratch.h"
+#include "user_database.h"
 #include "utils.h"
 
 #include <fcntl.h>
@@ -10,7 +11,7 @@
 #include <sys/mount.h>
 
 #include <optional>
-#include <system_error>
+#include <thread>
 #include <utility>
 
 namespace {
@@ -18,8 +19,8 @@ namespace {
 namespace fs = std::filesystem;
 using Vard::FileDescriptor;
 using Vard::findProfileVolume;
-using Vard::mountProfile;
-using Vard::unmountProfile;
+using Vard::ProcessHandle;
+using Vard::ProfileMount;
 
 const std::string type = Vard::profilePartitionType;
 
@@ -62,12 +63,23 @@ protected:
         return Scratch::run("findmnt -rno SOURCE,OPTIONS --mountpoint " + home_ + " || true");
     }
 
+    ProfileMount mount(const std::string& home, const std::string& user = user_, const std::string& option = "") {
+        return volumes_.mount(tasks_, user, home, "ext4", option);
+    }
+    /// Ends the session that uses the profile.
+    void end(ProfileMount mount, const std::vector<ProcessHandle>& holders = {}) {
+        mount.leave(holders, Vard::unknownUid);
+        EXPECT_TRUE(tasks_.drain(std::chrono::minutes(1)));
+    }
+
     // No other test on this machine has disks of that user.
     static inline const std::string user_ = "pvol" + Vard::Utils::hexString(Vard::Utils::randomBytes(6), "", false);
     static inline std::optional<LoopDevice> disk_;
 
     Scratch::Directory dir_;
     const std::string home_ = dir_.path() / "home";
+    Vard::BackgroundTasks tasks_;
+    Vard::ProfileVolumes volumes_;
 };
 
 TEST(FindProfileVolume, TakesTheFirstOfExactTypeAndLabel) {
@@ -78,18 +90,20 @@ TEST(FindProfileVolume, TakesTheFirstOfExactTypeAndLabel) {
     EXPECT_EQ(findProfileVolume(volumes, "an"), nullptr);
 }
 
-TEST_F(ProfileVolumeTest, MountsTheFittingPartitionAndUnmountsIt) {
-    ASSERT_TRUE(mountProfile(user_, home_, "ext4", "commit=77"));
-    EXPECT_THAT(mounted(), testing::MatchesRegex(disk_->partition(2) + " .*commit=77.*"));
-    unmountProfile(home_);
+TEST_F(ProfileVolumeTest, MountsTheFittingPartitionAndUnmountsItWithItsObject) {
+    {
+        const auto profile = mount(home_, user_, "commit=77");
+        ASSERT_TRUE(profile);
+        EXPECT_THAT(mounted(), testing::MatchesRegex(disk_->partition(2) + " .*commit=77.*"));
+    }
+    EXPECT_TRUE(tasks_.drain(std::chrono::minutes(1)));
     EXPECT_EQ(mounted(), "");
-    EXPECT_TRUE(mountProfile(user_, home_, "ext4", "")) << "no options at all";
 }
 
 TEST_F(ProfileVolumeTest, LogsAFailedMountButNoMissingPartition) {
     const Scratch::Journal journal;
-    EXPECT_FALSE(mountProfile(user_ + "x", home_, "ext4", ""));
-    EXPECT_FALSE(mountProfile(user_, home_, "ext4", "no-such-option"));
+    EXPECT_FALSE(mount(home_, user_ + "x"));
+    EXPECT_FALSE(mount(home_, user_, "no-such-option"));
     EXPECT_EQ(journal.lines(), "sessionMountProfile: mount failed, error: Invalid argument, code: 22\n");
     EXPECT_EQ(mounted(), "");
 }
@@ -97,30 +111,28 @@ TEST_F(ProfileVolumeTest, LogsAFailedMountButNoMissingPartition) {
 TEST_F(ProfileVolumeTest, FollowsALinkInTheHomesPlaceWhenItIsRootsAlone) {
     const std::string link = dir_.path() / "link";
     fs::create_directory_symlink(home_, link);
-    ASSERT_TRUE(mountProfile(user_, link, "ext4", ""));
+    auto profile = mount(link);
     EXPECT_NE(mounted(), "");
     fs::remove(link);
-    unmountProfile(link);
+    end(std::move(profile));
     EXPECT_EQ(mounted(), "") << "from where it was mounted, whatever the link is by now";
 
     fs::create_directory_symlink(home_, link);
     Scratch::run("chown -h daemon " + link);
-    EXPECT_FALSE(mountProfile(user_, link, "ext4", ""));
+    EXPECT_FALSE(mount(link));
     EXPECT_EQ(mounted(), "");
-    ASSERT_TRUE(mountProfile(user_, home_, "ext4", ""));
-    unmountProfile(link);
-    EXPECT_NE(mounted(), "");
 }
 
 TEST_F(ProfileVolumeTest, GoesWithTheLastSessionOnceItsProcessesHaveGone) {
-    ASSERT_TRUE(mountProfile(user_, home_, "ext4", ""));
-    ASSERT_TRUE(mountProfile(user_, home_, "ext4", "")) << "for a second session";
-    FileDescriptor held(::open(home_.c_str(), O_RDONLY | O_CLOEXEC));
-    const auto inUse = [&] { return std::exchange(held, FileDescriptor()).get() >= 0; };
-    unmountProfile(home_, inUse);
+    auto first = mount(home_);
+    auto second = mount(home_);
+    ASSERT_TRUE(first && second);
+    end(std::move(first));
     EXPECT_NE(mounted(), "") << "the second session still runs";
-    ASSERT_TRUE(held);
-    unmountProfile(home_, inUse);
+    // Longer than all attempts together take when nobody waits for it.
+    const auto holder = ProcessHandle::of(Scratch::startSleep("4", home_));
+    std::jthread reaping([pid = holder.pid()] { ::waitpid(pid, nullptr, 0); });
+    end(std::move(second), {holder});
     EXPECT_EQ(mounted(), "");
 }
 

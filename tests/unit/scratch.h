@@ -59,12 +59,11 @@ inline std::string run(const std::string& command) {
     return output;
 }
 
-/// A child that sleeps.
-inline pid_t startSleep(const char* seconds = "1000") {
+/// A child that sleeps, in a directory.
+inline pid_t startSleep(const char* seconds = "1000", const std::string& directory = "/") {
     const pid_t pid = ::fork();
     if (pid == 0) {
-        ::execlp("sleep", "sleep", seconds, nullptr);
-        ::_exit(127);
+        ::_exit(::chdir(directory.c_str()) == 0 ? ::execlp("sleep", "sleep", seconds, nullptr) : 127);
     }
     return pid;
 }

@@ -8,11 +8,14 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include <optional>
+#include <utility>
+
 namespace {
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
-using Vard::writeXauthority;
+using Vard::XAuthorityFile;
 using Vard::xauthorityRecord;
 
 class XauthorityTest : public Scratch::Machine {
@@ -22,14 +25,15 @@ protected:
         Scratch::run("useradd -M -U xauth-user && groupadd xauth-readers");
     }
 
-    void write(const std::string& group = "xauth-readers") const {
-        writeXauthority(path_, record_, "xauth-user", group);
+    void write(const std::string& group = "xauth-readers", const std::string& user = "xauth-user") {
+        file_.emplace(path_, record_, user, group);
     }
     std::string owners() const { return Scratch::run("stat -c '%A %U %G' " + path_.string()); }
 
     Scratch::Directory dir_;
     fs::path path_ = dir_.path() / "xauth_33";
     std::vector<uint8_t> record_ = xauthorityRecord("ts1", 33, {0x00, 0xE0, 0xFF});
+    std::optional<XAuthorityFile> file_;
 };
 
 TEST_F(XauthorityTest, IsReadByTheUsersToolsAndKeepsTheUmask) {
@@ -37,13 +41,17 @@ TEST_F(XauthorityTest, IsReadByTheUsersToolsAndKeepsTheUmask) {
     write();
     EXPECT_EQ(::umask(before), 0U);
     EXPECT_EQ(Scratch::run("xauth -f " + path_.string() + " list 2>&1"), "ts1/unix:33  MIT-MAGIC-COOKIE-1  00e0ff\n");
+    const XAuthorityFile owner = std::move(*file_);
+    file_.reset();
+    EXPECT_TRUE(fs::exists(owner.path())) << "it has moved on";
 }
 
 TEST_F(XauthorityTest, ReplacesWhatIsThereAndFollowsNoLink) {
     for (const char* planted :
          {"seq 2000 > xauth_33; chmod 777 xauth_33", "echo untouched > victim; ln -s victim xauth_33",
           "ln -s dangling xauth_33", "mkdir xauth_33"}) {
-        fs::remove(path_);
+        file_.reset();
+        EXPECT_FALSE(fs::exists(path_)) << "it goes with its object";
         Scratch::run("cd " + dir_.path().string() + "; " + planted);
         write();
         EXPECT_EQ(owners(), "-r--r----- xauth-user xauth-readers\n") << planted;
@@ -58,7 +66,7 @@ TEST_F(XauthorityTest, NeverGivesTheCookieToAForeignGroup) {
     EXPECT_EQ(owners(), "-r--r----- xauth-user root\n");
     write("");
     EXPECT_EQ(owners(), "-r--r----- xauth-user xauth-user\n");
-    writeXauthority(path_, record_, "no-such-user", "xauth-readers");
+    write("xauth-readers", "no-such-user");
     EXPECT_EQ(owners(), "-r--r----- root xauth-readers\n");
 }
 
