@@ -3,15 +3,13 @@
 #include "bus_boundary.h"
 
 #include "dbus_service.h"
+#include "interface_table.h"
 #include "user_database.h"
 #include "utils.h"
 
 #include <dbus/dbus.h>
 
-#include <algorithm>
-#include <array>
 #include <cstring>
-#include <string_view>
 
 namespace Vard {
 
@@ -24,13 +22,6 @@ constexpr const char* errorUnknownMethod = "org.freedesktop.DBus.Error.UnknownMe
 
 std::string text(const char* value) { return value != nullptr ? value : ""; }
 
-std::string neutralText(const std::string& method) {
-    if (method == "vardSessionInfoJson") {
-        return "{}";
-    }
-    return method == "vardUserInfoJson" ? "[]" : "";
-}
-
 void appendNeutral(DBus::MessageIter& out, const std::string& method, const std::string& signature) {
     if (signature == "b") {
         out << false;
@@ -41,7 +32,7 @@ void appendNeutral(DBus::MessageIter& out, const std::string& method, const std:
     } else if (signature == "d") {
         out << 0.0;
     } else if (signature == "s") {
-        out << neutralText(method);
+        out << std::string(InterfaceTable::method(method).neutral);
     } else if (signature == "as") {
         out << std::vector<std::string>{};
     } else if (signature == "a(su)") {
@@ -76,12 +67,6 @@ std::optional<std::string> methodSignature(const DBus::IntrospectedInterface& in
         }
     }
     return std::nullopt;
-}
-
-bool isSessionRequest(const std::string& method) {
-    constexpr std::array<std::string_view, 5> requests{"busSessionRequest", "busSessionDomainRequest",
-                                                       "vardSessionRequest", "vardLogin", "busProgramRequest"};
-    return std::ranges::find(requests, method) != requests.end();
 }
 
 DBus::Message neutralReply(const DBus::CallMessage& call, const std::string& method, const std::string& signature) {
@@ -164,7 +149,7 @@ DBus::Message DBusService::dispatchGuarded(DBus::InterfaceAdaptor& adaptor, cons
         reason = "unknown exception";
     }
     error("%s: exception: %s", method.c_str(), reason.c_str());
-    if (isSessionRequest(method)) {
+    if (InterfaceTable::method(method).startsSession) {
         return errorReply(call, errorFailed, reason);
     }
     return neutralReply(call, method, methodSignature(*adaptor.introspect(), method, false).value_or(""));

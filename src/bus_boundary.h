@@ -35,11 +35,8 @@ private:
 std::optional<std::string> methodSignature(const DBus::IntrospectedInterface& interface, const std::string& method,
                                            bool in);
 
-/// True for the methods that start a session: an exception in them is told to the caller as an error. (Refusals are
-/// ordinary answers: -1 or false.)
-bool isSessionRequest(const std::string& method);
-
-/// The answer of a method that failed: false, -1, 0, an empty list or text, an empty JSON text.
+/// The answer of a method that failed: what the interface's description says, or else false, -1, 0, an empty list or
+/// text.
 DBus::Message neutralReply(const DBus::CallMessage& call, const std::string& method, const std::string& signature);
 
 /// An error reply; the text is made fit for the bus. `name` must be a valid error name.

@@ -6,9 +6,6 @@
 
 namespace Vardctl {
 
-/// The group whose members may call the method; empty when it is for root alone.
-std::string_view requiredGroup(std::string_view method);
-
 /// Tells a refused caller who may call the method.
 std::string deniedMessage(std::string_view method);
 

@@ -3,6 +3,7 @@
 
 #include "bus_client.h"
 #include "commands.h"
+#include "interface_table.h"
 #include "json.h"
 #include "signals.h"
 #include "text.h"
@@ -22,13 +23,8 @@ namespace {
 constexpr const char* busDaemon = "org.freedesktop.DBus";
 
 std::string argumentName(const std::string& signal, size_t index) {
-    if (index == 0 && signal == "signalProxyListenTimeout") {
-        return "timeout";
-    }
-    if (index == 1 && signal == "signalProxyAllowConnection") {
-        return "uid";
-    }
-    return index == 0 ? "session" : "arg" + std::to_string(index);
+    const auto names = Vard::InterfaceTable::signal(signal).arguments;
+    return index < names.size() && !names[index].empty() ? std::string(names[index]) : "arg" + std::to_string(index);
 }
 
 std::string timeText(std::chrono::system_clock::time_point point, bool utc, const char* format) {
