@@ -43,15 +43,17 @@ ProcessHandle startChild(BackgroundTasks& tasks, ChildWaits& children) {
 
 void fill(SessionTable& table, ChildWaits& children, BackgroundTasks& tasks, UserChildren& users, size_t count) {
     table.setRange({33, count});
-    for (size_t slot = 0; slot < count; ++slot) {
+    for (uint32_t slot = 0; slot < count; ++slot) {
         auto session = std::make_shared<Session>(tasks, users);
-        session->pid1 = startChild(tasks, children);
-        session->pid2 = startChild(tasks, children);
+        session->display = session->sid = 33 + slot;
         session->username = "user" + std::to_string(slot);
         session->start = std::chrono::system_clock::now();
-        const std::scoped_lock lock(table.mutex());
-        session->display = session->sid = table.displayLocked(slot);
-        table.slotsLocked()[slot] = session;
+        const auto server = startChild(tasks, children);
+        const auto supervisor = startChild(tasks, children);
+        auto sessions = table.lock();
+        sessions.state(*session).pid1 = server;
+        sessions.state(*session).pid2 = supervisor;
+        sessions.put(session);
     }
 }
 

@@ -56,6 +56,14 @@ void BackgroundTasks::ended() {
     changed_.notify_all();
 }
 
+void BackgroundTasks::runAnyway(const char* name, std::function<void()> task) {
+    const auto held = std::make_shared<std::function<void()>>(std::move(task));
+    const auto once = [held] { std::exchange(*held, nullptr)(); };
+    if (!run(name, once)) {
+        once();
+    }
+}
+
 bool BackgroundTasks::sleep(std::chrono::milliseconds duration) {
     std::unique_lock lock(mutex_);
     return !changed_.wait_for(lock, duration, [this] { return stopping_; });

@@ -23,6 +23,9 @@ public:
     /// line, when no thread can be had: the task did not run.
     bool run(const char* name, std::function<void()> task) noexcept;
 
+    /// The same, but on the calling thread when no other can be had. What `task` holds goes on the thread that ran it:
+    /// the end of a session's record, often the last that it holds, may wait for PAM.
+    void runAnyway(const char* name, std::function<void()> task);
     /// Sleeps, for a task; false as soon as the service stops.
     bool sleep(std::chrono::milliseconds duration);
     /// Ends all sleeps, now and from now on.

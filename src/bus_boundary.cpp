@@ -2,14 +2,16 @@
 // service lives. An exception that left a method would travel through C code that holds locks, and end the process.
 #include "bus_boundary.h"
 
-#include "dbus_service.h"
 #include "interface_table.h"
+#include "logger.h"
 #include "user_database.h"
 #include "utils.h"
 
 #include <dbus/dbus.h>
 
 #include <cstring>
+#include <optional>
+#include <vector>
 
 namespace Vard {
 
@@ -42,7 +44,18 @@ void appendNeutral(DBus::MessageIter& out, const std::string& method, const std:
     }
 }
 
-} // namespace
+/// Wipes the text arguments in a received message itself when the scope is left: the library keeps the memory of
+/// messages for later ones. Only for whoever reads the message last.
+class ArgumentsGuard {
+public:
+    explicit ArgumentsGuard(const DBus::Message& message) : message_(message) {}
+    ~ArgumentsGuard();
+    ArgumentsGuard(const ArgumentsGuard&) = delete;
+    ArgumentsGuard& operator=(const ArgumentsGuard&) = delete;
+
+private:
+    const DBus::Message& message_;
+};
 
 // The texts stand in the message's own memory, which the library made to read into; it is only handed out as constant.
 // Nobody reads the arguments of an answered call again.
@@ -55,6 +68,7 @@ ArgumentsGuard::~ArgumentsGuard() {
     }
 }
 
+/// The signature of a method's arguments in one direction, from the introspection table; none for an unknown method.
 std::optional<std::string> methodSignature(const DBus::IntrospectedInterface& interface, const std::string& method,
                                            bool in) {
     for (const auto* entry = interface.methods; entry->name != nullptr; ++entry) {
@@ -69,6 +83,8 @@ std::optional<std::string> methodSignature(const DBus::IntrospectedInterface& in
     return std::nullopt;
 }
 
+/// The answer of a method that failed: what the interface's description says, or else false, -1, 0, an empty list or
+/// text.
 DBus::Message neutralReply(const DBus::CallMessage& call, const std::string& method, const std::string& signature) {
     DBus::ReturnMessage reply(call);
     DBus::MessageIter out = reply.writer();
@@ -76,71 +92,18 @@ DBus::Message neutralReply(const DBus::CallMessage& call, const std::string& met
     return reply;
 }
 
+/// An error reply; the text is made fit for the bus. `name` must be a valid error name.
 DBus::Message errorReply(const DBus::CallMessage& call, const char* name, const std::string& message) {
     return DBus::ErrorMessage(call, name, Utils::toValidUtf8(message).c_str());
 }
 
-bool DBusService::handle_message(const DBus::Message& message) {
-    if (message.type() != DBUS_MESSAGE_TYPE_METHOD_CALL) {
-        return false;
-    }
-    // The library hands the call over as its base, as its own objects receive it.
-    const auto& call = static_cast<const DBus::CallMessage&>(message); // NOLINT(*-static-cast-downcast)
-    try {
-        conn().send(answer(call));
-    } catch (const std::exception& err) {
-        error("%s: exception: %s", "handle_message", err.what());
-    }
-    request_.reset(); // answered: the end of its session may be told now
-    return true;
-}
-
-DBus::Message DBusService::answer(const DBus::CallMessage& call) {
-    const ArgumentsGuard guard(call); // wiped before the answer goes out
-    const std::string interface = text(call.interface());
-    const std::string method = text(call.member());
-    caller_ = text(call.sender());
-    auto* adaptor = interface.empty() ? nullptr : find_interface(interface);
-    if (adaptor == nullptr || adaptor->introspect() == nullptr) {
-        error("%s: unknown interface: `%s', method: `%s'", "handle_message", interface.c_str(), method.c_str());
-        return errorReply(call, errorUnknownInterface, "unknown interface: " + interface);
-    }
-    const auto expected = methodSignature(*adaptor->introspect(), method, true);
-    if (!expected) {
-        error("%s: unknown method: `%s'", "handle_message", method.c_str());
-        return errorReply(call, errorUnknownMethod, "unknown method: " + method);
-    }
-    if (*expected != text(call.signature())) {
-        error("%s: wrong arguments, method: `%s', signature: `%s'", "handle_message", method.c_str(), call.signature());
-        return errorReply(call, errorInvalidArgs,
-                          "arguments of " + method + ": expected signature `" + *expected + "'");
-    }
-    return dispatchGuarded(*adaptor, call, method);
-}
-
-uid_t DBusService::callerUid() {
-    DBus::CallMessage call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                           "GetConnectionUnixUser");
-    DBus::MessageIter out = call.writer();
-    out << caller_;
-    uint32_t uid = unknownUid;
-    try {
-        const DBus::Message reply = conn().send_blocking(call);
-        DBus::MessageIter in = reply.reader();
-        in >> uid;
-    } catch (const DBus::Error& err) {
-        debug("%s: caller is gone: %s, %s", "callerUid", caller_.c_str(), err.what());
-    }
-    return uid;
-}
-
-DBus::Message DBusService::dispatchGuarded(DBus::InterfaceAdaptor& adaptor, const DBus::CallMessage& call,
-                                           const std::string& method) {
+DBus::Message dispatchGuarded(DBus::InterfaceAdaptor& adaptor, const DBus::CallMessage& call,
+                              const std::string& method) {
     std::string reason;
     try {
         return adaptor.dispatch_method(call);
     } catch (const DBus::Error& err) {
-        error("%s: exception: %s", method.c_str(), text(err.message()).c_str());
+        Syslog::error("%s: exception: %s", method.c_str(), text(err.message()).c_str());
         const bool named = ::dbus_validate_error_name(text(err.name()).c_str(), nullptr) != 0;
         return errorReply(call, named ? err.name() : errorFailed, text(err.message()));
     } catch (const std::exception& err) {
@@ -148,11 +111,60 @@ DBus::Message DBusService::dispatchGuarded(DBus::InterfaceAdaptor& adaptor, cons
     } catch (...) {
         reason = "unknown exception";
     }
-    error("%s: exception: %s", method.c_str(), reason.c_str());
+    Syslog::error("%s: exception: %s", method.c_str(), reason.c_str());
     if (InterfaceTable::method(method).startsSession) {
         return errorReply(call, errorFailed, reason);
     }
     return neutralReply(call, method, methodSignature(*adaptor.introspect(), method, false).value_or(""));
+}
+
+DBus::Message answer(const DBus::CallMessage& call, const InterfaceFinder& find) {
+    const ArgumentsGuard guard(call); // wiped before the answer goes out
+    const std::string interface = text(call.interface());
+    const std::string method = text(call.member());
+    auto* adaptor = interface.empty() ? nullptr : find(interface);
+    if (adaptor == nullptr || adaptor->introspect() == nullptr) {
+        Syslog::error("%s: unknown interface: `%s', method: `%s'", "handle_message", interface.c_str(), method.c_str());
+        return errorReply(call, errorUnknownInterface, "unknown interface: " + interface);
+    }
+    const auto expected = methodSignature(*adaptor->introspect(), method, true);
+    if (!expected) {
+        Syslog::error("%s: unknown method: `%s'", "handle_message", method.c_str());
+        return errorReply(call, errorUnknownMethod, "unknown method: " + method);
+    }
+    if (*expected != text(call.signature())) {
+        Syslog::error("%s: wrong arguments, method: `%s', signature: `%s'", "handle_message", method.c_str(),
+                      call.signature());
+        return errorReply(call, errorInvalidArgs,
+                          "arguments of " + method + ": expected signature `" + *expected + "'");
+    }
+    return dispatchGuarded(*adaptor, call, method);
+}
+
+} // namespace
+
+void answerCall(DBus::Connection& bus, const DBus::CallMessage& call, const InterfaceFinder& find) noexcept {
+    try {
+        bus.send(answer(call, find));
+    } catch (const std::exception& err) {
+        Syslog::error("%s: exception: %s", "handle_message", err.what());
+    }
+}
+
+uid_t callerUid(DBus::Connection& bus, const std::string& sender) {
+    DBus::CallMessage call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                           "GetConnectionUnixUser");
+    DBus::MessageIter out = call.writer();
+    out << sender;
+    uint32_t uid = unknownUid;
+    try {
+        const DBus::Message reply = bus.send_blocking(call);
+        DBus::MessageIter in = reply.reader();
+        in >> uid;
+    } catch (const DBus::Error& err) {
+        Syslog::debug("%s: caller is gone: %s, %s", "callerUid", sender.c_str(), err.what());
+    }
+    return uid;
 }
 
 } // namespace Vard

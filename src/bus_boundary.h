@@ -1,45 +1,23 @@
-// What the boundary to the bus knows of the interface.
+// The boundary to the bus: each call gets an answer.
 #pragma once
-
-#include "utils.h"
 
 #include <dbus-c++/dbus.h>
 
-#include <optional>
+#include <sys/types.h>
+
+#include <functional>
 #include <string>
 
 namespace Vard {
 
-/// Wipes a password that the bus library made for one call, however the call ends. The library's variable is no
-/// constant; it only hands it over as one.
-class PasswordGuard : Utils::WipeGuard<std::string> {
-public:
-    explicit PasswordGuard(const std::string& password) : WipeGuard(const_cast<std::string&>(password)) {} // NOLINT
-};
+/// Finds the adaptor of an interface by its name; null for an unknown one.
+using InterfaceFinder = std::function<DBus::InterfaceAdaptor*(const std::string& name)>;
 
-/// Wipes the text arguments in a received message itself when the scope is left: the library keeps the memory of
-/// messages for later ones. Only for whoever reads the message last.
-class ArgumentsGuard {
-public:
-    explicit ArgumentsGuard(const DBus::Message& message) : message_(message) {}
-    ~ArgumentsGuard();
-    ArgumentsGuard(const ArgumentsGuard&) = delete;
-    ArgumentsGuard& operator=(const ArgumentsGuard&) = delete;
+/// Answers a method call whatever the caller has sent and whatever the method throws, and logs what was wrong. The text
+/// arguments are wiped in the received message before the answer goes out. Main thread.
+void answerCall(DBus::Connection& bus, const DBus::CallMessage& call, const InterfaceFinder& find) noexcept;
 
-private:
-    const DBus::Message& message_;
-};
-
-/// The D-Bus signature of a method's arguments in one direction, from the introspection table; none for an unknown
-/// method.
-std::optional<std::string> methodSignature(const DBus::IntrospectedInterface& interface, const std::string& method,
-                                           bool in);
-
-/// The answer of a method that failed: what the interface's description says, or else false, -1, 0, an empty list or
-/// text.
-DBus::Message neutralReply(const DBus::CallMessage& call, const std::string& method, const std::string& signature);
-
-/// An error reply; the text is made fit for the bus. `name` must be a valid error name.
-DBus::Message errorReply(const DBus::CallMessage& call, const char* name, const std::string& text);
+/// The user who made a call, by the bus name of its sender; all ones when the bus does not tell. Main thread.
+uid_t callerUid(DBus::Connection& bus, const std::string& sender);
 
 } // namespace Vard

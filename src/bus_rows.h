@@ -30,4 +30,16 @@ inline std::vector<BusRow> busRows(const std::vector<SessionRow>& rows) {
     return result;
 }
 
+/// Of each row the user's name and the session's id.
+inline std::vector<DBus::Struct<std::string, uint32_t>> busNames(const std::vector<SessionRow>& rows) {
+    std::vector<DBus::Struct<std::string, uint32_t>> result;
+    result.reserve(rows.size());
+    for (const auto& row : rows) {
+        auto& entry = result.emplace_back(DBus::Struct<std::string, uint32_t>{});
+        entry._1 = row.username;
+        entry._2 = row.display;
+    }
+    return result;
+}
+
 } // namespace Vard

@@ -130,14 +130,19 @@ bool ChildWait::beyondReach(const char* func) const {
 
 void ChildWaits::add(ChildWait child) {
     const std::scoped_lock lock(mutex_);
-    addLocked(std::move(child));
-}
-
-void ChildWaits::addLocked(ChildWait child) {
     if (closed_) { // nobody would end it
         child.kill("ChildWaits");
     }
     children_.push_back(std::move(child));
+}
+
+// That the waiting begins before the entry in the list is seen by nobody: only the list is looked at.
+ProcessHandle ChildWaits::watch(BackgroundTasks& tasks, pid_t pid, std::function<void()> afterwards) {
+    Syslog::info("%s: pid: %d", "saveWaitPidBackground", pid);
+    ChildWait child(tasks, pid, std::move(afterwards));
+    ProcessHandle process = child.process();
+    add(std::move(child));
+    return process;
 }
 
 bool ChildWaits::holds(pid_t pid) {
@@ -145,7 +150,8 @@ bool ChildWaits::holds(pid_t pid) {
     return std::ranges::any_of(children_, [pid](const auto& child) { return child.valid() && child.pid() == pid; });
 }
 
-void ChildWaits::collectLocked(const char* func, const std::function<bool(const ProcessHandle& process)>& ended) {
+void ChildWaits::collect(const char* func, const std::function<bool(const ProcessHandle& process)>& ended) {
+    const std::scoped_lock lock(mutex_);
     // One deadline for the whole pass: a millisecond for each of 400 children would hold both locks for most of a
     // second.
     const auto deadline = std::chrono::steady_clock::now() + 1ms;

@@ -68,24 +68,23 @@ private:
     std::optional<std::chrono::steady_clock::time_point> killedAt_;
 };
 
-/// The list of children waited for, in the order of their start. Lock order: the session table's lock first.
+/// The list of children waited for, in the order of their start. Each operation takes the list's lock; the session
+/// table's may be held before, never be taken under it. Any thread.
 class ChildWaits {
 public:
-    /// Guards the list; the stopped-children watcher takes it together with the session table's.
-    std::mutex& mutex() { return mutex_; }
-
-    /// Adds a child; takes the lock.
+    /// Adds a child.
     void add(ChildWait child);
-    /// Adds a child; the caller holds the lock.
-    void addLocked(ChildWait child);
-    /// True when a child of that pid is still waited for; takes the lock.
+    /// Adds a child that was just started and returns the handle to signal it by; `afterwards` as in ChildWait. Throws
+    /// what ChildWait throws.
+    ProcessHandle watch(BackgroundTasks& tasks, pid_t pid, std::function<void()> afterwards = {});
+    /// True when a child of that pid is still waited for.
     bool holds(pid_t pid);
     /// Calls `ended(process)` for every child that has ended, or that nothing ends, in list order, and forgets it when
-    /// that answers true; the others come again at the next call. Kills overdue ones. The caller holds the lock. The
-    /// status is logged under `func`.
-    void collectLocked(const char* func, const std::function<bool(const ProcessHandle& process)>& ended);
+    /// that answers true; the others come again at the next call. Kills overdue ones. The status is logged under
+    /// `func`.
+    void collect(const char* func, const std::function<bool(const ProcessHandle& process)>& ended);
     /// Tells all children to end, waits for each, kills those that stay, leaves those that nothing ends, and empties
-    /// the list; what comes later is killed at once. Takes the lock. Logs under `func`.
+    /// the list; what comes later is killed at once. Logs under `func`.
     void endAll(const char* func);
 
 private:

@@ -1,24 +1,23 @@
-// Construction, the start of the service, the configuration and its reload.
+// The start of the service and its end; calls on their way to the methods.
 #include "dbus_service.h"
 
-#include "exceptions.h"
+#include "bus_boundary.h"
+#include "dispatcher.h"
 #include "parsec.h"
+#include "stop_request.h"
 #include "utils.h"
-#include "x_server.h"
 
-#include <fcntl.h>
+#include <dbus/dbus.h>
 #include <malloc.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
-#include <fstream>
+#include <functional>
+#include <stdexcept>
 #include <thread>
-
-namespace fs = std::filesystem;
 
 namespace Vard {
 
@@ -42,31 +41,6 @@ void acquireName(DBus::Connection& connection) {
     in >> owner;
     if (owner != connection.unique_name()) {
         throw std::runtime_error(std::string(busName) + " is owned by another instance, " + owner);
-    }
-}
-
-std::shared_ptr<const JsonConfig> readConfig(const std::string& path, const char* func) {
-    const Json::Value value = readJson(path);
-    if (!value.isObject()) {
-        Syslog::error("%s: json not object, file: %s", func, path.c_str());
-        throw vard_error(func);
-    }
-    return std::make_shared<const JsonConfig>(value);
-}
-
-std::optional<DisplayRange> displayRange(const JsonConfig& config, const char* func) {
-    return DisplayRange::of(config.settingInteger("display:min", 33), config.settingInteger("display:max", 55), func);
-}
-
-// The same while the service runs: a value that is no number leaves the range in force, which its default would move.
-std::optional<DisplayRange> changedRange(const JsonConfig& config, const char* func) {
-    const auto range = displayRange(config, func); // says what is wrong with it
-    try {
-        config.getInteger("display:min");
-        config.getInteger("display:max");
-        return range;
-    } catch (const std::exception&) {
-        return std::nullopt;
     }
 }
 
@@ -96,7 +70,7 @@ private:
 
 } // namespace
 
-void DBusService::start(const std::string& path) {
+void DBusService::start(Text path) {
     ::umask(027);
     ::mallopt(M_ARENA_MAX, 1); // short-lived threads would each leave a part of an arena of their own in use
     AdoptedChildren::adopt();
@@ -108,19 +82,19 @@ void DBusService::start(const std::string& path) {
     connection.exit_on_disconnect(false);
     acquireName(connection);
     DBusService service(connection, path);
-    service.run(path);
-}
-
-void DBusService::run(const std::string& path) {
     notice("%s: started, version %s, pid: %d, config: `%s'", "start", productVersion("SERVICE").c_str(), ::getpid(),
            path.c_str());
+    service.run();
+}
+
+void DBusService::run() {
     serviceRunning = true;
     if (stopRequested) {
         serviceRunning = false;
     }
     std::exception_ptr failure; // the sessions are ended in any case
     try {
-        const WorkerThread thread([this, path] { worker(path); });
+        const WorkerThread thread([this] { worker(); });
         serviceDispatcher.enter();
     } catch (...) {
         failure = std::current_exception();
@@ -132,22 +106,19 @@ void DBusService::run(const std::string& path) {
     notice("%s: shutdown complete", "start");
 }
 
-DBusService::DBusService(DBus::Connection& connection, const std::string& path)
-    : Syslog("vard_service"), DBus::ObjectAdaptor(connection, objectPath) {
-    config_ = readConfig(path, "DBusService");
-    setDebugLevel(config_->settingString("debug:level", "info"));
-    applyRange(displayRange(*config_, "DBusService").value_or(DisplayRange{}), *config_);
-    runtimeDir_ = config_->settingString("runtime:dir", "/run/vard");
-    createRuntimeDirectory();
-    removeStale();
-    writePidFile();
-    auditLog_.open();
-    reloadPrograms(*config_);
+DBusService::DBusService(DBus::Connection& connection, Text path)
+    : Syslog("vard_service"),
+      DBus::ObjectAdaptor(connection, objectPath),
+      config_(path, table_, displays_),
+      directory_(*config_.settings(), table_.range()),
+      starter_({config_, table_, {displays_, users_, children_, tasks_}, profiles_, audit_, directory_.path()}),
+      notices_(config_, children_) {
+    audit_.open();
+    config_.reloadPrograms();
 }
 
 DBusService::~DBusService() {
-    std::error_code ignored;
-    fs::remove(pidFile(), ignored);
+    directory_.removePidFile();
     tasks_.stop();
     tasks_.abandon(); // what is still waited for now is beyond reach
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(stopBegan_ + stopLimit -
@@ -159,96 +130,26 @@ DBusService::~DBusService() {
     }
 }
 
-std::shared_ptr<const JsonConfig> DBusService::config() const {
-    const std::scoped_lock lock(configLock_);
-    return config_;
+// Nothing is torn down here: the processes are told to end, and what the records hold goes with them.
+void DBusService::sessionsClear() {
+    stopBegan_ = std::chrono::steady_clock::now();
+    tasks_.stop();
+    request_.reset();
+    table_.clear();
+    children_.endAll("sessionsClear");
+    adopted_.endAll("sessionsClear");
 }
 
-std::shared_ptr<const ProgramList> DBusService::programs() const {
-    const std::scoped_lock lock(configLock_);
-    return programs_;
-}
-
-void DBusService::reloadPrograms(const JsonConfig& config) {
-    auto list = std::make_shared<ProgramList>();
-    list->reload(config.settingString("session:programs", "/etc/vard/programs.json"));
-    const std::scoped_lock lock(configLock_);
-    programs_ = std::move(list);
-}
-
-// One start sees one state of the displays.
-void DBusService::applyRange(const DisplayRange& range, const JsonConfig& config) {
-    const bool isolate = config.settingBoolean("xvfb:netns", true) && DisplayPool::canIsolate();
-    {
-        const std::scoped_lock lock(table_.mutex());
-        displays_.configure(range, isolate);
+bool DBusService::handle_message(const DBus::Message& message) {
+    if (message.type() != DBUS_MESSAGE_TYPE_METHOD_CALL) {
+        return false;
     }
-    table_.setRange(range);
-}
-
-void DBusService::createRuntimeDirectory() {
-    std::error_code failed;
-    if (!fs::exists(runtimeDir_, failed) && !fs::create_directory(runtimeDir_, failed)) {
-        error("%s: create runtime directory failed, path: %s", "DBusService", runtimeDir_.c_str());
-        throw vard_error("runtime directory failed");
-    }
-    fs::permissions(runtimeDir_, static_cast<fs::perms>(0755), fs::perm_options::replace, failed);
-}
-
-// An instance that was killed left cookies, nests, sockets and locks of servers that have gone.
-void DBusService::removeStale() const {
-    std::error_code failed;
-    for (fs::directory_iterator it(runtimeDir_, failed), end; !failed && it != end; it.increment(failed)) {
-        if (it->path().filename().native().starts_with("xauth_")) {
-            std::error_code ignored;
-            fs::remove(it->path(), ignored);
-        }
-    }
-    SocketNest::removeStale(displaySocket(0));
-    const auto [first, count] = table_.range();
-    for (size_t slot = 0; slot < count; ++slot) {
-        const auto display = static_cast<unsigned>(static_cast<size_t>(first) + slot);
-        clearDeadDisplay(display, displaySocket(display));
-    }
-}
-
-fs::path DBusService::pidFile() const { return runtimeDir_ / "vard_service.pid"; }
-
-void DBusService::writePidFile() const {
-    std::ofstream file(pidFile(), std::ios::trunc);
-    if (file) {
-        file << ::getpid();
-    }
-}
-
-void DBusService::reloadConfigWatcher(const std::string& path) {
-    struct stat info {};
-    if (::stat(path.c_str(), &info) != 0) {
-        Utils::syslogErrno("reloadConfigWatcher", "stat", errno);
-        return;
-    }
-    const time_t previous = configTime_.exchange(info.st_mtime);
-    if (previous != 0 && previous != info.st_mtime) {
-        reloadConfig(path);
-    }
-}
-
-void DBusService::reloadConfig(const std::string& path) {
-    const Json::Value value = readJson(path);
-    if (!value.isObject()) {
-        error("%s: json not object, file: %s", "reloadConfigWatcher", path.c_str());
-        return;
-    }
-    const auto fresh = std::make_shared<const JsonConfig>(value);
-    {
-        // A session start holds the table's lock: it sees one configuration from top to bottom.
-        const std::scoped_lock lock(table_.mutex(), configLock_);
-        config_ = fresh;
-    }
-    setDebugLevel(fresh->settingString("debug:level", "info"));
-    applyRange(changedRange(*fresh, "reloadConfigWatcher").value_or(table_.range()), *fresh);
-    reloadPrograms(*fresh);
-    notice("%s: %s", "reloadConfigWatcher", "success");
+    // The library hands the call over as its base, as its own objects receive it.
+    const auto& call = static_cast<const DBus::CallMessage&>(message); // NOLINT(*-static-cast-downcast)
+    caller_ = call.sender() != nullptr ? call.sender() : "";
+    answerCall(conn(), call, [this](const std::string& interface) { return find_interface(interface); });
+    request_.reset(); // answered: the end of its session may be told now
+    return true;
 }
 
 } // namespace Vard

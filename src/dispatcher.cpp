@@ -1,4 +1,4 @@
-// The bus loop of the process, and the flag that keeps it running.
+// The bus loop of the process.
 #include "dispatcher.h"
 
 #include <fcntl.h>
@@ -11,13 +11,6 @@
 namespace Vard {
 
 ServiceDispatcher serviceDispatcher;
-std::atomic<bool> serviceRunning{false};
-std::atomic<bool> stopRequested{false};
-
-void requestStop() noexcept {
-    stopRequested = true;
-    serviceRunning = false;
-}
 
 ServiceDispatcher::ServiceDispatcher() {
     // The library leaves the pipe open to children and blocking: a byte that a child wrote would keep a core busy for

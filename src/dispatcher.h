@@ -1,4 +1,4 @@
-// The bus loop of the process, and the flag that keeps it running.
+// The bus loop of the process.
 #pragma once
 
 #include "file_descriptor.h"
@@ -42,13 +42,5 @@ private:
 
 /// The one dispatcher of the process.
 extern ServiceDispatcher serviceDispatcher;
-
-/// True from the end of the start until a stop is asked for; every loop of the worker thread tests it.
-extern std::atomic<bool> serviceRunning;
-/// Set for good by a stop signal, so that one that comes during the start is not forgotten.
-extern std::atomic<bool> stopRequested;
-
-/// Asks the service to stop. Async-signal-safe; any thread.
-void requestStop() noexcept;
 
 } // namespace Vard

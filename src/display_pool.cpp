@@ -1,4 +1,4 @@
-// Which of the displays can be had for a new session.
+// Which of the displays can be had for a new session, and the right to one.
 #include "display_pool.h"
 
 #include "logger.h"
@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <thread>
 
 namespace Vard {
 
@@ -20,6 +21,7 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto restTime = 60s;
+constexpr auto endingWait = 1s; // in one start, for all displays together
 constexpr size_t mostNames = 256; // held from the start; those beyond are held when their display is first claimed
 constexpr const char* func = "startSession";
 
@@ -63,6 +65,74 @@ void DisplayPool::configure(const DisplayRange& range, bool isolate) {
 bool DisplayPool::isolated() const {
     const std::scoped_lock lock(mutex_);
     return isolated_;
+}
+
+// First a pass that waits for nothing; only when every display is taken, the wait for those whose sessions are ending.
+DisplayRight DisplayPool::take(const std::vector<uint32_t>& displays, const SocketOf& socketOf) {
+    std::vector<uint32_t> ending;
+    for (const uint32_t display : displays) {
+        auto [right, stillEnding] = attempt(display, socketOf, false);
+        if (right) {
+            return right;
+        }
+        if (stillEnding) {
+            Syslog::info("%s: display passed over: %u, an earlier session is still ending", func, display);
+            ending.push_back(display);
+        }
+    }
+    auto right = waitForOne(std::move(ending), socketOf);
+    return right ? right : resting(displays, socketOf);
+}
+
+DisplayPool::Attempt DisplayPool::attempt(uint32_t display, const SocketOf& socketOf, bool evenResting) {
+    const bool gone = serverGone(display);
+    auto right = rightTo(display);
+    const bool ending = !right;
+    if (ending || !gone || !claim(display, socketOf(display), evenResting)) {
+        return {{}, ending};
+    }
+    return {std::move(right), false};
+}
+
+// The record of a session that has just ended is gone in a moment, and so is its server. Those that stay must not hold
+// the logins of others for longer.
+DisplayRight DisplayPool::waitForOne(std::vector<uint32_t> ending, const SocketOf& socketOf) {
+    const auto end = Clock::now() + endingWait;
+    DisplayRight found;
+    while (!found && !ending.empty() && Clock::now() < end) {
+        std::this_thread::sleep_for(5ms);
+        std::erase_if(ending, [&](uint32_t display) {
+            auto [right, stillEnding] = found ? Attempt{{}, true} : attempt(display, socketOf, false);
+            found = right ? std::move(right) : found;
+            return !stillEnding; // gone, but there may be something else in the way
+        });
+    }
+    return found;
+}
+
+// A display where a start was disturbed is better than none: whoever disturbed it may be gone.
+DisplayRight DisplayPool::resting(const std::vector<uint32_t>& displays, const SocketOf& socketOf) {
+    for (const uint32_t display : displays) {
+        if (auto right = rests(display) ? attempt(display, socketOf, true).right : DisplayRight{}) {
+            return right;
+        }
+    }
+    return {};
+}
+
+DisplayRight DisplayPool::rightTo(uint32_t display) {
+    const std::scoped_lock lock(mutex_);
+    std::erase_if(rights_, [](const auto& right) { return right.expired(); });
+    const bool taken = std::ranges::any_of(rights_, [&](const auto& right) {
+        const auto held = right.lock();
+        return held && *held == display;
+    });
+    if (taken) {
+        return {};
+    }
+    auto number = std::make_shared<const uint32_t>(display);
+    rights_.emplace_back(number);
+    return DisplayRight(std::move(number));
 }
 
 bool DisplayPool::claim(uint32_t display, const std::filesystem::path& socket, bool evenResting) {

@@ -1,17 +1,40 @@
-// Which of the displays can be had for a new session.
+// Which of the displays can be had for a new session, and the right to one.
 #pragma once
 
 #include "display_names.h"
+#include "display_range.h"
 #include "process.h"
-#include "session_table.h"
 
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <utility>
+#include <vector>
 
 namespace Vard {
+
+/// The right to a display: as long as anybody holds a copy, it is not handed out again. The session's record has one,
+/// and so has whoever waits for its X server, whose end takes the display's files away. Any thread.
+class DisplayRight {
+public:
+    /// The right to nothing.
+    DisplayRight() = default;
+
+    /// The number of the display; 0 for no right.
+    [[nodiscard]] uint32_t display() const { return display_ ? *display_ : 0; }
+    /// True when it is the right to a display.
+    explicit operator bool() const { return display_ != nullptr; }
+
+private:
+    friend class DisplayPool;
+    explicit DisplayRight(std::shared_ptr<const uint32_t> display) : display_(std::move(display)) {}
+
+    std::shared_ptr<const uint32_t> display_;
+};
 
 /// Which displays can be had: their names are the service's, nobody else's server is on them, none of ours is late, and
 /// nobody disturbed the last start there. Any thread.
@@ -28,15 +51,15 @@ public:
     /// True when X servers are started in a network namespace of their own.
     [[nodiscard]] bool isolated() const;
 
-    /// False, after a warning under "startSession", while the server of a failed start is still on the display; it is
-    /// told to end. Comes before the right to the display, which whoever waits for that server holds.
-    bool serverGone(uint32_t display);
+    /// Where the X server of a display has its socket.
+    using SocketOf = std::function<std::filesystem::path(uint32_t display)>;
+
+    /// The first of the displays that can be had now; else, after a second at most, one whose session is just ending;
+    /// else one that rests. None when there is none. Why a display is passed over is logged under "startSession"; what
+    /// others have put in the way of a server is removed.
+    DisplayRight take(const std::vector<uint32_t>& displays, const SocketOf& socketOf);
     /// Lets go of late servers that have ended.
     void forgetEnded();
-    /// Makes sure that an X server can start on the display, whose socket is `socket`: foreign objects are removed.
-    /// False after a warning under "startSession" that says why the display is passed over. One that rests is had only
-    /// when `evenResting`.
-    bool claim(uint32_t display, const std::filesystem::path& socket, bool evenResting);
     /// The server of a failed start may still come up: the display is passed over until it has gone.
     void late(uint32_t display, const ProcessHandle& server);
     /// Somebody disturbed a start on the display: it rests for a minute.
@@ -46,12 +69,24 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
+    /// What came of the attempt to take one display.
+    struct Attempt {
+        DisplayRight right; // none: not to be had
+        bool ending = false; // an earlier session has it still
+    };
 
+    Attempt attempt(uint32_t display, const SocketOf& socketOf, bool evenResting);
+    DisplayRight waitForOne(std::vector<uint32_t> ending, const SocketOf& socketOf);
+    DisplayRight resting(const std::vector<uint32_t>& displays, const SocketOf& socketOf);
+    DisplayRight rightTo(uint32_t display);
+    bool serverGone(uint32_t display);
+    bool claim(uint32_t display, const std::filesystem::path& socket, bool evenResting);
     bool claimName(uint32_t display);
 
     mutable std::mutex mutex_;
     bool isolated_ = false;
     DisplayNames names_;
+    std::vector<std::weak_ptr<const uint32_t>> rights_;
     std::map<uint32_t, ProcessHandle> lateServers_;
     std::map<uint32_t, Clock::time_point> resting_; // until when
     std::map<uint32_t, uid_t> nameOwners_;

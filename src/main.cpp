@@ -1,6 +1,7 @@
 // The process entry: arguments, checks, signals, start.
 #include "dbus_service.h"
 #include "process.h"
+#include "stop_request.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,7 +1,9 @@
-// The worker thread, children waited for, limits.
+// The worker thread and what it watches.
 #include "dbus_service.h"
-
+#include "dispatcher.h"
+#include "session_limits.h"
 #include "session_watch.h"
+#include "stop_request.h"
 
 #include <array>
 #include <thread>
@@ -37,9 +39,9 @@ struct PeriodicTask {
 
 } // namespace
 
-void DBusService::worker(const std::string& path) {
+void DBusService::worker() {
     std::array tasks{
-        PeriodicTask{"reloadConfigWatcher", 3s, [&] { reloadConfigWatcher(path); }},
+        PeriodicTask{"reloadConfigWatcher", 3s, [&] { reloadConfigWatcher(); }},
         PeriodicTask{"stoppedChildsWatcher", 600ms, [&] { stoppedChildsWatcher(); }},
         PeriodicTask{"stoppedTransportWatcher", 750ms, [&] { stoppedTransportWatcher(); }},
         PeriodicTask{"durationLimitSessionsWatcher", 3s, [&] { durationLimitSessionsWatcher(); }},
@@ -52,90 +54,60 @@ void DBusService::worker(const std::string& path) {
         std::this_thread::sleep_for(tick);
     }
     requestStop();
-    emitSignal([this] { signalVardStopped(); });
+    signals_.vardStopped();
     std::this_thread::sleep_for(farewell);
     serviceDispatcher.leave();
 }
 
 // The library goes on without a bus, deaf: nobody could reach the service any more.
 bool DBusService::busAlive() {
-    if (busAlive_ && (!conn().connected() || serviceDispatcher.hungUp())) {
+    if (signals_.alive() && (!conn().connected() || serviceDispatcher.hungUp())) {
         error("%s: connection to the system bus lost, stopping", "busAlive");
-        busAlive_ = false;
+        signals_.busLost();
     }
-    return busAlive_;
+    return signals_.alive();
 }
 
-// That the waiting begins before the entry in the list is seen by nobody: only the list is looked at.
-ProcessHandle DBusService::saveWaitPidBackground(pid_t pid, std::function<void()> afterwards) {
-    info("%s: pid: %d", "saveWaitPidBackground", pid);
-    ChildWait child(tasks_, pid, std::move(afterwards));
-    ProcessHandle process = child.process();
-    childWaits_.add(std::move(child));
-    return process;
-}
-
-// Neither the bus nor the audit socket is waited for on the caller's thread, unless no other can be had.
-// What the notice holds, often the last of a session's record, goes on the thread that ran it: the end of a record may
-// wait for PAM.
-void DBusService::inBackground(const char* name, std::function<void()> notice) {
-    const auto held = std::make_shared<std::function<void()>>(std::move(notice));
-    const auto once = [held] { std::exchange(*held, nullptr)(); };
-    if (!tasks_.run(name, once)) {
-        once();
-    }
-}
-
+// Neither the bus nor the audit socket is waited for on this thread, unless no other can be had. The task never takes
+// the table's lock: a new session may hold it while it waits for this one to be gone.
 void DBusService::stoppedChildsWatcher() {
-    for (auto& event : takeEndedSessions(table_, childWaits_, userChildren_)) {
-        inBackground("sessionEnded", [this, event = std::move(event)] { sessionEnded(*event.session, event.address); });
+    for (auto& event : takeEndedSessions(table_, children_, users_)) {
+        tasks_.runAnyway("sessionEnded", [this, event = std::move(event)] {
+            const auto& session = *event.session;
+            auditUserMessage(session.display, event.address.c_str(), auditMessageType, "VARD:SessionLogout",
+                             session.username, true);
+            signals_.sessionDisconnected(session.sid);
+            signals_.sessionShutdown(session.sid);
+        });
     }
     adopted_.endOnce("stoppedChildsWatcher");
-    userChildren_.stuck.forgetEnded();
+    users_.stuck.forgetEnded();
     displays_.forgetEnded();
 }
 
 void DBusService::stoppedTransportWatcher() {
     for (auto& event : takeLostTransports(table_)) {
-        inBackground("transportEnded",
-                     [this, event = std::move(event)] { transportEnded(*event.session, event.address); });
+        tasks_.runAnyway("transportEnded", [this, event = std::move(event)] {
+            const auto& session = *event.session;
+            auditUserMessage(session.display, event.address.c_str(), auditMessageType, "VARD:SessionDisconnect",
+                             session.username, true);
+            signals_.sessionDisconnected(session.sid);
+        });
     }
 }
 
 void DBusService::durationLimitSessionsWatcher() { endSessionsOverLimit(table_); }
 
 void DBusService::seamlessTimeoutWatcher() {
-    const std::chrono::seconds timeout(config()->settingInteger("seamless:timeout", 60));
+    const std::chrono::seconds timeout(config_.settings()->settingInteger("seamless:timeout", 60));
     endIdleSeamlessSessions(table_, timeout, std::chrono::steady_clock::now());
 }
 
-// Never takes the table's lock: a new session may hold it while it waits for this one to be gone.
-void DBusService::sessionEnded(const Session& session, const std::string& address) {
-    auditUserMessage(session.display, address.c_str(), auditMessageType, "VARD:SessionLogout", session.username, true);
-    emitSignal([&] { signalSessionDisconnected(session.sid); });
-    emitSignal([&] { signalSessionShutdown(session.sid); });
-}
+void DBusService::reloadConfigWatcher() { config_.reloadIfChanged(); }
 
-void DBusService::transportEnded(const Session& session, const std::string& address) {
-    auditUserMessage(session.display, address.c_str(), auditMessageType, "VARD:SessionDisconnect", session.username,
-                     true);
-    emitSignal([&] { signalSessionDisconnected(session.sid); });
-}
-
-void DBusService::setLimit(const char* func, uint32_t sid, uint32_t seconds, uint32_t Session::*limit) {
-    info("%s: session id: 0x%08x, limit: %u src", func, sid, seconds);
-    if (const auto found = table_.findSession(sid)) {
-        const std::scoped_lock lock(table_.mutex());
-        (*found).*limit = seconds;
-    }
-}
-
-void DBusService::vardSessionDurationLimit(const uint32_t& session, const uint32_t& countsec) {
-    setLimit("vardSessionDurationLimit", session, countsec, &Session::durationLimit);
-}
-
-void DBusService::vardSessionInactivityLimit(const uint32_t& session, const uint32_t& countsec) {
-    setLimit("vardSessionInactivityLimit", session, countsec, &Session::inactivityLimit);
+void DBusService::auditUserMessage(const unsigned& display, const char* address, int type, std::string_view operation,
+                                   std::string_view user, bool result) {
+    audit_.write(display, address, type, operation, user, result);
 }
 
 } // namespace Vard

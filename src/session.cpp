@@ -28,7 +28,7 @@ bool isNamedIn(const std::list<std::string>& list, const std::string& entry) {
 Session::~Session() {
     endChildren();
     xauthfile.remove();
-    profile.leave({pid1, pid2}, uid);
+    profile.leave({state_.pid1, state_.pid2}, uid);
     xcb.reset();
     pam.reset();
 }
@@ -36,13 +36,11 @@ Session::~Session() {
 // Whoever waits for the children reaps them.
 void Session::endChildren() {
     const std::scoped_lock guard(lock);
-    notices.splice(notices.end(), attempts);
-    for (const auto& notice : notices) {
-        notice.terminate();
-    }
-    tellToEnd(pid3, "connector");
-    tellToEnd(pid2, "xsession");
-    tellToEnd(pid1, "xvfb");
+    notices.end();
+    attempts.end();
+    tellToEnd(state_.pid3, "connector");
+    tellToEnd(state_.pid2, "xsession");
+    tellToEnd(state_.pid1, "xvfb");
 }
 
 std::list<std::string> Session::environments() const {

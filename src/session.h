@@ -2,6 +2,8 @@
 #pragma once
 
 #include "background_tasks.h"
+#include "display_pool.h"
+#include "notice_list.h"
 #include "pam_service.h"
 #include "process.h"
 #include "profile_volume.h"
@@ -22,9 +24,27 @@
 
 namespace Vard {
 
-/// One session, always held through a shared pointer. Once the record is in the table, those fields that still change
-/// are guarded by the table's lock; the others are read without it. Destruction tells the session's processes to end
-/// (it does not wait for them), removes the X authority file, and unmounts the profile in the background.
+/// What changes in a session once it is in the table. Reached through the table's view, which holds its lock.
+struct SessionState {
+    std::chrono::steady_clock::time_point transportEndedAt{}; ///< zero while never set
+    std::string domain;
+    std::string remoteaddr;
+    Secret ntlm; ///< the NTLM hash line
+    uint32_t durationLimit = 0; ///< seconds, 0: none
+    uint32_t inactivityLimit = 0; ///< seconds, 0: none; only stored
+    ProcessHandle pid1; ///< the X server
+    ProcessHandle pid2; ///< the session program's supervisor
+    ProcessHandle pid3; ///< the transport
+    bool nla = true;
+    bool tls = true;
+    bool rdp = true;
+    bool auth = true;
+    bool seamless = false;
+};
+
+/// One session, always held through a shared pointer. Its own members are set before it enters the table and read by
+/// any thread then; what changes later is in its state. Destruction tells the session's processes to end (it does not
+/// wait for them), removes the X authority file, and unmounts the profile in the background.
 struct Session {
     /// `tasks` runs the unmounting, `children` knows how the users' children fared; both must outlive the record.
     Session(BackgroundTasks& tasks, UserChildren& children) : tasks_(tasks), children_(children) {}
@@ -43,47 +63,37 @@ struct Session {
     [[nodiscard]] UserChildren& children() const { return children_; }
 
     /// Keeps the display from being handed out again; declared first, so that it goes when everything else of the
-    /// record has. Whoever waits for the X server shares it.
-    std::shared_ptr<const uint32_t> displayLease;
+    /// record has.
+    DisplayRight displayRight;
     std::filesystem::path home;
     XAuthorityFile xauthfile;
     ProfileMount profile; ///< none when the user has no profile partition
     std::filesystem::path runtimedir;
     std::filesystem::path xsession; ///< the program run as the user's session
     std::chrono::system_clock::time_point start{};
-    std::chrono::steady_clock::time_point transportEndedAt{}; ///< zero while never set
     std::string gecos;
     std::string shell;
     std::string username;
-    std::string domain;
-    std::string remoteaddr;
-    Secret ntlm; ///< the NTLM hash line
     uint32_t uid = 0;
     uint32_t gid = 0;
     uint32_t display = 0;
     uint32_t sid = 0; ///< the session id, equal to the display
-    uint32_t durationLimit = 0; ///< seconds, 0: none
-    uint32_t inactivityLimit = 0; ///< seconds, 0: none; only stored
-    ProcessHandle pid1; ///< the X server
-    ProcessHandle pid2; ///< the session program's supervisor
-    ProcessHandle pid3; ///< the transport
-    std::list<ProcessHandle> notices; ///< notification programs; guarded by the service's lock for them
-    std::list<ProcessHandle> attempts; ///< those that tell of attempts to connect; as before
+    NoticeList notices; ///< notification programs
+    NoticeList attempts; ///< those that tell of attempts to connect
     std::unique_ptr<PamService> pam;
     std::shared_ptr<Xcb::Connector> xcb;
     std::mutex lock; ///< held by the destructor while it ends the children
     bool homeMissing = false; ///< when the session was started
-    bool nla = true;
-    bool tls = true;
-    bool rdp = true;
-    bool auth = true;
-    bool seamless = false;
     std::atomic<int> requests{0}; ///< that work on it at this moment: its end is not noticed before theirs
     std::atomic<bool> ended{false}; ///< out of the table: work that still holds the record is to end soon
 
 private:
+    friend class SessionTable;
+    friend class TableView;
+
     void endChildren();
 
+    SessionState state_;
     BackgroundTasks& tasks_;
     UserChildren& children_;
 };
@@ -104,6 +114,11 @@ public:
     RequestHold& operator=(const RequestHold&) = delete;
     ~RequestHold() { reset(); }
 
+    /// The session; empty when none is held.
+    [[nodiscard]] const std::shared_ptr<Session>& session() const { return session_; }
+    [[nodiscard]] Session& operator*() const { return *session_; }
+    [[nodiscard]] Session* operator->() const { return session_.get(); }
+    explicit operator bool() const { return session_ != nullptr; }
     /// Lets go of the session.
     void reset() noexcept {
         if (const auto session = std::exchange(session_, nullptr)) {

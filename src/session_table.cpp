@@ -1,23 +1,13 @@
-// The table of display slots.
+// The table of sessions, one slot per display, and the view that holds its lock.
 #include "session_table.h"
 
-#include "logger.h"
-
 #include <algorithm>
-#include <cstdlib>
 #include <iterator>
+#include <set>
+#include <stdexcept>
+#include <utility>
 
 namespace Vard {
-
-std::optional<DisplayRange> DisplayRange::of(int min, int max, const char* func) {
-    const long low = std::min(std::labs(min), std::labs(max));
-    const long high = std::max(std::labs(min), std::labs(max));
-    if (high > long{lastDisplay} + 1) {
-        Syslog::error("%s: display range refused: %d, %d", func, min, max);
-        return std::nullopt;
-    }
-    return DisplayRange{static_cast<int>(low), static_cast<size_t>(high - low)};
-}
 
 void SessionTable::setRange(const DisplayRange& range) {
     const std::scoped_lock lock(mutex_);
@@ -41,7 +31,7 @@ std::shared_ptr<Session> SessionTable::findSession(const uint32_t& sid) const {
 std::shared_ptr<Session> SessionTable::findUserSession(const std::string& username) const {
     const std::scoped_lock lock(mutex_);
     const auto found = std::ranges::find_if(
-        slots_, [&](const auto& slot) { return slot && !slot->seamless && slot->username == username; });
+        slots_, [&](const auto& slot) { return slot && !slot->state_.seamless && slot->username == username; });
     return found == slots_.end() ? nullptr : *found;
 }
 
@@ -53,28 +43,8 @@ std::vector<std::shared_ptr<Session>> SessionTable::findUserSessions(const std::
     return result;
 }
 
-uint32_t SessionTable::count(const std::function<bool(const Session&)>& predicate) const {
-    const std::scoped_lock lock(mutex_);
-    return static_cast<uint32_t>(
-        std::ranges::count_if(slots_, [&](const auto& slot) { return slot && predicate(*slot); }));
-}
-
-std::shared_ptr<const uint32_t> SessionTable::leaseLocked(uint32_t display) {
-    std::erase_if(leases_, [](const auto& lease) { return lease.expired(); });
-    const bool taken = std::ranges::any_of(leases_, [&](const auto& lease) {
-        const auto held = lease.lock();
-        return held && *held == display;
-    });
-    if (taken) {
-        return nullptr;
-    }
-    auto lease = std::make_shared<const uint32_t>(display);
-    leases_.emplace_back(lease);
-    return lease;
-}
-
 void SessionTable::clear() {
-    std::vector<std::shared_ptr<Session>> released;
+    Slots released;
     {
         const std::scoped_lock lock(mutex_);
         slots_.swap(released);
@@ -83,6 +53,39 @@ void SessionTable::clear() {
         if (session) {
             session->ended = true;
         }
+    }
+}
+
+// The table may have more slots than the range, and the range's last may be beyond what a server can have.
+std::vector<uint32_t> TableView::freeDisplays() const {
+    std::set<uint32_t> taken;
+    for (const auto& session : sessions()) {
+        taken.insert(session->sid);
+    }
+    std::vector<uint32_t> result;
+    auto display = static_cast<uint32_t>(table_.range_.first);
+    for (const auto& slot : table_.slots_) {
+        if (!slot && display <= lastDisplay && !taken.contains(display)) {
+            result.push_back(display);
+        }
+        ++display;
+    }
+    return result;
+}
+
+void TableView::put(std::shared_ptr<Session> session) {
+    auto& slot = table_.slots_.at(session->display - static_cast<uint32_t>(table_.range_.first));
+    if (slot) {
+        throw std::logic_error("the display has a session");
+    }
+    slot = std::move(session);
+}
+
+void TableView::remove(Session& session) {
+    session.ended = true;
+    const auto found = std::ranges::find(table_.slots_, &session, &std::shared_ptr<Session>::get);
+    if (found != table_.slots_.end()) {
+        found->reset();
     }
 }
 

@@ -1,37 +1,27 @@
-// The table of display slots.
+// The table of sessions, one slot per display, and the view that holds its lock.
 #pragma once
 
+#include "display_range.h"
 #include "session.h"
 
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <optional>
+#include <ranges>
 #include <string>
 #include <vector>
 
 namespace Vard {
 
-/// The last display that an X server can have.
-inline constexpr uint32_t lastDisplay = 59535;
+class TableView;
 
-/// The range of display numbers handed out: `first` and how many.
-struct DisplayRange {
-    int first = 33;
-    size_t count = 22;
-
-    /// The range between two configured ends, in any order, by their absolute values; the upper end is not part of it.
-    /// None, after an error line under `func`, when a display above lastDisplay would be part of it.
-    static std::optional<DisplayRange> of(int min, int max, const char* func);
-};
-
-/// One slot per display number, each empty or holding a session. Operations named "...Locked", and every field of a
-/// record in the table that more than one thread uses, need mutex() held; the others take it themselves.
+/// One slot per display number, each empty or holding a session. The look-ups take the lock themselves; the slots, and
+/// what changes in the records, are reached through a view only.
 class SessionTable {
 public:
-    /// Guards the slots and the records in them.
-    std::mutex& mutex() const { return mutex_; }
+    /// The table, held until the view goes. Waits for whoever holds it: for seconds while a session starts.
+    [[nodiscard]] TableView lock();
 
     /// Takes over a range: slots are only ever added, since sessions may live in the last ones.
     void setRange(const DisplayRange& range);
@@ -43,31 +33,50 @@ public:
     /// The user's first session that is not seamless, or empty. A user's application sessions never count as the
     /// desktop.
     [[nodiscard]] std::shared_ptr<Session> findUserSession(const std::string& username) const;
-
     /// All sessions of that user in slot order, seamless ones too.
     [[nodiscard]] std::vector<std::shared_ptr<Session>> findUserSessions(const std::string& username) const;
-    /// How many sessions the predicate takes.
-    [[nodiscard]] uint32_t count(const std::function<bool(const Session&)>& predicate) const;
-
-    /// The slots in display order.
-    [[nodiscard]] std::vector<std::shared_ptr<Session>>& slotsLocked() { return slots_; }
-    [[nodiscard]] const std::vector<std::shared_ptr<Session>>& slotsLocked() const { return slots_; }
-    /// The display of a slot.
-    [[nodiscard]] uint32_t displayLocked(size_t slot) const {
-        return static_cast<uint32_t>(range_.first) + static_cast<uint32_t>(slot);
-    }
-    /// The right to use a display, for a new record to hold. Empty while an earlier holder is still alive, in the table
-    /// or on its way out: its end would take the new session's files away.
-    [[nodiscard]] std::shared_ptr<const uint32_t> leaseLocked(uint32_t display);
 
     /// Empties the table, its size becomes 0; the records are destroyed without the lock.
     void clear();
 
 private:
+    friend class TableView;
+    using Slots = std::vector<std::shared_ptr<Session>>;
+
     mutable std::mutex mutex_;
-    std::vector<std::shared_ptr<Session>> slots_;
-    std::vector<std::weak_ptr<const uint32_t>> leases_;
+    Slots slots_;
     DisplayRange range_{0, 0};
 };
+
+/// The table while its lock is held. Nobody waits for the bus or the audit socket with one in hand; the child list's
+/// lock may be taken under it.
+class TableView {
+public:
+    /// The sessions in display order.
+    [[nodiscard]] auto sessions() const {
+        return table_.slots_ | std::views::filter([](const auto& slot) { return slot != nullptr; });
+    }
+    /// What may change in a session, in the table or on its way there.
+    [[nodiscard]] SessionState& state(Session& session) const { return session.state_; }
+    [[nodiscard]] const SessionState& state(const Session& session) const { return session.state_; }
+
+    /// How many slots there are.
+    [[nodiscard]] size_t size() const { return table_.slots_.size(); }
+    /// The displays of the empty slots, but for those that a session still has from before the range was moved.
+    [[nodiscard]] std::vector<uint32_t> freeDisplays() const;
+    /// Puts a session into the slot of its display, which must be empty.
+    void put(std::shared_ptr<Session> session);
+    /// Takes a session out of the table: it has ended.
+    void remove(Session& session);
+
+private:
+    friend class SessionTable;
+    explicit TableView(SessionTable& table) : lock_(table.mutex_), table_(table) {}
+
+    std::unique_lock<std::mutex> lock_;
+    SessionTable& table_;
+};
+
+inline TableView SessionTable::lock() { return TableView(*this); }
 
 } // namespace Vard

@@ -30,7 +30,7 @@ std::string localTime(std::chrono::system_clock::time_point point) {
     return {text.data(), std::strftime(text.data(), text.size(), "%F %T", &fields)};
 }
 
-void writeTexts(ObjectWriter& json, const Session& session) {
+void writeTexts(ObjectWriter& json, const Session& session, const SessionState& state) {
     json.text("home", session.home.string());
     json.text("xauthfile", session.xauthfile.path().string());
     json.text("runtimedir", session.runtimedir.string());
@@ -38,31 +38,31 @@ void writeTexts(ObjectWriter& json, const Session& session) {
     json.text("gecos", session.gecos);
     json.text("shell", session.shell);
     json.text("username", session.username);
-    json.text("domain", session.domain);
-    json.text("remoteaddr", session.remoteaddr);
-    json.text("ntlm", session.ntlm.text());
+    json.text("domain", state.domain);
+    json.text("remoteaddr", state.remoteaddr);
+    json.text("ntlm", state.ntlm.text());
 }
 
-void writeNumbers(ObjectWriter& json, const Session& session) {
+void writeNumbers(ObjectWriter& json, const Session& session, const SessionState& state) {
     using std::chrono::duration_cast;
     json.number("uid", session.uid);
     json.number("gid", session.gid);
     json.number("display", session.display);
     json.number("sid", session.sid);
-    json.number("durationLimit", session.durationLimit);
-    json.number("inactivityLimit", session.inactivityLimit);
-    json.number("pid1", session.pid1.pid());
-    json.number("pid2", session.pid2.pid());
-    json.number("pid3", session.pid3.pid());
+    json.number("durationLimit", state.durationLimit);
+    json.number("inactivityLimit", state.inactivityLimit);
+    json.number("pid1", state.pid1.pid());
+    json.number("pid2", state.pid2.pid());
+    json.number("pid3", state.pid3.pid());
     json.number("start", duration_cast<std::chrono::seconds>(session.start.time_since_epoch()).count());
 }
 
-void writeFlags(ObjectWriter& json, const Session& session) {
-    json.flag("sec:nla", session.nla);
-    json.flag("sec:tls", session.tls);
-    json.flag("sec:rdp", session.rdp);
-    json.flag("sec:auth", session.auth);
-    json.flag("seamless:mode", session.seamless);
+void writeFlags(ObjectWriter& json, const SessionState& state) {
+    json.flag("sec:nla", state.nla);
+    json.flag("sec:tls", state.tls);
+    json.flag("sec:rdp", state.rdp);
+    json.flag("sec:auth", state.auth);
+    json.flag("seamless:mode", state.seamless);
 }
 
 // All zero when the server does not answer in time: it is the user's, who may have stopped it.
@@ -88,38 +88,41 @@ Xcb::Rect askRoot(const Session& session, std::chrono::milliseconds limit) {
 
 } // namespace
 
-std::vector<SessionRow> sessionRows(const SessionTable& table) {
+uint32_t countSessions(SessionTable& table, ProcessHandle SessionState::*process) {
+    const auto view = table.lock();
+    return static_cast<uint32_t>(std::ranges::count_if(
+        view.sessions(), [&](const auto& session) { return (view.state(*session).*process).pid() > 0; }));
+}
+
+std::vector<SessionRow> sessionRows(SessionTable& table) {
     std::vector<SessionRow> rows;
-    const std::scoped_lock lock(table.mutex()); // held for seconds while a session starts
+    const auto view = table.lock(); // held for seconds while a session starts
     const auto now = std::chrono::system_clock::now();
-    rows.reserve(table.slotsLocked().size());
-    for (const auto& session : table.slotsLocked()) {
-        if (session) {
-            const auto age = std::chrono::duration_cast<std::chrono::seconds>(now - session->start).count();
-            rows.push_back({session->display, Utils::toValidUtf8(session->username), localTime(session->start),
-                            static_cast<uint32_t>(std::max<int64_t>(age, 0)), session->uid, session->gid});
-        }
+    for (const auto& session : view.sessions()) {
+        const auto age = std::chrono::duration_cast<std::chrono::seconds>(now - session->start).count();
+        rows.push_back({session->display, Utils::toValidUtf8(session->username), localTime(session->start),
+                        static_cast<uint32_t>(std::max<int64_t>(age, 0)), session->uid, session->gid});
     }
     return rows;
 }
 
-std::string sessionJson(const SessionTable& table, const Session& session, std::chrono::milliseconds limit) {
-    const auto xcb = session.xcb; // set before the record enters the table, never changed
+std::string sessionJson(SessionTable& table, const Session& session, std::chrono::milliseconds limit) {
     const auto root = askRoot(session, limit);
     ObjectWriter json;
-    const std::scoped_lock lock(table.mutex());
-    writeTexts(json, session);
-    writeNumbers(json, session);
+    const auto view = table.lock();
+    const auto& state = view.state(session);
+    writeTexts(json, session, state);
+    writeNumbers(json, session, state);
     if (root.width > 0) {
-        json.number("depth", static_cast<unsigned>(xcb->depth()));
+        json.number("depth", static_cast<unsigned>(session.xcb->depth()));
         json.number("width", root.width);
         json.number("height", root.height);
     }
-    writeFlags(json, session);
+    writeFlags(json, state);
     return json.finish();
 }
 
-std::string sessionsJson(const SessionTable& table, const std::vector<std::shared_ptr<Session>>& sessions) {
+std::string sessionsJson(SessionTable& table, const std::vector<std::shared_ptr<Session>>& sessions) {
     const auto end = std::chrono::steady_clock::now() + viewLimit;
     ArrayWriter array;
     for (const auto& session : sessions) {

@@ -1,39 +1,50 @@
-// What the watchers find in the session table, and the sessions they end.
+// What the watchers find in the session table: children that have ended, transports that have gone.
 #include "session_watch.h"
 
 #include "logger.h"
 #include "user_database.h"
 
+#include <algorithm>
+
 namespace Vard {
 
 namespace {
 
-int64_t wholeSeconds(auto duration) { return std::chrono::duration_cast<std::chrono::seconds>(duration).count(); }
+// Not by the number: it may be a newer child's by now.
+std::shared_ptr<Session> sessionOf(const TableView& sessions, const ProcessHandle& process) {
+    for (const auto& session : sessions.sessions()) {
+        const auto& state = sessions.state(*session);
+        if (state.pid1.sameAs(process) || state.pid2.sameAs(process)) {
+            return session;
+        }
+    }
+    return nullptr;
+}
+
+// Lets go of the process that has ended, of the two that a session cannot be without.
+void forget(SessionState& state, const ProcessHandle& process) {
+    (state.pid1.sameAs(process) ? state.pid1 : state.pid2).reset();
+}
 
 } // namespace
 
 std::vector<SessionEvent> takeEndedSessions(SessionTable& table, ChildWaits& children, UserChildren& users) {
     std::vector<SessionEvent> ended;
-    const std::scoped_lock lock(children.mutex(), table.mutex());
-    children.collectLocked("stoppedChildsWatcher", [&](const ProcessHandle& process) {
-        uid_t user = unknownUid;
-        for (auto& slot : table.slotsLocked()) {
-            // Not by the number: it may be a newer child's by now.
-            if (!slot || (!slot->pid1.sameAs(process) && !slot->pid2.sameAs(process))) {
-                continue;
-            }
-            if (slot->requests > 0) {
-                return false; // whoever asked is told of the session first, and then of its end
-            }
-            user = slot->uid;
-            (slot->pid1.sameAs(process) ? slot->pid1 : slot->pid2).reset();
-            slot->ended = true;
-            ended.push_back({slot, slot->remoteaddr});
-            slot.reset();
+    auto sessions = table.lock();
+    children.collect("stoppedChildsWatcher", [&](const ProcessHandle& process) {
+        const auto session = sessionOf(sessions, process);
+        if (session && session->requests > 0) {
+            return false; // whoever asked is told of the session first, and then of its end
+        }
+        if (session) {
+            auto& state = sessions.state(*session);
+            forget(state, process);
+            ended.push_back({session, state.remoteaddr});
+            sessions.remove(*session);
         }
         if (process.exists()) {
             // A supervisor that PAM holds is root's by its process.
-            users.stuck.add(user != unknownUid ? user : Utils::processOwner(process.pid()), process);
+            users.stuck.add(session ? session->uid : Utils::processOwner(process.pid()), process);
         }
         return true;
     });
@@ -42,53 +53,21 @@ std::vector<SessionEvent> takeEndedSessions(SessionTable& table, ChildWaits& chi
 
 std::vector<SessionEvent> takeLostTransports(SessionTable& table) {
     std::vector<SessionEvent> lost;
-    const std::scoped_lock lock(table.mutex());
-    for (const auto& session : table.slotsLocked()) {
-        if (!session || !session->pid3 || session->pid3.exists()) {
+    const auto sessions = table.lock();
+    for (const auto& session : sessions.sessions()) {
+        auto& state = sessions.state(*session);
+        if (!state.pid3 || state.pid3.exists()) {
             continue;
         }
         Syslog::debug("%s: transport ended, session id: 0x%08x, pid: %d", "stoppedTransportWatcher", session->sid,
-                      session->pid3.pid());
-        session->pid3.reset();
-        lost.push_back({session, session->remoteaddr});
-        if (session->seamless && session->pid1) {
-            session->transportEndedAt = std::chrono::steady_clock::now();
+                      state.pid3.pid());
+        state.pid3.reset();
+        lost.push_back({session, state.remoteaddr});
+        if (state.seamless && state.pid1) {
+            state.transportEndedAt = std::chrono::steady_clock::now();
         }
     }
     return lost;
-}
-
-void endSessionsOverLimit(SessionTable& table, const std::function<std::chrono::system_clock::time_point()>& clock) {
-    const std::scoped_lock lock(table.mutex()); // held for seconds while a session starts
-    const auto now = clock();
-    for (const auto& session : table.slotsLocked()) {
-        if (!session || !session->pid1 || session->durationLimit == 0 ||
-            wholeSeconds(now - session->start) <= int64_t{session->durationLimit}) {
-            continue;
-        }
-        Syslog::notice("%s: session stopped, id: 0x%08x, display: %u", "durationLimitSessionsWatcher", session->sid,
-                       session->display);
-        Syslog::debug("%s: kill process: %d", "durationLimitSessionsWatcher", session->pid1.pid());
-        session->pid1.terminate();
-    }
-}
-
-void endIdleSeamlessSessions(SessionTable& table, std::chrono::seconds timeout,
-                             std::chrono::steady_clock::time_point now) {
-    const std::scoped_lock lock(table.mutex());
-    for (const auto& session : table.slotsLocked()) {
-        if (!session || !session->seamless || session->pid3 || !session->pid1 ||
-            session->transportEndedAt == std::chrono::steady_clock::time_point{}) {
-            continue;
-        }
-        const int64_t idle = wholeSeconds(now - session->transportEndedAt);
-        if (idle > timeout.count()) {
-            Syslog::notice("%s: session stopped, id: 0x%08x, display: %u, time pass: %u sec", "seamlessTimeoutWatcher",
-                           session->sid, session->display, static_cast<unsigned>(idle));
-            session->pid1.terminate();
-            session->seamless = false; // told once
-        }
-    }
 }
 
 } // namespace Vard

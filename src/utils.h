@@ -71,5 +71,12 @@ private:
     Value& value_;
 };
 
+/// Wipes a text that the bus library, or whoever else calls, made for one call and hands over as a constant; its
+/// variable is none.
+class PasswordGuard : WipeGuard<std::string> {
+public:
+    explicit PasswordGuard(const std::string& password) : WipeGuard(const_cast<std::string&>(password)) {} // NOLINT
+};
+
 } // namespace Utils
 } // namespace Vard

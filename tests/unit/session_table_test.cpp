@@ -1,7 +1,9 @@
-// The table of display slots: its range, its lookups, and when a display may be handed out again.
+// The table of sessions: its range and its slots.
 #include "session_table.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
+
+#include <limits>
 
 namespace {
 
@@ -10,11 +12,10 @@ using Vard::Session;
 
 class SessionTable : public testing::Test {
 protected:
-    std::shared_ptr<Session> put(size_t slot) {
-        const std::scoped_lock lock(table_.mutex());
+    std::shared_ptr<Session> put(uint32_t display) {
         auto session = std::make_shared<Session>(tasks_, userChildren_);
-        session->sid = table_.displayLocked(slot);
-        table_.slotsLocked()[slot] = session;
+        session->display = session->sid = display;
+        table_.lock().put(session);
         return session;
     }
 
@@ -35,28 +36,18 @@ TEST_F(SessionTable, RangeTakesAbsoluteValuesInAnyOrderUpToTheLastDisplay) {
 
 TEST_F(SessionTable, GrowsButNeverShrinksUnderRunningSessions) {
     table_.setRange({33, 4});
-    const auto session = put(3);
-    table_.setRange({40, 2});
+    const auto session = put(36);
+    table_.setRange({35, 2});
     EXPECT_EQ(table_.findSession(36), session);
-    table_.setRange({40, 6});
-    EXPECT_EQ(table_.slotsLocked().size(), 6U);
-    EXPECT_EQ(table_.displayLocked(0), 40U);
-}
-
-TEST_F(SessionTable, DisplayIsFreeOnlyWhenItsRecordHasGoneEntirely) {
-    table_.setRange({33, 2});
-    auto holder = std::make_shared<Session>(tasks_, userChildren_);
-    holder->displayLease = table_.leaseLocked(33);
-    EXPECT_TRUE(table_.leaseLocked(34));
-    table_.setRange({32, 2}); // the same display, now in another slot
-    EXPECT_FALSE(table_.leaseLocked(33));
-    holder.reset();
-    EXPECT_TRUE(table_.leaseLocked(33));
+    EXPECT_THAT(table_.lock().freeDisplays(), testing::ElementsAre(35, 37)) << "36 is a session's, in another slot";
+    table_.setRange({Vard::lastDisplay, 6});
+    EXPECT_EQ(table_.lock().size(), 6U);
+    EXPECT_THAT(table_.lock().freeDisplays(), testing::ElementsAre(Vard::lastDisplay));
 }
 
 TEST_F(SessionTable, ClearingTellsWhoStillHoldsARecord) {
     table_.setRange({33, 2});
-    const auto held = put(0);
+    const auto held = put(33);
     table_.clear();
     EXPECT_TRUE(held->ended);
 }

@@ -2,6 +2,7 @@
 #include "session_watch.h"
 
 #include "scratch.h"
+#include "session_limits.h"
 
 #include <limits>
 
@@ -19,17 +20,19 @@ class SessionWatch : public testing::Test {
 protected:
     SessionWatch() { table_.setRange({33, 4}); }
 
-    std::shared_ptr<Session> put(size_t slot, const ProcessHandle& server = gone()) {
-        const std::scoped_lock lock(table_.mutex());
+    std::shared_ptr<Session> put(uint32_t slot, const ProcessHandle& server = gone()) {
         auto session = std::make_shared<Session>(tasks_, userChildren_);
-        session->sid = table_.displayLocked(slot);
-        session->pid1 = server;
+        session->sid = session->display = 33 + slot;
         session->start = start_;
-        session->remoteaddr = "10.1.2." + std::to_string(slot);
-        table_.slotsLocked()[slot] = session;
+        auto sessions = table_.lock();
+        sessions.state(*session).pid1 = server;
+        sessions.state(*session).remoteaddr = "10.1.2." + std::to_string(slot);
+        sessions.put(session);
         return session;
     }
-    static bool told(const std::shared_ptr<Session>& session) { return session->pid1.toldToEndFor().has_value(); }
+    /// What may change in a session; no other thread looks at these.
+    SessionState& state(const std::shared_ptr<Session>& session) { return table_.lock().state(*session); }
+    bool told(const std::shared_ptr<Session>& session) { return state(session).pid1.toldToEndFor().has_value(); }
     // Each look takes a millisecond; a hang is the test's time-out.
     std::vector<SessionEvent> nextEnded() {
         for (;;) {
@@ -48,10 +51,10 @@ protected:
 
 TEST_F(SessionWatch, DurationLimitIsExceededNotReached) {
     const auto limited = put(0);
-    limited->durationLimit = 10;
+    state(limited).durationLimit = 10;
     const auto unlimited = put(1);
     const auto young = put(2);
-    young->durationLimit = 4'000'000'000;
+    state(young).durationLimit = 4'000'000'000;
     endSessionsOverLimit(table_, [&] { return start_ + 10999ms; });
     EXPECT_FALSE(told(limited));
     endSessionsOverLimit(table_, [&] { return start_ + 11s; });
@@ -65,31 +68,31 @@ TEST_F(SessionWatch, SeamlessSessionIsIdleOnlyWithoutItsClient) {
     const auto desktop = put(1);
     const auto connected = put(2);
     const auto neverConnected = put(3);
-    idle->transportEndedAt = desktop->transportEndedAt = connected->transportEndedAt = left;
-    idle->seamless = connected->seamless = neverConnected->seamless = true;
-    connected->pid3 = gone();
+    state(idle).transportEndedAt = state(desktop).transportEndedAt = state(connected).transportEndedAt = left;
+    state(idle).seamless = state(connected).seamless = state(neverConnected).seamless = true;
+    state(connected).pid3 = gone();
     endIdleSeamlessSessions(table_, 60s, left + 60999ms);
     EXPECT_FALSE(told(idle));
     endIdleSeamlessSessions(table_, 60s, left + 61s);
     EXPECT_TRUE(told(idle));
-    EXPECT_FALSE(idle->seamless) << "it would be told again and again";
+    EXPECT_FALSE(state(idle).seamless) << "it would be told again and again";
     EXPECT_FALSE(told(desktop) || told(connected) || told(neverConnected));
 }
 
 TEST_F(SessionWatch, LostTransportsAreLetGoOnce) {
     const auto seamless = put(0);
-    seamless->seamless = true;
+    state(seamless).seamless = true;
     const auto connected = put(1);
     const auto desktop = put(2);
-    seamless->pid3 = desktop->pid3 = gone();
-    connected->pid3 = ProcessHandle::of(Scratch::startSleep());
+    state(seamless).pid3 = state(desktop).pid3 = gone();
+    state(connected).pid3 = ProcessHandle::of(Scratch::startSleep());
     const auto lost = takeLostTransports(table_);
     ASSERT_EQ(lost.size(), 2U);
     EXPECT_EQ(lost[1].session, desktop);
     EXPECT_EQ(lost[1].address, "10.1.2.2");
-    EXPECT_FALSE(desktop->pid3 || seamless->pid3);
-    EXPECT_NE(seamless->transportEndedAt, SteadyTime{});
-    EXPECT_EQ(desktop->transportEndedAt, SteadyTime{});
+    EXPECT_FALSE(state(desktop).pid3 || state(seamless).pid3);
+    EXPECT_NE(state(seamless).transportEndedAt, SteadyTime{});
+    EXPECT_EQ(state(desktop).transportEndedAt, SteadyTime{});
     EXPECT_TRUE(takeLostTransports(table_).empty());
 }
 
@@ -102,14 +105,14 @@ TEST_F(SessionWatch, SessionEndsWithItsServerOrItsProgram) {
     }
     const auto byServer = put(0, processes[0]);
     const auto byProgram = put(1);
-    byProgram->pid2 = processes[1];
+    state(byProgram).pid2 = processes[1];
     processes[2].kill(); // a child of no session
     processes[1].kill();
     const auto events = nextEnded();
     ASSERT_EQ(events.size(), 1U);
     EXPECT_EQ(events[0].session, byProgram);
     EXPECT_EQ(events[0].address, "10.1.2.1");
-    EXPECT_TRUE(byProgram->pid1 && !byProgram->pid2 && byProgram->ended);
+    EXPECT_TRUE(state(byProgram).pid1 && !state(byProgram).pid2 && byProgram->ended);
     EXPECT_EQ(table_.findSession(34), nullptr);
     processes[0].kill();
     EXPECT_EQ(nextEnded()[0].session, byServer);

@@ -1,13 +1,17 @@
 // Preparing a session's desktop from outside: small tools run as the user, the screen's size, the windows' size.
-#include "dbus_service.h"
+#include "session_desktop.h"
 
 #include "bus_address.h"
+#include "logger.h"
 #include "screen_mode.h"
 #include "session_command.h"
 #include "user_scope.h"
 #include "utils.h"
 #include "window_fitting.h"
 
+#include <algorithm>
+#include <list>
+#include <optional>
 #include <system_error>
 
 namespace Vard {
@@ -72,58 +76,58 @@ std::optional<ScreenMode> neededMode(const Session& session, unsigned short widt
 
 } // namespace
 
-void DBusService::waitSessionDBus(const Session* session) {
+void waitSessionDBus(const Session* session) {
     waitTool(session, "waitSessionDBus", "/usr/bin/dbus-update-activation-environment", {"--systemd", "--all"});
 }
 
-void DBusService::waitSessionFixSetxkbmapEvdev(const Session* session) {
+void waitSessionFixSetxkbmapEvdev(const Session* session) {
     waitClient(session, "waitSessionFixSetxkbmapEvdev", "/usr/bin/setxkbmap", {"-keycodes", "evdev+aliases(qwerty)"});
 }
 
-void DBusService::waitSessionLoadX11Resources(const Session* session) {
+void waitSessionLoadX11Resources(const Session* session) {
     waitClient(session, "waitSessionLoadX11Resources", "/usr/bin/xrdb",
                {"-quiet", "-load", "/etc/X11/Xresources/x11-vard"});
 }
 
-bool DBusService::waitSessionGeometryUpdate(const Session* session, unsigned short width, unsigned short height) {
-    if (session == nullptr || !session->xcb) {
-        return false;
-    }
-    if (!asks(*session, "waitSessionGeometryUpdate")) {
+bool waitSessionGeometryUpdate(const Session* session, unsigned short width, unsigned short height,
+                               const JsonConfig& settings) {
+    if (session == nullptr || !session->xcb || !asks(*session, "waitSessionGeometryUpdate")) {
         return false;
     }
     const auto mode = neededMode(*session, width, height);
     if (!mode) {
         return true;
     }
-    waitClient(session, "waitSessionGeometryUpdate", config()->settingString("xrandr:path", "/usr/bin/xrandr"),
+    waitClient(session, "waitSessionGeometryUpdate", settings.settingString("xrandr:path", "/usr/bin/xrandr"),
                {"--size", std::to_string(mode->width) + "x" + std::to_string(mode->height), "--display",
                 ":" + std::to_string(session->display), "--verbose"});
     return true;
 }
 
-void DBusService::vardSessionGeometry(const uint32_t& session, const uint16_t& width, const uint16_t& height) {
-    info("%s: session id: 0x%08x, width: %u, height: %u", "vardSessionGeometry", session, width, height);
-    if (const auto found = table_.findSession(session)) {
-        waitSessionGeometryUpdate(found.get(), width, height);
-    }
+void prepareDesktop(const Session& session, unsigned short width, unsigned short height, const JsonConfig& settings) {
+    waitSessionDBus(&session);
+    waitSessionGeometryUpdate(&session, width, height, settings);
+    waitSessionFixSetxkbmapEvdev(&session);
+    waitSessionLoadX11Resources(&session);
 }
 
-void DBusService::sessionCorrectMainWindowSize(const SessionPtr& session) {
-    tasks_.run("sessionCorrectMainWindowSize", [this, session] {
+void sessionCorrectMainWindowSize(const std::shared_ptr<Session>& session) {
+    session->tasks().run("sessionCorrectMainWindowSize", [session] {
         const auto xcb = session->xcb;
         if (!xcb) {
-            warning("%s: xcb session destroyed, session id: 0x%08x", "sessionCorrectMainWindowSize", session->sid);
+            Syslog::warning("%s: xcb session destroyed, session id: 0x%08x", "sessionCorrectMainWindowSize",
+                            session->sid);
             return;
         }
-        const auto ended = [this, &session] { return session->ended || tasks_.stopping(); };
+        auto& tasks = session->tasks();
+        const auto ended = [&] { return session->ended || tasks.stopping(); };
         for (int counter = fittingPasses - 1; counter >= 0; --counter) {
             // Holding the record of an ended session would keep its display from being used again.
-            if (session->ended || !tasks_.sleep(fittingPause)) {
+            if (session->ended || !tasks.sleep(fittingPause)) {
                 return;
             }
             if (fitWindows(*xcb, ended)) {
-                debug("%s: wait next iteration: %d", "sessionCorrectMainWindowSize", counter);
+                Syslog::debug("%s: wait next iteration: %d", "sessionCorrectMainWindowSize", counter);
             }
         }
         logWindows(*xcb, ended);
@@ -131,7 +135,7 @@ void DBusService::sessionCorrectMainWindowSize(const SessionPtr& session) {
 }
 
 // Every file whose path holds the display's number counts, also that of a longer number.
-std::string DBusService::readSessionDBusAddress(const std::filesystem::path& directory, uint32_t display) {
+std::string readSessionDBusAddress(const std::filesystem::path& directory, uint32_t display) {
     const std::string match = "-" + std::to_string(display);
     for (const auto& entry : std::filesystem::directory_iterator(directory)) {
         std::error_code unreadable;
@@ -145,25 +149,19 @@ std::string DBusService::readSessionDBusAddress(const std::filesystem::path& dir
     return "";
 }
 
-std::string DBusService::vardSessionDBusAddress(const std::string& username) {
-    info("%s: username: %s", "vardSessionDBusAddress", username.c_str());
-    const auto found = table_.findUserSession(username);
-    if (!found) {
-        return "";
-    }
+std::string sessionBusAddress(const Session& session) {
+    const auto search = [directory = session.home / ".dbus" / "session-bus", display = session.display] {
+        try {
+            return readSessionDBusAddress(directory, display);
+        } catch (const std::exception& err) {
+            Syslog::error("exception: %s", err.what());
+            return std::string{};
+        }
+    };
     try {
-        const auto directory = found->home / ".dbus" / "session-bus";
-        const auto search = [this, directory, display = found->display] {
-            try {
-                return readSessionDBusAddress(directory, display);
-            } catch (const std::exception& err) {
-                error("exception: %s", err.what());
-                return std::string{};
-            }
-        };
-        return Utils::toValidUtf8(callUserScope(*found, search, userChildren_.tools, addressLimit).value_or(""));
+        return Utils::toValidUtf8(callUserScope(session, search, session.children().tools, addressLimit).value_or(""));
     } catch (const std::exception& err) {
-        error("exception: %s", err.what());
+        Syslog::error("exception: %s", err.what());
         return "";
     }
 }

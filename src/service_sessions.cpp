@@ -1,0 +1,90 @@
+// The methods on sessions that are there: what they are, how they look, their limits and their ends.
+#include "bus_rows.h"
+#include "dbus_service.h"
+#include "json_writer.h"
+#include "process_list.h"
+#include "session_desktop.h"
+#include "session_end.h"
+#include "session_limits.h"
+#include "session_views.h"
+#include "utils.h"
+
+namespace Vard {
+
+std::vector<BusRow> DBusService::busSessionsInfo() {
+    info("%s", "busSessionsInfo");
+    return busRows(sessionRows(table_));
+}
+
+std::vector<DBus::Struct<std::string, uint32_t>> DBusService::vardSessions() {
+    debug("%s", "vardSessions");
+    return busNames(sessionRows(table_));
+}
+
+std::string DBusService::vardSessionInfoJson(Number session) {
+    const auto found = table_.findSession(session);
+    if (!found) {
+        return "{}";
+    }
+    const auto json = sessionJson(table_, *found, Xcb::Connector::answerLimit);
+    if (!fitsMessage(json)) {
+        warning("%s: session too large for an answer: 0x%08x", "vardSessionInfoJson", session);
+        return "{}";
+    }
+    return Utils::toValidUtf8(json);
+}
+
+std::string DBusService::vardUserInfoJson(Text user) {
+    return Utils::toValidUtf8(sessionsJson(table_, table_.findUserSessions(user)));
+}
+
+std::string DBusService::vardSessionProcess(Number session) {
+    const auto found = table_.findSession(session);
+    if (!found) {
+        warning("%s: session not found: 0x%08x", "vardSessionProcess", session);
+        return "";
+    }
+    return Utils::toValidUtf8(processesJson(found->uid, "vardSessionProcess"));
+}
+
+bool DBusService::busSessionShutdown(Text username) {
+    notice("%s: username: %s", "busSessionShutdown", username.c_str());
+    return endUserSession(table_, username);
+}
+
+bool DBusService::vardSessionShutdown(Number session) {
+    notice("%s: session id: 0x%08x", "vardSessionShutdown", session);
+    return endSession(table_, session);
+}
+
+bool DBusService::vardDisconnect(Number session) {
+    notice("%s: session id: 0x%08x", "vardDisconnect", session);
+    return disconnectSession(table_, session);
+}
+
+void DBusService::vardSessionDurationLimit(Number session, Number countsec) {
+    setLimit(table_, "vardSessionDurationLimit", session, countsec, &SessionState::durationLimit);
+}
+
+void DBusService::vardSessionInactivityLimit(Number session, Number countsec) {
+    setLimit(table_, "vardSessionInactivityLimit", session, countsec, &SessionState::inactivityLimit);
+}
+
+bool DBusService::vardSendNotify(Number session, Text header, Text message, const uint8_t& urgency) {
+    return notices_.send(table_, session, {header, message, urgency});
+}
+
+void DBusService::vardSessionGeometry(Number session, Pixels width, Pixels height) {
+    info("%s: session id: 0x%08x, width: %u, height: %u", "vardSessionGeometry", session, width, height);
+    if (const auto found = table_.findSession(session)) {
+        waitSessionGeometryUpdate(found.get(), width, height, *config_.settings());
+    }
+}
+
+std::string DBusService::vardSessionDBusAddress(Text username) {
+    info("%s: username: %s", "vardSessionDBusAddress", username.c_str());
+    const auto found = table_.findUserSession(username);
+    return found ? sessionBusAddress(*found) : "";
+}
+
+} // namespace Vard

@@ -1,0 +1,73 @@
+// The hash line by which transports check a user's password.
+#include "session_hash.h"
+
+#include "hash_line.h"
+#include "logger.h"
+#include "session_command.h"
+#include "user_scope.h"
+#include "utils.h"
+
+#include <exception>
+#include <list>
+#include <system_error>
+
+namespace Vard {
+
+namespace {
+
+constexpr const char* func = "vardCreateNTLMhashFile";
+
+std::list<std::string> toolArguments(const std::string& user, const std::string& domain, const std::string& password,
+                                     bool ntlmv2) {
+    std::list<std::string> args{"-f", "sam", "-u", user, "-p"};
+    args.emplace_back(password); // not in the braces, which would leave a copy behind
+    if (ntlmv2) {
+        args.insert(args.end(), {"-d", Utils::stringUpper(domain), "-v", "2"});
+    } else {
+        args.insert(args.end(), {"-v", "1"});
+    }
+    return args;
+}
+
+// What the tool has written is the user's file.
+std::string readLine(const Session& session) {
+    const auto read = [log = session.commandLog()] { return wholeFirstLine(Utils::readSmallFile(log)); };
+    return callUserScope(session, read, session.children().tools).value_or("");
+}
+
+// Without the line nobody can connect: whoever reads the journal is to know why.
+std::string makeLine(const Session& session, const std::string& domain, const std::string& password, bool ntlmv2,
+                     const JsonConfig& settings) {
+    auto args = toolArguments(session.username, domain, password, ntlmv2);
+    const Utils::WipeGuard guard(args);
+    const auto status =
+        runSessionTool(session, func, settings.settingString("hash:path", "/usr/bin/winpr-hash"), args, true);
+    auto line = status == 0 ? readLine(session) : std::string{};
+    if (line.empty()) {
+        Syslog::error("%s: no hash line, user: %s, %s", func, session.username.c_str(),
+                      status == 0 ? "the tool's output is not a whole line: is the home full?" : "the tool failed");
+    }
+    return line;
+}
+
+} // namespace
+
+bool createHashLine(SessionTable& table, Session& session, const std::string& password, bool ntlmv2,
+                    const JsonConfig& settings) {
+    try {
+        const std::string domain = table.lock().state(session).domain;
+        auto line = makeLine(session, domain, password, ntlmv2, settings);
+        if (line.empty()) {
+            return false;
+        }
+        table.lock().state(session).ntlm.take(line);
+        return true;
+    } catch (const std::system_error& err) {
+        Syslog::error("%s: system error: %s", func, err.what());
+    } catch (const std::exception& err) {
+        Syslog::error("%s: exception: %s", func, err.what());
+    }
+    return false;
+}
+
+} // namespace Vard
