@@ -28,7 +28,7 @@ int waitProcessPid(pid_t pid) {
     siginfo_t info{};
     const bool isChild = ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0;
     const auto process = isChild ? ProcessHandle::of(pid) : ProcessHandle{};
-    while (!process.endedBy(std::chrono::steady_clock::now() + 1h)) {
+    while (!process.endedBy(Deadline::in(1h))) {
     }
     const int status = OwnChildren::reap(pid).value_or(-1);
     Utils::syslogWaitStatus(status, "waitProcessPid", pid);
@@ -74,14 +74,13 @@ void ChildWait::reapWithoutThread() {
     }
 }
 
-bool ChildWait::ready(std::chrono::steady_clock::time_point deadline) {
+bool ChildWait::ready(const Deadline& deadline) {
     if (!valid()) { // the status was taken by somebody who then failed
         return true;
     }
     reapWithoutThread();
     // A wait until a moment that has passed is a system call all the same; most looks are of that kind.
-    const auto left = deadline - std::chrono::steady_clock::now();
-    const auto state = left > 0s ? status_.wait_until(deadline) : status_.wait_for(0s);
+    const auto state = deadline.passed() ? status_.wait_for(0s) : status_.wait_until(deadline.time());
     return !task_ && state == std::future_status::ready;
 }
 
@@ -97,8 +96,8 @@ int ChildWait::get() {
     }
 }
 
-bool ChildWait::endedBy(std::chrono::steady_clock::time_point end) {
-    while (task_ && !ready({}) && std::chrono::steady_clock::now() < end) {
+bool ChildWait::endedBy(const Deadline& end) {
+    while (task_ && !ready({}) && !end.passed()) {
         std::this_thread::sleep_for(20ms);
     }
     return ready(end);
@@ -107,21 +106,21 @@ bool ChildWait::endedBy(std::chrono::steady_clock::time_point end) {
 void ChildWait::kill(const char* func) {
     Syslog::warning("%s: child did not end, killed, pid: %d", func, pid_);
     process_.kill();
-    killedAt_ = std::chrono::steady_clock::now();
+    gone_ = Deadline::in(killedGrace);
 }
 
 void ChildWait::killOverdue(const char* func) {
     const auto told = process_.toldToEndFor();
-    if (!told && end_ && std::chrono::steady_clock::now() > *end_) {
+    if (!told && end_ && end_->passed()) {
         process_.terminate();
     }
-    if (!killedAt_ && told && (*told > endGrace || process_.stopped())) {
+    if (!gone_ && told && (*told > endGrace || process_.stopped())) {
         kill(func);
     }
 }
 
 bool ChildWait::beyondReach(const char* func) const {
-    const bool beyond = killedAt_ && std::chrono::steady_clock::now() - *killedAt_ > killedGrace;
+    const bool beyond = gone_ && gone_->passed();
     if (beyond) {
         Syslog::warning("%s: killed child does not end, pid: %d", func, pid_);
     }
@@ -154,7 +153,7 @@ void ChildWaits::collect(const char* func, const std::function<bool(const Proces
     const std::scoped_lock lock(mutex_);
     // One deadline for the whole pass: a millisecond for each of 400 children would hold both locks for most of a
     // second.
-    const auto deadline = std::chrono::steady_clock::now() + 1ms;
+    const auto deadline = Deadline::in(1ms);
     children_.remove_if([&](ChildWait& child) {
         if (child.ready(deadline)) {
             if (!ended(child.process())) {
@@ -179,17 +178,16 @@ void ChildWaits::endAll(const char* func) {
         child.process().terminate();
     }
     std::this_thread::sleep_for(100ms);
-    const auto deadline = std::chrono::steady_clock::now() + endGrace;
+    const auto deadline = Deadline::in(endGrace);
     for (auto& child : children_) {
-        for (auto now = std::chrono::steady_clock::now(); now < deadline && !child.endedBy(now + stopLook);
-             now = std::chrono::steady_clock::now()) {
+        while (!deadline.passed() && !child.endedBy(Deadline::in(stopLook))) {
             child.killOverdue(func); // a stopped one cannot obey
         }
         if (!child.endedBy({})) {
             child.kill(func);
         }
     }
-    const auto last = std::chrono::steady_clock::now() + killedGrace;
+    const auto last = Deadline::in(killedGrace);
     for (auto& child : children_) {
         if (!child.endedBy(last)) {
             Syslog::warning("%s: killed child does not end, pid: %d", func, child.pid());

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "background_tasks.h"
+#include "deadline.h"
 #include "process.h"
 
 #include <chrono>
@@ -41,13 +42,13 @@ public:
     /// False once the status was taken.
     [[nodiscard]] bool valid() const { return status_.valid(); }
     /// True when the child has ended by `deadline`; a deadline in the past only looks.
-    bool ready(std::chrono::steady_clock::time_point deadline);
+    bool ready(const Deadline& deadline);
     /// Takes the status, -1 when there is none; blocks until the child has ended. Afterwards valid() is false.
     int get();
     /// True when the child has ended by `end`.
-    bool endedBy(std::chrono::steady_clock::time_point end);
+    bool endedBy(const Deadline& end);
     /// Whoever still runs at `end` is told to end by killOverdue().
-    void endAt(std::chrono::steady_clock::time_point end) { end_ = end; }
+    void endAt(const Deadline& end) { end_ = end; }
     /// Kills the child, with a warning under `func`.
     void kill(const char* func);
     /// Kills the child, with a warning under `func`, when it was told to end more than endGrace ago, or cannot obey
@@ -64,8 +65,8 @@ private:
     ProcessHandle process_;
     std::shared_ptr<std::packaged_task<int()>> task_; // only set where no thread could be had for it
     std::future<int> status_;
-    std::optional<std::chrono::steady_clock::time_point> end_;
-    std::optional<std::chrono::steady_clock::time_point> killedAt_;
+    std::optional<Deadline> end_;
+    std::optional<Deadline> gone_; // of a killed one: when it counts as ended
 };
 
 /// The list of children waited for, in the order of their start. Each operation takes the list's lock; the session

@@ -1,6 +1,8 @@
 // The abstract socket names of X displays.
 #include "display_names.h"
 
+#include "deadline.h"
+
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <linux/sock_diag.h>
@@ -80,9 +82,9 @@ public:
     /// The owners of the displays' names, as far as the kernel tells them in a fifth of a second.
     std::map<uint32_t, uid_t> owners() {
         std::map<uint32_t, uid_t> result;
-        const auto end = std::chrono::steady_clock::now() + listLimit;
+        const auto end = Deadline::in(listLimit);
         alignas(nlmsghdr) std::array<char, 32768> block;
-        while (kernel_ && std::chrono::steady_clock::now() < end) {
+        while (kernel_ && !end.passed()) {
             const auto got = ::recv(kernel_.get(), block.data(), block.size(), 0);
             auto left = static_cast<unsigned>(got > 0 ? got : 0);
             for (auto* message = reinterpret_cast<nlmsghdr*>(block.data()); NLMSG_OK(message, left);

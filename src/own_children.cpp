@@ -1,6 +1,7 @@
 // The children that this process started, told from those that it adopted: what its children left behind.
 #include "own_children.h"
 
+#include "deadline.h"
 #include "logger.h"
 #include "process.h"
 
@@ -119,7 +120,7 @@ pid_t OwnChildren::fork() {
 // Never a wait without end: the tracer of a child that has ended, who may be its own user, has its status first. The
 // number is free for others from the reaping on.
 std::optional<int> OwnChildren::reap(pid_t pid) {
-    const auto giveUp = Clock::now() + killTime;
+    const auto giveUp = Deadline::in(killTime);
     for (;;) {
         {
             const std::scoped_lock guard(lock);
@@ -133,7 +134,7 @@ std::optional<int> OwnChildren::reap(pid_t pid) {
                 return ended < 0 ? std::nullopt : std::optional(status);
             }
         }
-        if (Clock::now() >= giveUp) {
+        if (giveUp.passed()) {
             Syslog::warning("%s: ended child is held by its tracer, pid: %d", "OwnChildren", pid);
             release(pid, 0s);
             return std::nullopt;
@@ -174,9 +175,9 @@ size_t AdoptedChildren::endOnce(const char* func) { return end(func, Clock::dura
 // A released child has at most `mostLeft`.
 size_t AdoptedChildren::end(const char* func, Clock::duration mostLeft) {
     // What is killed may have forked before, and its child is here at once.
-    const auto enough = Clock::now() + mostRounds;
+    const auto enough = Deadline::in(mostRounds);
     Look look = endSeen(func, mostLeft);
-    while (look.killed > 0 && Clock::now() < enough) {
+    while (look.killed > 0 && !enough.passed()) {
         std::this_thread::sleep_for(200us);
         look = endSeen(func, mostLeft);
     }
@@ -232,8 +233,8 @@ AdoptedChildren::Look AdoptedChildren::endSeen(const char* func, Clock::duration
 }
 
 void AdoptedChildren::endAll(const char* func) {
-    const auto giveUp = Clock::now() + lastPatience + patience + killTime;
-    while (end(func, lastPatience) > 0 && Clock::now() < giveUp) {
+    const auto giveUp = Deadline::in(lastPatience + patience + killTime);
+    while (end(func, lastPatience) > 0 && !giveUp.passed()) {
         std::this_thread::sleep_for(20ms);
     }
 }

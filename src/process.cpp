@@ -139,12 +139,12 @@ void ProcessHandle::killGroup() const {
 
 int ProcessHandle::descriptor() const { return state_ ? state_->pidfd.get() : -1; }
 
-bool ProcessHandle::endedBy(Clock::time_point deadline) const {
+bool ProcessHandle::endedBy(const Deadline& deadline) const {
     while (descriptor() >= 0) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        const int left = deadline.pollTime();
         pollfd entry{descriptor(), POLLIN, 0};
-        const int ready = ::poll(&entry, 1, static_cast<int>(std::max<int64_t>(left, 0)));
-        if (ready > 0 || (ready == 0 && left <= 0)) {
+        const int ready = ::poll(&entry, 1, left);
+        if (ready > 0 || (ready == 0 && left == 0)) {
             return ready > 0;
         }
     }

@@ -1,6 +1,8 @@
 // Processes: a safe handle on one, and running a program under a user's identity.
 #pragma once
 
+#include "deadline.h"
+
 #include <sys/types.h>
 
 #include <chrono>
@@ -41,7 +43,7 @@ public:
     [[nodiscard]] bool exists() const;
     /// Waits until `deadline` for the process to end; one in the past only looks. True for a zombie, too, and when
     /// there is no process.
-    [[nodiscard]] bool endedBy(std::chrono::steady_clock::time_point deadline) const;
+    [[nodiscard]] bool endedBy(const Deadline& deadline) const;
     /// True when somebody has stopped the process, by a signal or as its tracer. Only for one that is not reaped yet.
     [[nodiscard]] bool stopped() const;
     /// What tells of the end, by becoming readable; -1 when there is none.

@@ -2,6 +2,7 @@
 #include "profile_volume.h"
 
 #include "child_waits.h"
+#include "deadline.h"
 #include "file_descriptor.h"
 #include "logger.h"
 #include "own_children.h"
@@ -177,8 +178,8 @@ struct ProfileMount::Home {
         const auto held = [&] {
             return std::ranges::any_of(holders, &ProcessHandle::exists) || AdoptedChildren::any(user);
         };
-        const auto giveUp = std::chrono::steady_clock::now() + processesEnd;
-        while (held() && std::chrono::steady_clock::now() < giveUp) {
+        const auto giveUp = Deadline::in(processesEnd);
+        while (held() && !giveUp.passed()) {
             std::this_thread::sleep_for(unmountPause);
         }
         if (!leaveInTime()) {

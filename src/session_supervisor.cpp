@@ -3,6 +3,7 @@
 // users.
 #include "session_supervisor.h"
 
+#include "deadline.h"
 #include "logger.h"
 #include "pam_service.h"
 #include "session_environment.h"
@@ -22,8 +23,6 @@
 namespace Vard {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 // How long the program and what it left behind are given after SIGTERM.
 constexpr std::chrono::seconds patience{3};
@@ -124,14 +123,14 @@ public:
 
     /// Ends the program if it still runs, gently first, and what it left behind when nobody else would do that.
     void endAll() {
-        const auto deadline = Clock::now() + patience;
-        while (hasWork() && Clock::now() < deadline) {
+        const auto deadline = Deadline::in(patience);
+        while (hasWork() && !deadline.passed()) {
             tell(SIGTERM); // who came here meanwhile, too, orphaned by those that went
-            waitChild(deadline - Clock::now());
+            waitChild(deadline.left());
         }
         // Who cannot be killed (a program with another identity) must not keep the session from ending.
-        const auto giveUp = Clock::now() + patience;
-        while (hasWork() && Clock::now() < giveUp) {
+        const auto giveUp = Deadline::in(patience);
+        while (hasWork() && !giveUp.passed()) {
             tell(SIGKILL);
             waitChild(std::chrono::milliseconds(100));
         }
@@ -163,9 +162,8 @@ private:
         }
     }
 
-    static void waitChild(Clock::duration limit) {
-        const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(limit).count();
-        const timespec time{nanoseconds / 1000000000, nanoseconds % 1000000000};
+    static void waitChild(std::chrono::milliseconds limit) {
+        const timespec time{limit.count() / 1000, limit.count() % 1000 * 1'000'000};
         sigset_t child{};
         ::sigemptyset(&child);
         ::sigaddset(&child, SIGCHLD);

@@ -1,6 +1,7 @@
 // Plain sockets, descriptor tests and the wait for a socket file.
 #include "sockets.h"
 
+#include "deadline.h"
 #include "logger.h"
 
 #include <arpa/inet.h>
@@ -228,17 +229,16 @@ int64_t Utils::hasData(int fd) {
 }
 
 bool Utils::waitSocketSec(const std::filesystem::path& path, unsigned seconds, const std::function<bool()>& goOn) {
-    using namespace std::chrono;
-    const auto start = steady_clock::now();
+    const auto end = Deadline::in(std::chrono::seconds(seconds));
     for (;;) {
         std::error_code ignored;
         if (std::filesystem::symlink_status(path, ignored).type() == std::filesystem::file_type::socket) {
             return true;
         }
-        if (steady_clock::now() - start > std::chrono::seconds(seconds) || (goOn && !goOn())) {
+        if (end.passed() || (goOn && !goOn())) {
             return false;
         }
-        std::this_thread::sleep_for(milliseconds(100));
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
 }
 

@@ -36,9 +36,9 @@ TimedChild::~TimedChild() {
 }
 
 // True when the child has ended; false at `end`, or as soon as it is seen stopped: it would not end by itself.
-bool TimedChild::endsOrStops(Clock::time_point end) const {
-    for (auto now = Clock::now(); now < end; now = Clock::now()) {
-        if (process_.endedBy(std::min(now + stopLook, end))) {
+bool TimedChild::endsOrStops(const Deadline& end) const {
+    while (!end.passed()) {
+        if (process_.endedBy(std::min(Deadline::in(stopLook), end))) {
             return true;
         }
         if (process_.stopped()) {
@@ -49,7 +49,7 @@ bool TimedChild::endsOrStops(Clock::time_point end) const {
 }
 
 std::optional<int> TimedChild::wait(std::chrono::milliseconds limit, const char* func) {
-    if (!endsOrStops(Clock::now() + limit)) {
+    if (!endsOrStops(Deadline::in(limit))) {
         Syslog::warning("%s: child did not end, killed, pid: %d", func, pid_);
         process_.killGroup();
         killed_ = true;
@@ -58,7 +58,7 @@ std::optional<int> TimedChild::wait(std::chrono::milliseconds limit, const char*
 }
 
 std::optional<int> TimedChild::reap(const char* func) {
-    const bool ended = process_.endedBy(Clock::now() + killedLimit);
+    const bool ended = process_.endedBy(Deadline::in(killedLimit));
     if (!ended) {
         Syslog::warning("%s: killed child does not end, pid: %d", func, pid_);
         OwnChildren::release(pid_, 0s);

@@ -33,7 +33,7 @@ public:
     [[nodiscard]] const ProcessHandle& process() const { return process_; }
 
 private:
-    [[nodiscard]] bool endsOrStops(std::chrono::steady_clock::time_point end) const;
+    [[nodiscard]] bool endsOrStops(const Deadline& end) const;
     std::optional<int> reap(const char* func);
 
     pid_t pid_;

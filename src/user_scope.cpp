@@ -1,6 +1,7 @@
 // Looks into users' files, under the users' own identity.
 #include "user_scope.h"
 
+#include "deadline.h"
 #include "exceptions.h"
 #include "file_descriptor.h"
 #include "logger.h"
@@ -23,7 +24,6 @@
 namespace Vard {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 
 namespace {
 
@@ -94,14 +94,13 @@ Worker startWorker(const Identity& identity, const std::function<std::string()>&
 
 // What the child writes until it closes its end; none when it does not by `end`. It may be a secret: no copy stays
 // behind here, nor where the text had to grow.
-std::optional<std::string> readAnswer(const Worker& worker, Clock::time_point end) {
+std::optional<std::string> readAnswer(const Worker& worker, const Deadline& end) {
     std::string answer;
     answer.reserve(largestAnswer);
     const Utils::WipeGuard guard(answer);
-    for (auto now = Clock::now(); now < end && !worker.child.process().stopped(); now = Clock::now()) {
-        const auto wait = std::chrono::ceil<std::chrono::milliseconds>(std::min<Clock::duration>(end - now, stopLook));
+    while (!end.passed() && !worker.child.process().stopped()) {
         pollfd entry{worker.answer.get(), POLLIN, 0};
-        if (::poll(&entry, 1, static_cast<int>(wait.count())) <= 0) {
+        if (::poll(&entry, 1, std::min(Deadline::in(stopLook), end).pollTime()) <= 0) {
             continue;
         }
         std::array<char, 4096> block{};
@@ -125,7 +124,7 @@ std::optional<std::string> callUserScope(const Session& session, const std::func
         return std::nullopt;
     }
     Worker worker = startWorker(Identity::of(session.username), function);
-    auto answer = readAnswer(worker, Clock::now() + left);
+    auto answer = readAnswer(worker, Deadline::in(left));
     const auto status = worker.child.wait(answer ? closingLimit : 0ms, "callUserScope");
     children.remember(patience, session.uid, "callUserScope", worker.child);
     if (answer && status != 0) {

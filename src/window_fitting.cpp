@@ -1,9 +1,9 @@
 // Enlarging a session's top-level windows to the screen.
 #include "window_fitting.h"
 
+#include "deadline.h"
 #include "logger.h"
 
-#include <chrono>
 #include <optional>
 #include <vector>
 
@@ -18,11 +18,11 @@ class Pass {
 public:
     explicit Pass(const Ended& ended) : ended_(ended) {}
 
-    [[nodiscard]] bool over() const { return std::chrono::steady_clock::now() >= end_ || (ended_ && ended_()); }
+    [[nodiscard]] bool over() const { return end_.passed() || (ended_ && ended_()); }
 
 private:
     const Ended& ended_;
-    std::chrono::steady_clock::time_point end_ = std::chrono::steady_clock::now() + fittingLimit;
+    Deadline end_ = Deadline::in(fittingLimit);
 };
 
 /// Empty when the pass was over before all was read.

@@ -1,6 +1,7 @@
 // What must be true of a display before its X server starts, and the server's command line.
 #include "x_server.h"
 
+#include "deadline.h"
 #include "logger.h"
 #include "process.h"
 #include "sockets.h"
@@ -153,9 +154,9 @@ bool isDisturbed(unsigned display, const fs::path& socket, uid_t user) {
 }
 
 bool wasDisturbed(unsigned display, const fs::path& socket, uid_t user) {
-    const auto end = std::chrono::steady_clock::now() + 100ms;
+    const auto end = Deadline::in(100ms);
     while (!isDisturbed(display, socket, user)) {
-        if (std::chrono::steady_clock::now() > end) {
+        if (end.passed()) {
             return false;
         }
         std::this_thread::sleep_for(100us);

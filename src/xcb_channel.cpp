@@ -95,7 +95,7 @@ Channel::Channel(FileDescriptor server) : server_(std::move(server)) {
     }
 }
 
-xcb_connection_t* Channel::connect(const xcb_auth_info_t* auth, Clock::time_point end) {
+xcb_connection_t* Channel::connect(const xcb_auth_info_t* auth, const Deadline& end) {
     out_ = greeting(auth);
     std::string again(out_.size(), '\0');
     if (!await(setupSize, end) || head<xcb_setup_failed_t>(in_).status != 1 || !setupHolds(in_)) {
@@ -111,7 +111,7 @@ xcb_connection_t* Channel::connect(const xcb_auth_info_t* auth, Clock::time_poin
     return ::xcb_connect_to_fd(far_.release(), const_cast<xcb_auth_info_t*>(auth));
 }
 
-bool Channel::exchange(unsigned sequence, Clock::time_point end) {
+bool Channel::exchange(unsigned sequence, const Deadline& end) {
     const auto wanted = static_cast<uint16_t>(sequence);
     for (size_t skipped = 0; skipped <= skippedSize && await(packetSize, end); in_.clear()) {
         if (isDue(wanted)) {
@@ -130,7 +130,7 @@ short Channel::ready() const {
 }
 
 // True when in_ holds a whole packet.
-bool Channel::await(SizeOf sizeOf, Clock::time_point end) {
+bool Channel::await(SizeOf sizeOf, const Deadline& end) {
     while (!lost_) {
         send();
         if (receive(sizeOf)) {
@@ -143,10 +143,9 @@ bool Channel::await(SizeOf sizeOf, Clock::time_point end) {
     return false;
 }
 
-bool Channel::waitServer(Clock::time_point end) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
+bool Channel::waitServer(const Deadline& end) {
     pollfd entry{server_.get(), static_cast<short>(out_.empty() ? POLLIN : POLLIN | POLLOUT), 0};
-    return left > 0 && ::poll(&entry, 1, static_cast<int>(left)) != 0;
+    return !end.passed() && ::poll(&entry, 1, end.pollTime()) != 0;
 }
 
 void Channel::send() {

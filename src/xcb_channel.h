@@ -1,11 +1,11 @@
 // The bytes between the X library and a session's X server.
 #pragma once
 
+#include "deadline.h"
 #include "file_descriptor.h"
 
 #include <xcb/xcb.h>
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -19,8 +19,6 @@ namespace Vard::Xcb {
 /// answers of a known size to its own requests: it never has to wait. One thread at a time.
 class Channel {
 public:
-    using Clock = std::chrono::steady_clock;
-
     /// The most bytes that one answer may have: a row of the widest window.
     static constexpr size_t answerSize = 132UL * 1024;
     /// About how many bytes of events and late answers are passed over in one wait, which fails then.
@@ -31,18 +29,18 @@ public:
 
     /// Greets the server until `end` and answers the library's connection, which the caller frees; null when the server
     /// refused, did not answer in time or cannot be believed. `auth` may be null. Call once.
-    xcb_connection_t* connect(const xcb_auth_info_t* auth, Clock::time_point end);
+    xcb_connection_t* connect(const xcb_auth_info_t* auth, const Deadline& end);
     /// Sends what the library has written, and waits until `end` for the reply to the request `sequence` or for an
     /// error of a request up to that; true when the library can read it. What has begun to arrive is kept for later.
-    bool exchange(unsigned sequence, Clock::time_point end);
+    bool exchange(unsigned sequence, const Deadline& end);
     /// POLLIN when the server has sent something, POLLOUT when it has room for requests; 0 when it is lost.
     [[nodiscard]] short ready() const;
 
 private:
     using SizeOf = size_t (*)(std::string_view); // what begins so has how many bytes
 
-    bool await(SizeOf sizeOf, Clock::time_point end);
-    bool waitServer(Clock::time_point end);
+    bool await(SizeOf sizeOf, const Deadline& end);
+    bool waitServer(const Deadline& end);
     void send();
     bool receive(SizeOf sizeOf);
     [[nodiscard]] bool isDue(uint16_t sequence) const;

@@ -32,13 +32,13 @@ Connector::Connector(uint32_t display, const Cookie* auth, FileDescriptor socket
         // The file, not the abstract name of the same text: anybody could have taken that.
         socket.reset(Socket::unixConnect("/tmp/.X11-unix/X" + std::to_string(display)));
     }
-    connect(display, auth, std::move(socket), Clock::now() + limit);
+    connect(display, auth, std::move(socket), Deadline::in(limit));
     readSetup();
 }
 
 Connector::~Connector() = default;
 
-void Connector::connect(uint32_t display, const Cookie* auth, FileDescriptor socket, Clock::time_point end) {
+void Connector::connect(uint32_t display, const Cookie* auth, FileDescriptor socket, const Deadline& end) {
     std::string name = "MIT-MAGIC-COOKIE-1";
     Cookie data = auth != nullptr ? *auth : Cookie{};
     const Utils::WipeGuard guard(data);
@@ -58,7 +58,7 @@ void Connector::connect(uint32_t display, const Cookie* auth, FileDescriptor soc
     }
 }
 
-void Connector::handshake(FileDescriptor socket, xcb_auth_info_t* auth, Clock::time_point end) {
+void Connector::handshake(FileDescriptor socket, xcb_auth_info_t* auth, const Deadline& end) {
     channel_ = std::make_unique<Channel>(std::move(socket));
     connection_.reset(channel_->connect(auth, end));
     if (!connection_ || ::xcb_connection_has_error(connection_.get()) != 0) {
@@ -137,10 +137,10 @@ uint8_t Connector::depthFromBpp(uint8_t bpp) const {
 // requests that fill its queue are not added to.
 bool Connector::unresponsive() const {
     const auto ready = channel_->ready();
-    return (ready & POLLOUT) == 0 || (Clock::now() < silentUntil_ && (ready & POLLIN) == 0);
+    return (ready & POLLOUT) == 0 || (!silentUntil_.passed() && (ready & POLLIN) == 0);
 }
 
-ReplyError<void> Connector::waitReply(unsigned sequence, Clock::time_point end) {
+ReplyError<void> Connector::waitReply(unsigned sequence, const Deadline& end) {
     ::xcb_flush(connection_.get());
     while (channel_->exchange(sequence, end)) {
         void* reply = nullptr;
@@ -149,22 +149,22 @@ ReplyError<void> Connector::waitReply(unsigned sequence, Clock::time_point end) 
             silentUntil_ = {};
             return {ReplyPtr<void>(reply), ErrorPtr(error)};
         }
-        if (Clock::now() >= end) {
+        if (end.passed()) {
             break; // errors of earlier requests could come without end
         }
     }
     ::xcb_discard_reply(connection_.get(), sequence);
-    silentUntil_ = Clock::now() + silence;
+    silentUntil_ = Deadline::in(silence);
     return {};
 }
 
 bool Connector::answers(std::chrono::milliseconds limit) {
     const auto ping = [](xcb_connection_t* conn) { return ::xcb_get_input_focus(conn); };
-    return ask<xcb_get_input_focus_reply_t>(ping, Clock::now() + limit).first != nullptr;
+    return ask<xcb_get_input_focus_reply_t>(ping, Deadline::in(limit)).first != nullptr;
 }
 
 Rect Connector::getWindowGeometry(xcb_window_t win, std::chrono::milliseconds limit) {
-    const auto end = Clock::now() + limit;
+    const auto end = Deadline::in(limit);
     const auto [size, sizeError] =
         ask<xcb_get_geometry_reply_t>([&](xcb_connection_t* conn) { return ::xcb_get_geometry(conn, win); }, end);
     if (!size) {

@@ -1,6 +1,7 @@
 // The service's own X client on one session's display.
 #pragma once
 
+#include "deadline.h"
 #include "exceptions.h"
 #include "file_descriptor.h"
 #include "xcb_channel.h"
@@ -136,15 +137,13 @@ private:
         void operator()(xcb_connection_t* conn) const { xcb_disconnect(conn); }
     };
 
-    using Clock = std::chrono::steady_clock;
-
     // Sends one request and waits until `end` for its answer; both empty when there was none in time. Another thread
     // may be waiting for its own answer.
     template <typename Reply, typename Send>
-    ReplyError<Reply> ask(Send send, Clock::time_point end = Clock::now() + answerLimit) {
+    ReplyError<Reply> ask(Send send, const Deadline& end = Deadline::in(answerLimit)) {
         // By the system's clock, since the thread sanitizer does not see locks that wait by another. A clock that is
         // set back does no harm: whoever holds the lock lets it go in time.
-        const std::unique_lock lock(mutex_, std::chrono::system_clock::now() + (end - Clock::now()));
+        const std::unique_lock lock(mutex_, std::chrono::system_clock::now() + end.left());
         if (!lock || unresponsive()) {
             return {};
         }
@@ -153,9 +152,9 @@ private:
         return {ReplyPtr<Reply>(static_cast<Reply*>(reply.release())), std::move(error)};
     }
     [[nodiscard]] bool unresponsive() const;
-    ReplyError<void> waitReply(unsigned sequence, Clock::time_point end);
-    void connect(uint32_t display, const Cookie* auth, FileDescriptor socket, Clock::time_point end);
-    void handshake(FileDescriptor socket, xcb_auth_info_t* auth, Clock::time_point end);
+    ReplyError<void> waitReply(unsigned sequence, const Deadline& end);
+    void connect(uint32_t display, const Cookie* auth, FileDescriptor socket, const Deadline& end);
+    void handshake(FileDescriptor socket, xcb_auth_info_t* auth, const Deadline& end);
     void readSetup();
     void describe(PixmapInfo& info, const xcb_get_image_reply_t& reply) const;
 
@@ -166,7 +165,7 @@ private:
     const xcb_format_t* format_ = nullptr;
     bool hasRandr_ = false;
     std::timed_mutex mutex_;
-    std::chrono::steady_clock::time_point silentUntil_{}; // after a missed answer nobody is made to wait again so soon
+    Deadline silentUntil_; // after a missed answer nobody is made to wait again so soon
 };
 
 } // namespace Vard::Xcb
