@@ -3,7 +3,7 @@
 
 #include "background_tasks.h"
 #include "deadline.h"
-#include "process.h"
+#include "process_handle.h"
 
 #include <chrono>
 #include <functional>

@@ -3,6 +3,7 @@
 
 #include "exceptions.h"
 #include "logger.h"
+#include "process.h"
 #include "sockets.h"
 #include "stop_request.h"
 #include "user_database.h"

@@ -5,7 +5,7 @@
 #include "child_waits.h"
 #include "display_pool.h"
 #include "json_config.h"
-#include "process.h"
+#include "process_handle.h"
 #include "socket_nest.h"
 #include "user_children.h"
 #include "xauthority.h"

@@ -3,7 +3,7 @@
 
 #include "display_names.h"
 #include "display_range.h"
-#include "process.h"
+#include "process_handle.h"
 
 #include <chrono>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // The process entry: arguments, checks, signals, start.
 #include "dbus_service.h"
-#include "process.h"
+#include "process_child.h"
 #include "stop_request.h"
 
 #include <fcntl.h>

@@ -1,7 +1,7 @@
 // The notification programs that run in a session.
 #pragma once
 
-#include "process.h"
+#include "process_handle.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -3,7 +3,7 @@
 
 #include "deadline.h"
 #include "logger.h"
-#include "process.h"
+#include "process_handle.h"
 
 #include <sys/prctl.h>
 #include <sys/wait.h>

@@ -1,10 +1,11 @@
 // One PAM transaction of one user.
 #include "pam_service.h"
 
+#include "child_descriptors.h"
 #include "fork_guard.h"
 #include "logger.h"
 #include "own_children.h"
-#include "process.h"
+#include "process_child.h"
 
 #include <sys/prctl.h>
 #include <syslog.h>

@@ -1,9 +1,10 @@
 // What runs in a forked child: it becomes the user and executes a program. Everything it needs from the databases was
 // looked up before the fork, and nothing of it ever returns into the service.
-#include "file_descriptor.h"
+#include "process_child.h"
+
+#include "child_descriptors.h"
 #include "logger.h"
 #include "parsec.h"
-#include "process.h"
 #include "secret.h"
 
 #include <fcntl.h>
@@ -11,22 +12,36 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
-#include <system_error>
-#include <vector>
+#include <cstring>
 
 namespace fs = std::filesystem;
+
+namespace Vard {
+
+char** programArgv = nullptr;
+
+void changeProcessName(const char* name) {
+    ::prctl(PR_SET_NAME, name);
+    if (programArgv == nullptr || programArgv[0] == nullptr) {
+        return;
+    }
+    const size_t room = std::strlen(programArgv[0]);
+    const size_t used = std::min(room, std::strlen(name));
+    std::memcpy(programArgv[0], name, used);
+    std::memset(programArgv[0] + used, ' ', room - used);
+    for (char** arg = programArgv + 1; *arg != nullptr; ++arg) {
+        std::memset(*arg, 0, std::strlen(*arg));
+    }
+}
+
+} // namespace Vard
 
 namespace Vard::Utils {
 
@@ -34,15 +49,6 @@ namespace {
 
 constexpr mode_t logMode = 0640;
 constexpr mode_t logDirectoryMode = 0700;
-constexpr size_t largestText = 64 << 10;
-
-std::atomic<int> journalSocket{-1};
-
-// The parent must see a failed child.
-[[noreturn]] void endAsFailure() noexcept {
-    ::execl("/bin/false", "/bin/false", nullptr);
-    ::_exit(EXIT_FAILURE);
-}
 
 void warnErrno(const char* call) noexcept {
     Syslog::warning("%s: %s failed, error: %s, code: %d", "switchToUser", call, ::strerrordesc_np(errno), errno);
@@ -70,41 +76,6 @@ void setVariables(const Identity& identity) noexcept {
     ::setenv("HOME", identity.home.c_str(), 1);
     ::setenv("SHELL", identity.shell.c_str(), 1);
     ::setenv("TERM", "linux", 1);
-}
-
-// The journal's socket is the only one here that has neither a name nor a peer.
-bool isJournalSocket(int fd) noexcept {
-    int type = 0;
-    socklen_t length = sizeof type;
-    sockaddr_un name{};
-    socklen_t nameLength = sizeof name;
-    sockaddr_un peer{};
-    socklen_t peerLength = sizeof peer;
-    return ::getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &length) == 0 && type == SOCK_DGRAM &&
-           ::getsockname(fd, reinterpret_cast<sockaddr*>(&name), &nameLength) == 0 && name.sun_family == AF_UNIX &&
-           nameLength == sizeof name.sun_family &&
-           ::getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0 && errno == ENOTCONN;
-}
-
-std::vector<int> openDescriptors() noexcept {
-    std::vector<int> descriptors;
-    std::error_code failed;
-    for (fs::directory_iterator it("/proc/self/fd", failed), end; !failed && it != end; it.increment(failed)) {
-        descriptors.push_back(std::atoi(it->path().filename().c_str()));
-    }
-    return descriptors;
-}
-
-// One by one where the call is refused, as by a container's filter.
-void closeBetween(unsigned first, unsigned last) noexcept {
-    if (first > last || ::close_range(first, last, 0) == 0) {
-        return;
-    }
-    for (const int fd : openDescriptors()) {
-        if (static_cast<unsigned>(fd) >= first && static_cast<unsigned>(fd) <= last) {
-            ::close(fd);
-        }
-    }
 }
 
 bool stillRoot(const Identity& identity) noexcept {
@@ -135,6 +106,11 @@ void becomeOwner(const Identity& identity) noexcept {
 
 } // namespace
 
+void endAsFailure() noexcept {
+    ::execl("/bin/false", "/bin/false", nullptr);
+    ::_exit(EXIT_FAILURE);
+}
+
 void resetChildSignals(void (*onTerminate)(int)) noexcept {
     struct sigaction action {};
     action.sa_handler = SIG_DFL;
@@ -152,29 +128,6 @@ void resetChildSignals(void (*onTerminate)(int)) noexcept {
     sigset_t none{};
     ::sigemptyset(&none);
     ::sigprocmask(SIG_SETMASK, &none, nullptr);
-}
-
-void rememberJournalSocket() noexcept {
-    if (isJournalSocket(journalSocket)) {
-        return;
-    }
-    int found = -1;
-    for (const int fd : openDescriptors()) {
-        found = isJournalSocket(fd) ? fd : found;
-    }
-    journalSocket = found;
-}
-
-void closeInheritedDescriptors(int keep) noexcept {
-    const int journal = isJournalSocket(journalSocket) ? journalSocket.load() : -1;
-    unsigned first = STDERR_FILENO + 1;
-    for (const int kept : {std::min(journal, keep), std::max(journal, keep)}) {
-        if (kept > STDERR_FILENO) {
-            closeBetween(first, static_cast<unsigned>(kept) - 1);
-            first = static_cast<unsigned>(kept) + 1;
-        }
-    }
-    closeBetween(first, ~0U);
 }
 
 bool switchToUser(const std::string& user) {
@@ -272,19 +225,6 @@ void runOwnerCommand(const char* program, const std::vector<char*>& argv, const 
     ::execve(program, argv.data(), envp.data());
     syslogErrno("runOwnerCommand", "execv", errno);
     endAsFailure();
-}
-
-std::string readSmallFile(const fs::path& path, bool followLink) {
-    const int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY | (followLink ? 0 : O_NOFOLLOW);
-    const FileDescriptor file(::open(path.c_str(), flags));
-    struct stat info {};
-    if (!file || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
-        return "";
-    }
-    std::string text(largestText, '\0');
-    const ssize_t count = ::read(file.get(), text.data(), text.size());
-    text.resize(count > 0 ? static_cast<size_t>(count) : 0);
-    return text;
 }
 
 } // namespace Vard::Utils

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "background_tasks.h"
-#include "process.h"
+#include "process_handle.h"
 
 #include <sys/types.h>
 

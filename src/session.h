@@ -5,7 +5,7 @@
 #include "display_pool.h"
 #include "notice_list.h"
 #include "pam_service.h"
-#include "process.h"
+#include "process_handle.h"
 #include "profile_volume.h"
 #include "secret.h"
 #include "user_children.h"

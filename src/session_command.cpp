@@ -1,6 +1,7 @@
 // Running programs inside a session.
 #include "session_command.h"
 
+#include "child_descriptors.h"
 #include "logger.h"
 #include "own_children.h"
 #include "process.h"

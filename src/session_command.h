@@ -2,6 +2,7 @@
 #pragma once
 
 #include "child_waits.h"
+#include "identity.h"
 #include "session.h"
 
 #include <filesystem>

@@ -5,6 +5,7 @@
 #include "logger.h"
 #include "screen_mode.h"
 #include "session_command.h"
+#include "small_file.h"
 #include "user_scope.h"
 #include "utils.h"
 #include "window_fitting.h"

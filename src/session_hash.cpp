@@ -4,6 +4,7 @@
 #include "hash_line.h"
 #include "logger.h"
 #include "session_command.h"
+#include "small_file.h"
 #include "user_scope.h"
 #include "utils.h"
 

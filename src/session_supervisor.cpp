@@ -3,9 +3,11 @@
 // users.
 #include "session_supervisor.h"
 
+#include "child_descriptors.h"
 #include "deadline.h"
 #include "logger.h"
 #include "pam_service.h"
+#include "process.h"
 #include "session_environment.h"
 
 #include <grp.h>
@@ -27,15 +29,10 @@ namespace {
 // How long the program and what it left behind are given after SIGTERM.
 constexpr std::chrono::seconds patience{3};
 
-[[noreturn]] void endAsFailure() {
-    ::execl("/bin/false", "/bin/false", nullptr);
-    ::_exit(EXIT_FAILURE);
-}
-
 void require(bool done, const char* call) {
     if (!done) {
         Utils::syslogErrno("runSessionOpen", call, errno);
-        endAsFailure();
+        Utils::endAsFailure();
     }
 }
 
@@ -61,11 +58,11 @@ void openPam(const Session& session, const Identity& identity) {
     require(::initgroups(identity.user.c_str(), identity.gid) == 0, "initgroups");
     if (!session.pam) {
         Syslog::error("%s: pam session null", "runSessionOpen");
-        endAsFailure();
+        Utils::endAsFailure();
     }
     if (!PamService::openSession(session.pam->getHandle())) {
         Syslog::error("%s: pam session failed", "runSessionOpen");
-        endAsFailure();
+        Utils::endAsFailure();
     }
     Secret::wipeAll();
 }
@@ -223,7 +220,7 @@ void superviseSession(const Session& session, const Identity& identity, const st
     } catch (...) {
         Syslog::error("%s: exception: %s", "runSessionOpen", "unknown");
     }
-    endAsFailure();
+    Utils::endAsFailure();
 }
 
 } // namespace Vard

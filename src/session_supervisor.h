@@ -1,7 +1,7 @@
 // The supervisor of a session's program: a forked child of the service, named "vard_manager".
 #pragma once
 
-#include "process.h"
+#include "identity.h"
 #include "session.h"
 
 #include <csignal>

@@ -1,7 +1,7 @@
 // A child that its starter waits for, but not for ever.
 #pragma once
 
-#include "process.h"
+#include "process_handle.h"
 
 #include <chrono>
 #include <optional>

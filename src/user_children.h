@@ -1,7 +1,7 @@
 // How long the service waits for the children that it starts for users, and whose children nothing ends.
 #pragma once
 
-#include "process.h"
+#include "process_handle.h"
 #include "timed_child.h"
 
 #include <chrono>

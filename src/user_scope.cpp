@@ -1,12 +1,15 @@
 // Looks into users' files, under the users' own identity.
 #include "user_scope.h"
 
+#include "child_descriptors.h"
 #include "deadline.h"
 #include "exceptions.h"
 #include "file_descriptor.h"
 #include "logger.h"
 #include "own_children.h"
 #include "parsec.h"
+#include "process_child.h"
+#include "small_file.h"
 #include "utils.h"
 
 #include <fcntl.h>
@@ -19,6 +22,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <string_view>
 #include <utility>
 
 namespace Vard {
@@ -30,18 +34,6 @@ namespace {
 constexpr size_t largestAnswer = 64 << 10;
 constexpr auto closingLimit = 500ms; // from a child's answer to its end
 constexpr auto stopLook = 20ms; // between two looks whether the user has stopped the child
-
-bool writeAnswer(int fd, const std::string& answer) noexcept {
-    const size_t size = std::min(answer.size(), largestAnswer);
-    for (size_t done = 0; done < size;) {
-        const ssize_t count = ::write(fd, answer.data() + done, size - done);
-        if (count < 0 && errno != EINTR) {
-            return false;
-        }
-        done += count > 0 ? static_cast<size_t>(count) : 0;
-    }
-    return true;
-}
 
 [[noreturn]] void answerAsUser(const Identity& identity, const std::function<std::string()>& function,
                                int fd) noexcept {
@@ -56,7 +48,8 @@ bool writeAnswer(int fd, const std::string& answer) noexcept {
     bool answered = false;
     if (switched) {
         try {
-            answered = writeAnswer(fd, function());
+            const std::string answer = function();
+            answered = Utils::writeAll(fd, std::string_view(answer).substr(0, largestAnswer));
         } catch (const std::exception& err) {
             Syslog::error("%s: exception: %s", "callUserScope", err.what());
         } catch (...) {

@@ -3,7 +3,7 @@
 
 #include "deadline.h"
 #include "logger.h"
-#include "process.h"
+#include "small_file.h"
 #include "sockets.h"
 #include "utils.h"
 

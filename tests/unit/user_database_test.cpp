@@ -1,9 +1,11 @@
 // Users and groups, of every size, and names that are not asked for.
 #include "user_database.h"
 
+#include "child_waits.h"
 #include "scratch.h"
 
 #include <algorithm>
+#include <thread>
 
 namespace {
 
@@ -73,6 +75,26 @@ TEST_F(UserDatabase, OwnersChangeOnTheObjectItselfOrNotAtAll) {
     EXPECT_EQ(owner(file), "0:0\n") << "half an owner is none";
     EXPECT_TRUE(Utils::setOwner(file, "", "nobodys"));
     EXPECT_EQ(owner(file), "0:54324\n");
+}
+
+// Another thread inside the user database at the moment of a fork must not leave its locks to the child.
+TEST_F(UserDatabase, ForksWhileOthersLookUsersUpNeverHang) {
+    const auto found = [] {
+        return Utils::getUserInfo("daemon").known() && !Utils::getUserGroups("daemon", 1).empty();
+    };
+    std::jthread other([&](const std::stop_token& stop) {
+        while (!stop.stop_requested()) {
+            found();
+        }
+    });
+    for (int i = 0; i < 300; ++i) {
+        const pid_t pid = ::fork();
+        if (pid == 0) {
+            ::alarm(20);
+            ::_exit(found() ? 0 : 1);
+        }
+        ASSERT_EQ(waitProcessPid(pid), 0) << "child " << i;
+    }
 }
 
 } // namespace
