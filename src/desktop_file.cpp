@@ -1,10 +1,10 @@
 // Desktop entry files, as far as the program list needs them.
 #include "desktop_file.h"
 
+#include "small_file.h"
 #include "utils.h"
 
 #include <array>
-#include <fstream>
 #include <sstream>
 #include <string_view>
 
@@ -12,7 +12,7 @@ namespace Vard {
 
 namespace {
 
-constexpr uintmax_t largestFile = 1 << 20;
+constexpr size_t largestFile = 1 << 20;
 constexpr std::string_view entryGroup = "[Desktop Entry]";
 
 /// One key and where its value goes.
@@ -41,19 +41,10 @@ void storeLine(DesktopFile& entry, const std::string& line) {
     }
 }
 
-// Empty for whatever is no regular file of a sensible size: opening a fifo would hang, and a sparse file is one long
-// line.
+// Empty for what is too large, too: a sparse file is one long line.
 std::string readText(const std::filesystem::path& path) {
-    std::error_code failed;
-    const uintmax_t size = std::filesystem::file_size(path, failed);
-    if (failed || size > largestFile) {
-        return {};
-    }
-    std::string text(size, '\0');
-    std::ifstream file(path, std::ios::binary);
-    file.read(text.data(), static_cast<std::streamsize>(size));
-    text.resize(static_cast<size_t>(file.gcount()));
-    return text;
+    auto text = Utils::readFile(path, largestFile + 1, Utils::FinalLink::followed);
+    return text.size() > largestFile ? std::string{} : text;
 }
 
 } // namespace

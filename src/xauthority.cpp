@@ -4,6 +4,7 @@
 #include "exceptions.h"
 #include "file_descriptor.h"
 #include "logger.h"
+#include "small_file.h"
 #include "user_database.h"
 
 #include <fcntl.h>
@@ -50,17 +51,6 @@ void handOver(int fd, const std::string& user, const std::string& group) {
     }
 }
 
-bool writeAll(int fd, const std::vector<uint8_t>& bytes) {
-    for (size_t done = 0; done < bytes.size();) {
-        const ssize_t count = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (count < 0 && errno != EINTR) {
-            return false;
-        }
-        done += count > 0 ? static_cast<size_t>(count) : 0;
-    }
-    return true;
-}
-
 } // namespace
 
 std::vector<uint8_t> xauthorityRecord(const std::string& host, unsigned display, const std::vector<uint8_t>& cookie) {
@@ -77,7 +67,7 @@ XAuthorityFile::XAuthorityFile(std::filesystem::path path, const std::vector<uin
     std::error_code ignored;
     std::filesystem::remove(path, ignored);
     const FileDescriptor file = createPrivate(path);
-    if (!file || !writeAll(file.get(), record)) {
+    if (!file || !Utils::writeAll(file.get(), {reinterpret_cast<const char*>(record.data()), record.size()})) {
         Syslog::error("%s: create xauthfile failed, path: %s", "createXauthFile", path.c_str());
         if (file) {
             std::filesystem::remove(path, ignored);
