@@ -3,7 +3,7 @@
 #include "harness.h"
 
 #include "bus_address.h"
-#include "utils.h"
+#include "text.h"
 
 #include <dbus/dbus.h>
 

@@ -4,7 +4,7 @@
 
 #include "json_writer.h"
 #include "session_info.h"
-#include "utils.h"
+#include "text.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const auto text = Fuzz::textOf(data, size);

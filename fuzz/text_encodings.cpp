@@ -2,7 +2,8 @@
 // service for, gets through, or that a text is not what it was.
 #include "harness.h"
 
-#include "utils.h"
+#include "encoding.h"
+#include "text.h"
 
 #include <dbus/dbus.h>
 

@@ -1,7 +1,7 @@
 // The command line of vard_notify.
 #include "arguments.h"
 
-#include "utils.h"
+#include "text.h"
 
 #include <charconv>
 #include <map>

@@ -4,8 +4,8 @@
 
 #include "interface_table.h"
 #include "logger.h"
+#include "text.h"
 #include "user_database.h"
-#include "utils.h"
 
 #include <dbus/dbus.h>
 

@@ -5,7 +5,7 @@
 #include "dispatcher.h"
 #include "parsec.h"
 #include "stop_request.h"
-#include "utils.h"
+#include "version.h"
 
 #include <dbus/dbus.h>
 #include <malloc.h>

@@ -2,7 +2,7 @@
 #include "desktop_file.h"
 
 #include "small_file.h"
-#include "utils.h"
+#include "text.h"
 
 #include <array>
 #include <sstream>

@@ -4,10 +4,12 @@
 #include "exceptions.h"
 #include "logger.h"
 #include "process.h"
+#include "random_bytes.h"
+#include "secret.h"
 #include "sockets.h"
 #include "stop_request.h"
+#include "text.h"
 #include "user_database.h"
-#include "utils.h"
 #include "x_server.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 // JSON objects written by hand: the order of their members and their quoting are part of the interface.
 #pragma once
 
-#include "utils.h"
+#include "text.h"
 
 #include <sstream>
 #include <string>

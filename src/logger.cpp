@@ -1,7 +1,8 @@
 // Journal prints with one process-wide level.
 #include "logger.h"
 
-#include "caller_text.h"
+#include "secret.h"
+#include "text.h"
 
 #include <sys/wait.h>
 #include <systemd/sd-journal.h>
@@ -43,7 +44,7 @@ void print(int priority, const char* line, const char* func, const char* format,
     if (whole >= 0) {
         // The location fields name the logger itself; the caller stands in the message.
         sd_journal_print_with_location(priority, "CODE_FILE=src/logger", line, func, "%s", text.data());
-        ::explicit_bzero(text.data(), std::min(static_cast<size_t>(whole) + 1, text.size()));
+        Utils::wipe(text.data(), std::min(static_cast<size_t>(whole) + 1, text.size()));
     }
     errno = saved;
 }

@@ -43,7 +43,7 @@ bool wantsAnswer(const pam_message& message) {
 void dropAnswers(const pam_message** messages, pam_response* responses, int count) {
     for (int i = 0; i < count; ++i) {
         if (wantsAnswer(*messages[i])) {
-            ::explicit_bzero(responses[i].resp, std::strlen(responses[i].resp));
+            Utils::wipe(responses[i].resp, std::strlen(responses[i].resp));
             std::free(std::exchange(responses[i].resp, nullptr));
         }
     }

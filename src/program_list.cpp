@@ -4,7 +4,7 @@
 #include "desktop_file.h"
 #include "json_config.h"
 #include "logger.h"
-#include "utils.h"
+#include "text.h"
 
 #include <algorithm>
 #include <iterator>

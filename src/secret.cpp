@@ -1,9 +1,8 @@
-// Text that must not stay in memory.
+// What must not stay in memory, and its wiping.
 #include "secret.h"
 
-#include "utils.h"
-
 #include <pthread.h>
+#include <string.h>
 
 #include <mutex>
 #include <set>
@@ -52,6 +51,30 @@ private:
 };
 
 } // namespace
+
+namespace Utils {
+
+void wipe(void* memory, size_t size) noexcept { ::explicit_bzero(memory, size); }
+
+void wipe(std::string& text) noexcept {
+    wipe(text.data(), text.capacity());
+    text.clear();
+}
+
+void wipe(std::list<std::string>& texts) noexcept {
+    for (auto& text : texts) {
+        wipe(text);
+    }
+}
+
+void wipe(std::vector<uint8_t>& bytes) noexcept {
+    if (!bytes.empty()) { // an empty one has no place
+        wipe(bytes.data(), bytes.size());
+    }
+    bytes.clear();
+}
+
+} // namespace Utils
 
 int Secret::prepareForks() {
     Registry::instance();

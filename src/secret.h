@@ -1,9 +1,45 @@
-// Text that must not stay in memory.
+// What must not stay in memory, and its wiping.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <list>
 #include <string>
+#include <vector>
 
 namespace Vard {
+
+namespace Utils {
+
+/// Overwrites memory, in a way the compiler keeps.
+void wipe(void* memory, size_t size) noexcept;
+/// Overwrites the text's memory and empties it.
+void wipe(std::string& text) noexcept;
+/// The same for bytes, and for every text of a list.
+void wipe(std::vector<uint8_t>& bytes) noexcept;
+void wipe(std::list<std::string>& texts) noexcept;
+
+/// Wipes a value that somebody else owns, however the scope is left.
+template <typename Value>
+class WipeGuard {
+public:
+    explicit WipeGuard(Value& value) : value_(value) {}
+    WipeGuard(const WipeGuard&) = delete;
+    WipeGuard& operator=(const WipeGuard&) = delete;
+    ~WipeGuard() { wipe(value_); }
+
+private:
+    Value& value_;
+};
+
+/// Wipes a text that the bus library, or whoever else calls, made for one call and hands over as a constant; its
+/// variable is none.
+class PasswordGuard : WipeGuard<std::string> {
+public:
+    explicit PasswordGuard(const std::string& password) : WipeGuard(const_cast<std::string&>(password)) {} // NOLINT
+};
+
+} // namespace Utils
 
 /// Owns a secret text and overwrites it when it goes. All live secrets of the process are known, so that a forked child
 /// that lives on can wipe those that are not its own. Any thread may make or destroy one; its text is guarded by its

@@ -1,12 +1,12 @@
 // The session requests of the front ends: they gather the parameters, start the session and complete it for the
 // connection.
-#include "caller_text.h"
 #include "credentials.h"
 #include "dbus_service.h"
 #include "secret.h"
 #include "session_desktop.h"
 #include "session_hash.h"
 #include "session_request.h"
+#include "text.h"
 
 namespace Vard {
 

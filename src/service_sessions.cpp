@@ -7,7 +7,7 @@
 #include "session_end.h"
 #include "session_limits.h"
 #include "session_views.h"
-#include "utils.h"
+#include "text.h"
 
 namespace Vard {
 

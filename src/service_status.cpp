@@ -5,7 +5,7 @@
 #include "secret.h"
 #include "session_views.h"
 #include "stop_request.h"
-#include "utils.h"
+#include "version.h"
 
 namespace Vard {
 

@@ -6,8 +6,8 @@
 #include "screen_mode.h"
 #include "session_command.h"
 #include "small_file.h"
+#include "text.h"
 #include "user_scope.h"
-#include "utils.h"
 #include "window_fitting.h"
 
 #include <algorithm>

@@ -1,10 +1,9 @@
 // Notices to users.
 #include "session_notices.h"
 
-#include "caller_text.h"
 #include "logger.h"
 #include "session_command.h"
-#include "utils.h"
+#include "text.h"
 
 #include <chrono>
 #include <exception>

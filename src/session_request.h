@@ -3,8 +3,8 @@
 
 #include "display.h"
 #include "json_config.h"
+#include "secret.h"
 #include "session.h"
-#include "utils.h"
 
 #include <optional>
 #include <string>

@@ -1,8 +1,8 @@
 // A session's transport: which process may be one, and its taking over.
 #include "session_transport.h"
 
-#include "caller_text.h"
 #include "logger.h"
+#include "text.h"
 #include "user_database.h"
 
 #include <unistd.h>

@@ -9,12 +9,11 @@
 #include "own_children.h"
 #include "parsec.h"
 #include "process_child.h"
+#include "secret.h"
 #include "small_file.h"
-#include "utils.h"
 
 #include <fcntl.h>
 #include <poll.h>
-#include <string.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -102,7 +101,7 @@ std::optional<std::string> readAnswer(const Worker& worker, const Deadline& end)
             return std::exchange(answer, {});
         }
         answer.append(block.data(), count > 0 ? static_cast<size_t>(count) : 0);
-        ::explicit_bzero(block.data(), block.size());
+        Utils::wipe(block.data(), block.size());
     }
     return std::nullopt;
 }

@@ -5,7 +5,7 @@
 #include "logger.h"
 #include "small_file.h"
 #include "sockets.h"
-#include "utils.h"
+#include "text.h"
 
 #include <sys/mount.h>
 #include <sys/stat.h>

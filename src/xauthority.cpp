@@ -11,7 +11,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <string_view>
 
 namespace Vard {
@@ -52,6 +54,11 @@ void handOver(int fd, const std::string& user, const std::string& group) {
 }
 
 } // namespace
+
+std::string Utils::getHostname() {
+    std::array<char, HOST_NAME_MAX + 1> name{};
+    return ::gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
+}
 
 std::vector<uint8_t> xauthorityRecord(const std::string& host, unsigned display, const std::vector<uint8_t>& cookie) {
     std::vector<uint8_t> record{0x01, 0x00}; // the family of local displays

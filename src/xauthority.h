@@ -9,6 +9,13 @@
 
 namespace Vard {
 
+namespace Utils {
+
+/// The machine's host name, under which clients look for a cookie; empty when it cannot be read.
+std::string getHostname();
+
+} // namespace Utils
+
 /// The one binary record of an X authority file: family "local", host name, display number, MIT-MAGIC-COOKIE-1, cookie.
 std::vector<uint8_t> xauthorityRecord(const std::string& host, unsigned display, const std::vector<uint8_t>& cookie);
 

@@ -2,7 +2,7 @@
 #include "xcb_channel.h"
 
 #include "logger.h"
-#include "utils.h"
+#include "secret.h"
 #include "xcb_setup.h"
 
 #include <poll.h>
@@ -156,7 +156,7 @@ void Channel::send() {
     const auto sent = ::send(server_.get(), out_.data(), out_.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     if (sent > 0) {
         out_.erase(0, static_cast<size_t>(sent));
-        ::explicit_bzero(out_.data() + out_.size(), static_cast<size_t>(sent)); // the greeting has the cookie
+        Utils::wipe(out_.data() + out_.size(), static_cast<size_t>(sent)); // the greeting has the cookie
     } else if (!wouldBlock()) {
         lost_ = true;
     }

@@ -2,8 +2,8 @@
 #include "xcb_connector.h"
 
 #include "logger.h"
+#include "secret.h"
 #include "sockets.h"
-#include "utils.h"
 
 #include <poll.h>
 #include <xcb/xcbext.h>

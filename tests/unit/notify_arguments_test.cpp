@@ -1,7 +1,7 @@
 // The command line of the program that shows a notice.
 #include "notify/arguments.h"
 
-#include "utils.h"
+#include "text.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,11 @@
 // Profile partitions, on a disk of this test's own.
 #include "profile_volume.h"
 
+#include "encoding.h"
 #include "file_descriptor.h"
+#include "random_bytes.h"
 #include "scratch.h"
 #include "user_database.h"
-#include "utils.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
