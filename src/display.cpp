@@ -2,11 +2,11 @@
 #include "display.h"
 
 #include "exceptions.h"
+#include "local_socket.h"
 #include "logger.h"
 #include "process.h"
 #include "random_bytes.h"
 #include "secret.h"
-#include "sockets.h"
 #include "stop_request.h"
 #include "text.h"
 #include "user_database.h"

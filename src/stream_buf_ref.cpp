@@ -1,4 +1,5 @@
-// A bounds-checked reader over bytes that somebody else owns.
+// A bounds-checked reader over bytes that somebody else owns. Programs built on these rooms are to find it here;
+// nothing of the service calls it.
 #include "stream_buf_ref.h"
 
 #include "logger.h"

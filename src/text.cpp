@@ -111,8 +111,7 @@ char32_t nextCode(std::string_view text, size_t& pos) {
     const Lead lead = leadOf(static_cast<unsigned char>(text[pos]));
     char32_t code = lead.bits;
     size_t used = 1;
-    while (used < lead.length && pos + used < text.size() &&
-           (static_cast<unsigned char>(text[pos + used]) & 0xC0) == 0x80) {
+    while (used < lead.length && pos + used < text.size() && continues(text[pos + used])) {
         code = (code << 6) | (static_cast<unsigned char>(text[pos + used]) & 0x3FU);
         ++used;
     }

@@ -2,9 +2,9 @@
 #include "x_server.h"
 
 #include "deadline.h"
+#include "local_socket.h"
 #include "logger.h"
 #include "small_file.h"
-#include "sockets.h"
 #include "text.h"
 
 #include <sys/mount.h>

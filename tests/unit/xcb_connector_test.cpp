@@ -1,8 +1,8 @@
 // The X client against a real server, a stopped one, and servers that lie.
 #include "xcb_connector.h"
 
+#include "local_socket.h"
 #include "scratch.h"
-#include "sockets.h"
 #include "window_fitting.h"
 #include "xauthority.h"
 

@@ -1,5 +1,5 @@
-// Sockets and probes, on real sockets.
-#include "sockets.h"
+// Local sockets and probes of them.
+#include "local_socket.h"
 
 #include "scratch.h"
 
@@ -7,14 +7,12 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
-#include <cerrno>
-
 namespace {
 
 using namespace Vard;
 using Socket::Probe;
 
-class Sockets : public testing::Test {
+class LocalSockets : public testing::Test {
 protected:
     static FileDescriptor listenAt(const std::string& path) {
         sockaddr_un address{};
@@ -30,34 +28,13 @@ protected:
     const std::string path_ = dir_.path() / "socket";
 };
 
-TEST_F(Sockets, TcpConnectsAndTellsThePeer) {
-    const FileDescriptor listener(Socket::tcpListen("127.0.0.1", 3999, 5));
-    const FileDescriptor client(Socket::tcpConnect("127.0.0.1", 3999));
-    std::string peer;
-    const FileDescriptor accepted(Socket::tcpAccept(listener.get(), &peer));
-    EXPECT_EQ(peer, "127.0.0.1");
-    EXPECT_FALSE(Utils::hasInput(client.get(), 0));
-    ASSERT_EQ(::write(accepted.get(), "abc", 3), 3);
-    EXPECT_TRUE(Utils::hasInput(client.get(), 30000));
-    EXPECT_EQ(Utils::hasData(client.get()), 3);
-}
-
-TEST_F(Sockets, HangUpIsNeitherInputNorSilence) {
-    int ends[2];
-    ASSERT_EQ(::pipe(ends), 0);
-    const FileDescriptor reader(ends[0]);
-    ::close(ends[1]);
-    errno = EINTR; // left over from something else: it must not make the test for input run for ever
-    EXPECT_THROW(Utils::hasInput(reader.get(), 1000), std::runtime_error);
-}
-
-TEST_F(Sockets, LongLocalPathIsCut) {
+TEST_F(LocalSockets, LongPathIsCut) {
     const std::string path = path_ + std::string(107 - path_.size(), 's');
     const FileDescriptor listener = listenAt(path);
     EXPECT_TRUE(FileDescriptor(Socket::unixConnect(path + "and-more")));
 }
 
-TEST_F(Sockets, ProbeTellsTheLivingFromTheDeadAndWaitsForNeither) {
+TEST_F(LocalSockets, ProbeTellsTheLivingFromTheDeadAndWaitsForNeither) {
     EXPECT_EQ(Socket::probeUnix(path_), Probe::Absent);
     FileDescriptor listener = listenAt(path_);
     for (int i = 0; i < 10; ++i) { // nobody accepts: the queue fills
@@ -68,7 +45,7 @@ TEST_F(Sockets, ProbeTellsTheLivingFromTheDeadAndWaitsForNeither) {
     EXPECT_EQ(Socket::probeUnix(dir_.path()), Probe::NoSocket);
 }
 
-TEST_F(Sockets, LinksAndStrangersSocketsAreLeftAlone) {
+TEST_F(LocalSockets, LinksAndStrangersSocketsAreLeftAlone) {
     const FileDescriptor listener = listenAt(path_);
     const std::string link = dir_.path() / "link";
     std::filesystem::create_symlink(path_, link);
