@@ -16,8 +16,6 @@
 #include <iterator>
 #include <mutex>
 #include <new>
-#include <optional>
-#include <set>
 #include <string>
 #include <thread>
 
@@ -49,8 +47,7 @@ Children children;
 // The kernel gives what it reparents to the first thread. What another thread started comes there only with that
 // thread's end: released ones may not have come yet.
 std::vector<pid_t> strangers() {
-    std::ifstream list("/proc/self/task/" + std::to_string(::getpid()) + "/children");
-    std::vector<pid_t> result{std::istream_iterator<pid_t>(list), {}};
+    auto result = OwnChildren::listed();
     std::erase_if(result, [](pid_t pid) { return children.own.contains(pid); });
     for (const auto& [pid, until] : children.released) {
         if (std::ranges::find(result, pid) == result.end()) {
@@ -59,8 +56,6 @@ std::vector<pid_t> strangers() {
     }
     return result;
 }
-
-bool isRoots(pid_t pid) { return Utils::processOwner(pid) == 0; }
 
 bool isChild(pid_t pid) {
     siginfo_t info{};
@@ -74,7 +69,8 @@ void settle(const std::vector<pid_t>& found) {
         return;
     }
     for (const pid_t pid : found) {
-        const bool left = children.doubtful.contains(pid) && !children.settled.contains(pid) && isRoots(pid);
+        const bool left =
+            children.doubtful.contains(pid) && !children.settled.contains(pid) && Utils::processOwner(pid) == 0;
         (left || children.spared.contains(pid) ? children.spared : children.settled).insert(pid);
     }
     children.doubtful.clear();
@@ -87,8 +83,6 @@ void forgetReaped() {
     std::erase_if(children.spared, gone);
     std::erase_if(children.released, [&](const auto& child) { return gone(child.first); });
 }
-
-bool reapAdopted(pid_t pid) { return ::waitpid(pid, nullptr, WNOHANG) == pid; }
 
 // While foreign code runs, it may be waiting for its own.
 bool mayReap(pid_t pid) {
@@ -115,6 +109,11 @@ pid_t OwnChildren::fork() {
         children.own.insert(pid);
     }
     return pid;
+}
+
+std::vector<pid_t> OwnChildren::listed() {
+    std::ifstream list("/proc/self/task/" + std::to_string(::getpid()) + "/children");
+    return {std::istream_iterator<pid_t>(list), {}};
 }
 
 // Never a wait without end: the tracer of a child that has ended, who may be its own user, has its status first. The
@@ -188,7 +187,7 @@ std::vector<pid_t> AdoptedChildren::take(Clock::duration mostLeft, Look& look) {
     const std::scoped_lock guard(lock);
     auto found = strangers();
     settle(found);
-    std::erase_if(found, [](pid_t pid) { return mayReap(pid) && reapAdopted(pid); });
+    std::erase_if(found, [](pid_t pid) { return mayReap(pid) && ::waitpid(pid, nullptr, WNOHANG) == pid; });
     forgetReaped();
     std::erase_if(found, [](pid_t pid) { return children.spared.contains(pid); });
     const auto now = Clock::now();
@@ -225,9 +224,8 @@ AdoptedChildren::Look AdoptedChildren::endSeen(const char* func, Clock::duration
         look.killed += kill && !again ? 1 : 0;
         look.left += again && now - entry->second.first > patience + killTime ? 0 : 1;
     }
-    const auto gone = [&](pid_t pid) { return std::ranges::find(found, pid) == found.end(); };
     for (auto& [user, told] : told_) {
-        std::erase_if(told.killed, gone);
+        std::erase_if(told.killed, [&](pid_t pid) { return std::ranges::find(found, pid) == found.end(); });
     }
     return look;
 }

@@ -16,6 +16,8 @@ namespace OwnChildren {
 
 /// fork() that remembers the child; in the child it only forks. Errno is fork's.
 pid_t fork();
+/// The children of the first thread, its own and those that it adopted, as the kernel lists them.
+std::vector<pid_t> listed();
 /// Reaps a child that has ended and returns its raw wait status. None when that cannot be done for a second, since
 /// somebody traces it and does not let it go: it is released then. Blocks for that second at most.
 std::optional<int> reap(pid_t pid);

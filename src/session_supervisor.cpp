@@ -6,6 +6,7 @@
 #include "child_descriptors.h"
 #include "deadline.h"
 #include "logger.h"
+#include "own_children.h"
 #include "pam_service.h"
 #include "process.h"
 #include "session_environment.h"
@@ -94,15 +95,6 @@ void endWithService(pid_t service) {
     }
 }
 
-std::vector<pid_t> children() {
-    std::vector<pid_t> result;
-    std::ifstream list("/proc/self/task/" + std::to_string(::getpid()) + "/children");
-    for (pid_t pid = 0; list >> pid;) {
-        result.push_back(pid);
-    }
-    return result;
-}
-
 /// Waits for the program and reaps whatever else comes here.
 class Watch {
 public:
@@ -154,7 +146,7 @@ private:
     }
 
     static void tell(int number) {
-        for (const pid_t pid : children()) {
+        for (const pid_t pid : OwnChildren::listed()) {
             ::kill(pid, number);
         }
     }
