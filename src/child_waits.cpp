@@ -3,7 +3,6 @@
 
 #include "exceptions.h"
 #include "logger.h"
-#include "own_children.h"
 
 #include <sys/wait.h>
 

@@ -3,6 +3,7 @@
 
 #include "background_tasks.h"
 #include "deadline.h"
+#include "own_children.h"
 #include "process_handle.h"
 
 #include <chrono>
@@ -17,8 +18,6 @@ namespace Vard {
 
 /// A child told to end that is still there after this long is killed.
 inline constexpr std::chrono::seconds endGrace{10};
-/// A killed child that is still there after this long counts as ended: not even that signal reaches it.
-inline constexpr std::chrono::seconds killedGrace{1};
 
 /// Waits for a child and returns its raw wait status, which is also logged at debug level. Blocks. -1, after an error
 /// line, when there is no such child.

@@ -43,7 +43,7 @@ void storeLine(DesktopFile& entry, const std::string& line) {
 
 // Empty for what is too large, too: a sparse file is one long line.
 std::string readText(const std::filesystem::path& path) {
-    auto text = Utils::readFile(path, largestFile + 1, Utils::FinalLink::followed);
+    auto text = Utils::readFile(path, largestFile + 1, LastLink::followed);
     return text.size() > largestFile ? std::string{} : text;
 }
 

@@ -26,7 +26,6 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto mostRounds = 100ms; // of killing in one look
-constexpr auto killTime = 1s; // in which a killed child ends, unless the kernel holds it
 
 using Clock = std::chrono::steady_clock;
 
@@ -119,7 +118,7 @@ std::vector<pid_t> OwnChildren::listed() {
 // Never a wait without end: the tracer of a child that has ended, who may be its own user, has its status first. The
 // number is free for others from the reaping on.
 std::optional<int> OwnChildren::reap(pid_t pid) {
-    const auto giveUp = Deadline::in(killTime);
+    const auto giveUp = Deadline::in(killedGrace);
     for (;;) {
         {
             const std::scoped_lock guard(lock);
@@ -210,7 +209,7 @@ AdoptedChildren::Look AdoptedChildren::endSeen(const char* func, Clock::duration
     Look look;
     const auto found = take(mostLeft, look);
     const auto now = Clock::now();
-    std::erase_if(told_, [&](const auto& told) { return now - told.second.last > patience + killTime; });
+    std::erase_if(told_, [&](const auto& told) { return now - told.second.last > patience + killedGrace; });
     for (const pid_t pid : found) {
         const uid_t user = Utils::processOwner(pid);
         const auto [entry, isNew] = told_.try_emplace(user, Told{now, now, {}});
@@ -222,7 +221,7 @@ AdoptedChildren::Look AdoptedChildren::endSeen(const char* func, Clock::duration
         ::kill(pid, kill ? SIGKILL : SIGTERM);
         const bool again = kill && !entry->second.killed.insert(pid).second;
         look.killed += kill && !again ? 1 : 0;
-        look.left += again && now - entry->second.first > patience + killTime ? 0 : 1;
+        look.left += again && now - entry->second.first > patience + killedGrace ? 0 : 1;
     }
     for (auto& [user, told] : told_) {
         std::erase_if(told.killed, [&](pid_t pid) { return std::ranges::find(found, pid) == found.end(); });
@@ -231,7 +230,7 @@ AdoptedChildren::Look AdoptedChildren::endSeen(const char* func, Clock::duration
 }
 
 void AdoptedChildren::endAll(const char* func) {
-    const auto giveUp = Deadline::in(lastPatience + patience + killTime);
+    const auto giveUp = Deadline::in(lastPatience + patience + killedGrace);
     while (end(func, lastPatience) > 0 && !giveUp.passed()) {
         std::this_thread::sleep_for(20ms);
     }

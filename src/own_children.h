@@ -11,6 +11,9 @@
 
 namespace Vard {
 
+/// A killed child that is still there after this long counts as ended: not even that signal reaches it.
+inline constexpr std::chrono::seconds killedGrace{1};
+
 /// The children that this process started itself and has not reaped yet. Any thread.
 namespace OwnChildren {
 

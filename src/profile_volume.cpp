@@ -5,7 +5,6 @@
 #include "deadline.h"
 #include "file_descriptor.h"
 #include "logger.h"
-#include "own_children.h"
 #include "trusted_path.h"
 #include "user_database.h"
 
@@ -17,7 +16,6 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 #include <mutex>
 #include <thread>
 

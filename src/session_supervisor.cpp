@@ -19,9 +19,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
-#include <fstream>
-#include <vector>
 
 namespace Vard {
 

@@ -18,8 +18,8 @@ constexpr size_t smallFile = 64 << 10;
 
 } // namespace
 
-std::string readFile(const std::filesystem::path& path, size_t most, FinalLink link) {
-    const int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY | (link == FinalLink::followed ? 0 : O_NOFOLLOW);
+std::string readFile(const std::filesystem::path& path, size_t most, LastLink last) {
+    const int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY | (last == LastLink::followed ? 0 : O_NOFOLLOW);
     const FileDescriptor file(::open(path.c_str(), flags));
     struct stat info {};
     if (!file || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
@@ -40,7 +40,7 @@ std::string readFile(const std::filesystem::path& path, size_t most, FinalLink l
 }
 
 std::string readSmallFile(const std::filesystem::path& path, bool followLink) {
-    return readFile(path, smallFile, followLink ? FinalLink::followed : FinalLink::refused);
+    return readFile(path, smallFile, followLink ? LastLink::followed : LastLink::refused);
 }
 
 bool writeAll(int fd, std::string_view text) noexcept {

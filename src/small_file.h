@@ -1,6 +1,8 @@
 // Reading files that are somebody else's, and writing whole ones.
 #pragma once
 
+#include "trusted_path.h"
+
 #include <cstddef>
 #include <filesystem>
 #include <string>
@@ -8,12 +10,9 @@
 
 namespace Vard::Utils {
 
-/// Whether a path's last name may be a link.
-enum class FinalLink { refused, followed };
-
 /// The first `most` bytes of a file; opened without blocking, regular files only. Empty when it cannot be read. Call it
 /// under the identity of the file's owner.
-std::string readFile(const std::filesystem::path& path, size_t most, FinalLink link);
+std::string readFile(const std::filesystem::path& path, size_t most, LastLink last);
 /// The first 64 KiB of a file, in the same way; a final link is refused unless told.
 std::string readSmallFile(const std::filesystem::path& path, bool followLink = false);
 

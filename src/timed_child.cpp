@@ -14,11 +14,6 @@ namespace Vard {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-namespace {
-constexpr auto stopLook = 20ms; // between two looks whether somebody has stopped the child
-constexpr auto killedLimit = 1s; // in which a killed child ends, unless the kernel holds it
-} // namespace
-
 TimedChild::TimedChild(pid_t pid) : pid_(pid), process_(ProcessHandle::of(pid)) {
     if (!process_) {
         Utils::syslogErrno("TimedChild", "pidfd_open", errno);
@@ -58,7 +53,7 @@ std::optional<int> TimedChild::wait(std::chrono::milliseconds limit, const char*
 }
 
 std::optional<int> TimedChild::reap(const char* func) {
-    const bool ended = process_.endedBy(Deadline::in(killedLimit));
+    const bool ended = process_.endedBy(Deadline::in(killedGrace));
     if (!ended) {
         Syslog::warning("%s: killed child does not end, pid: %d", func, pid_);
         OwnChildren::release(pid_, 0s);

@@ -12,6 +12,9 @@ namespace Vard {
 /// killed with its group. One thread at a time.
 class TimedChild {
 public:
+    /// Between two looks whether somebody has stopped the child.
+    static constexpr std::chrono::milliseconds stopLook{20};
+
     /// Takes over a child that was just started. Kills it, and throws vard_error after an error line, when no
     /// descriptor can be had to hold it by.
     explicit TimedChild(pid_t pid);

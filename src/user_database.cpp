@@ -5,10 +5,8 @@
 #include "fork_guard.h"
 #include "logger.h"
 
-#include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>

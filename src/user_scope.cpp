@@ -32,7 +32,6 @@ namespace {
 
 constexpr size_t largestAnswer = 64 << 10;
 constexpr auto closingLimit = 500ms; // from a child's answer to its end
-constexpr auto stopLook = 20ms; // between two looks whether the user has stopped the child
 
 [[noreturn]] void answerAsUser(const Identity& identity, const std::function<std::string()>& function,
                                int fd) noexcept {
@@ -92,7 +91,7 @@ std::optional<std::string> readAnswer(const Worker& worker, const Deadline& end)
     const Utils::WipeGuard guard(answer);
     while (!end.passed() && !worker.child.process().stopped()) {
         pollfd entry{worker.answer.get(), POLLIN, 0};
-        if (::poll(&entry, 1, std::min(Deadline::in(stopLook), end).pollTime()) <= 0) {
+        if (::poll(&entry, 1, std::min(Deadline::in(TimedChild::stopLook), end).pollTime()) <= 0) {
             continue;
         }
         std::array<char, 4096> block{};

@@ -8,10 +8,7 @@
 #include <poll.h>
 #include <xcb/xcbext.h>
 
-#include <algorithm>
 #include <array>
-#include <cstring>
-#include <string>
 #include <system_error>
 
 namespace Vard::Xcb {

@@ -16,7 +16,7 @@ TEST(SmallFile, IsReadFromRegularFilesOnlyAndNoFurtherThanAsked) {
     Scratch::run("mkfifo " + (dir.path() / "fifo").string());
     EXPECT_EQ(Utils::readSmallFile(dir.path() / "fifo"), "");
     EXPECT_EQ(Utils::readSmallFile(dir.write("big", std::string(1 << 20, 'x'))).size(), size_t{64} << 10);
-    EXPECT_EQ(Utils::readFile(dir.path() / "link", 7, Utils::FinalLink::followed), "first\ns");
+    EXPECT_EQ(Utils::readFile(dir.path() / "link", 7, LastLink::followed), "first\ns");
 }
 
 } // namespace
