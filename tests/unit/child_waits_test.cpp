@@ -5,8 +5,6 @@
 
 #include <pthread.h>
 
-#include <csignal>
-
 namespace {
 
 using namespace Vard;
@@ -29,20 +27,6 @@ TEST(ChildWaits, WhatFollowsAnEndIsDoneAndLetGoBeforeTheEndIsKnown) {
     allowed.set_value();
     ASSERT_TRUE(child.ready(std::chrono::steady_clock::now() + 30s));
     EXPECT_TRUE(watched.expired()) << "held until somebody takes the status";
-}
-
-TEST(ChildWaits, WhoDoesNotEndIsKilled) {
-    BackgroundTasks tasks;
-    ChildWait child(tasks, startSleep());
-    EXPECT_FALSE(child.ready({}));
-    child.kill("test");
-    EXPECT_EQ(child.get(), SIGKILL);
-}
-
-TEST(ChildWaits, AWaitThatFailsIsLogged) {
-    const Scratch::Journal journal;
-    EXPECT_EQ(waitProcessPid(::getpid()), -1);
-    EXPECT_EQ(journal.lines(), "waitProcessPid: waitpid failed, error: No child processes, code: 10\n");
 }
 
 TEST(ChildWaits, ChildrenAreWaitedForWithoutThreads) {

@@ -14,7 +14,9 @@ TEST(SmallFile, IsReadFromRegularFilesOnlyAndNoFurtherThanAsked) {
     std::filesystem::create_symlink(file, dir.path() / "link");
     EXPECT_EQ(Utils::readSmallFile(dir.path() / "link"), "");
     Scratch::run("mkfifo " + (dir.path() / "fifo").string());
-    EXPECT_EQ(Utils::readSmallFile(dir.path() / "fifo"), "");
+    for (const auto& path : {dir.path() / "fifo", dir.path(), std::filesystem::path("/dev/zero")}) {
+        EXPECT_EQ(Utils::readSmallFile(path), "") << path;
+    }
     EXPECT_EQ(Utils::readSmallFile(dir.write("big", std::string(1 << 20, 'x'))).size(), size_t{64} << 10);
     EXPECT_EQ(Utils::readFile(dir.path() / "link", 7, LastLink::followed), "first\ns");
 }

@@ -11,7 +11,7 @@ namespace {
 
 using namespace Vard;
 
-TEST(TcpSockets, ConnectsAndTellsThePeer) {
+TEST(TcpSockets, ConnectAndTellThePeer) {
     const FileDescriptor listener(Socket::tcpListen("127.0.0.1", 3999, 5));
     const FileDescriptor client(Socket::tcpConnect("127.0.0.1", 3999));
     std::string peer;
@@ -23,7 +23,7 @@ TEST(TcpSockets, ConnectsAndTellsThePeer) {
     EXPECT_EQ(Utils::hasData(client.get()), 3);
 }
 
-TEST(TcpSockets, HangUpIsNeitherInputNorSilence) {
+TEST(Descriptors, HangUpIsNeitherInputNorSilence) {
     int ends[2];
     ASSERT_EQ(::pipe(ends), 0);
     const FileDescriptor reader(ends[0]);
