@@ -91,8 +91,8 @@ bool Display::start(const DisplayFormat& format, const fs::path& authfile) {
 
 bool Display::disturbed() const { return isDisturbed(right_.display(), socket_, uid_); }
 
-bool Display::worthWaiting(Clock::time_point end) const {
-    return server_.exists() && !server_.stopped() && !stopRequested && Clock::now() < end;
+bool Display::worthWaiting(const Deadline& end) const {
+    return server_.exists() && !server_.stopped() && !stopRequested && !end.passed();
 }
 
 // A user who stops his own server has the others wait no longer than one who lets his tools hang. Who disturbs
@@ -100,7 +100,7 @@ bool Display::worthWaiting(Clock::time_point end) const {
 bool Display::wait() {
     auto& patience = services_.users.starts;
     const auto begin = Clock::now();
-    const auto end = begin + patience.left(uid_);
+    const Deadline end = begin + patience.left(uid_);
     const bool ready = Utils::waitSocketSec(socket_, socketWait, [&] { return worthWaiting(end) && !disturbed(); });
     if (ready || (server_.exists() && !disturbed())) {
         patience.took(uid_, "awaitSocket", Clock::now() - begin, !ready);

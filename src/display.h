@@ -3,6 +3,7 @@
 
 #include "background_tasks.h"
 #include "child_waits.h"
+#include "deadline.h"
 #include "display_pool.h"
 #include "json_config.h"
 #include "process_handle.h"
@@ -82,7 +83,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     [[nodiscard]] bool disturbed() const;
-    [[nodiscard]] bool worthWaiting(Clock::time_point end) const;
+    [[nodiscard]] bool worthWaiting(const Deadline& end) const;
     void giveUpSocket();
     bool publish();
     [[nodiscard]] std::optional<gid_t> transportGroup() const;

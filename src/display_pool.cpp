@@ -1,6 +1,7 @@
 // Which of the displays can be had for a new session, and the right to one.
 #include "display_pool.h"
 
+#include "deadline.h"
 #include "logger.h"
 #include "own_children.h"
 #include "timed_child.h"
@@ -97,9 +98,9 @@ DisplayPool::Attempt DisplayPool::attempt(uint32_t display, const SocketOf& sock
 // The record of a session that has just ended is gone in a moment, and so is its server. Those that stay must not hold
 // the logins of others for longer.
 DisplayRight DisplayPool::waitForOne(std::vector<uint32_t> ending, const SocketOf& socketOf) {
-    const auto end = Clock::now() + endingWait;
+    const auto end = Deadline::in(endingWait);
     DisplayRight found;
-    while (!found && !ending.empty() && Clock::now() < end) {
+    while (!found && !ending.empty() && !end.passed()) {
         std::this_thread::sleep_for(5ms);
         std::erase_if(ending, [&](uint32_t display) {
             auto [right, stillEnding] = found ? Attempt{{}, true} : attempt(display, socketOf, false);

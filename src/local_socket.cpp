@@ -116,7 +116,10 @@ FileDescriptor Socket::connectOwned(const std::string& path, uid_t owner) {
 }
 
 bool Utils::waitSocketSec(const std::filesystem::path& path, unsigned seconds, const std::function<bool()>& goOn) {
+    constexpr std::chrono::milliseconds usual{100};
+    constexpr std::chrono::milliseconds close{5};
     const auto end = Deadline::in(std::chrono::seconds(seconds));
+    const auto closely = Deadline::in(usual); // most are there much sooner than the usual look
     for (;;) {
         std::error_code ignored;
         if (std::filesystem::symlink_status(path, ignored).type() == std::filesystem::file_type::socket) {
@@ -125,7 +128,7 @@ bool Utils::waitSocketSec(const std::filesystem::path& path, unsigned seconds, c
         if (end.passed() || (goOn && !goOn())) {
             return false;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        std::this_thread::sleep_for(closely.passed() ? usual : close);
     }
 }
 

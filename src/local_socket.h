@@ -39,8 +39,8 @@ FileDescriptor connectOwned(const std::string& path, uid_t owner);
 
 namespace Utils {
 
-/// Waits until `path` is a socket (a link is not one), looking every 100 ms; false after `seconds`, or when
-/// `goOn` says so.
+/// Waits until `path` is a socket (a link is not one), looking every 100 ms, and more closely at first; false after
+/// `seconds`, or when `goOn` says so.
 bool waitSocketSec(const std::filesystem::path& path, unsigned seconds, const std::function<bool()>& goOn = {});
 /// Takes all permissions of group and others off the socket `path`, through a handle on the object itself: only if it
 /// is a socket owned by `owner`. The members of `group`, when there is one, may then connect again. Logs and answers

@@ -32,8 +32,8 @@ private:
     Value& value_;
 };
 
-/// Wipes a text that the bus library, or whoever else calls, made for one call and hands over as a constant; its
-/// variable is none.
+/// Wipes a text that somebody else made for one call, such as the bus library for a method's, and hands over as a
+/// constant; his variable is none.
 class PasswordGuard : WipeGuard<std::string> {
 public:
     explicit PasswordGuard(const std::string& password) : WipeGuard(const_cast<std::string&>(password)) {} // NOLINT

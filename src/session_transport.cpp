@@ -2,6 +2,7 @@
 #include "session_transport.h"
 
 #include "logger.h"
+#include "process_handle.h"
 #include "text.h"
 #include "user_database.h"
 

@@ -1,6 +1,7 @@
 // Views of the session table for callers outside: rows and JSON texts.
 #include "session_views.h"
 
+#include "deadline.h"
 #include "fork_guard.h"
 #include "json_writer.h"
 #include "logger.h"
@@ -67,12 +68,11 @@ void writeFlags(ObjectWriter& json, const SessionState& state) {
 
 // All zero when the server does not answer in time: it is the user's, who may have stopped it.
 Xcb::Rect rootGeometry(Xcb::Connector* xcb, std::chrono::milliseconds limit) {
-    const auto end = std::chrono::steady_clock::now() + limit;
+    const auto end = Deadline::in(limit);
     if (xcb == nullptr || !xcb->answers(limit)) {
         return {};
     }
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-    return xcb->getWindowGeometry(xcb->windowRoot(), left);
+    return xcb->getWindowGeometry(xcb->windowRoot(), end.left());
 }
 
 // Whose server dawdles at every question is asked no more for a while.
@@ -123,11 +123,11 @@ std::string sessionJson(SessionTable& table, const Session& session, std::chrono
 }
 
 std::string sessionsJson(SessionTable& table, const std::vector<std::shared_ptr<Session>>& sessions) {
-    const auto end = std::chrono::steady_clock::now() + viewLimit;
+    const auto end = Deadline::in(viewLimit);
     ArrayWriter array;
     for (const auto& session : sessions) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-        if (!array.append(sessionJson(table, *session, std::max(left, std::chrono::milliseconds(leastLimit))))) {
+        const auto limit = std::max<std::chrono::milliseconds>(end.left(), leastLimit);
+        if (!array.append(sessionJson(table, *session, limit))) {
             Syslog::warning("%s: too many sessions, user: %s", "vardUserInfoJson", session->username.c_str());
             break;
         }

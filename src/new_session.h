@@ -1,0 +1,64 @@
+// One new session: the steps from the account to the running program.
+#pragma once
+
+#include "audit_log.h"
+#include "display.h"
+#include "profile_volume.h"
+#include "service_config.h"
+#include "session_table.h"
+
+#include <filesystem>
+#include <list>
+#include <memory>
+#include <string>
+
+namespace Vard {
+
+/// What a session is asked for.
+struct StartRequest {
+    const std::string& user;
+    const std::string& password;
+    DisplayFormat format{};
+    std::filesystem::path program{};
+    std::list<std::string> args{};
+};
+
+/// The rooms that a start goes through.
+struct StartServices {
+    const ServiceConfig& config;
+    SessionTable& table;
+    DisplayServices display;
+    ProfileVolumes& profiles;
+    AuditLog& audit;
+    std::filesystem::path directory; ///< of the authority files
+};
+
+/// Makes one session on one display. What a failure leaves behind goes with the objects. Main thread; the request, the
+/// services and the view of the table must outlive it.
+class NewSession {
+public:
+    NewSession(const StartRequest& request, const StartServices& services, TableView& sessions)
+        : request_(request), services_(services), sessions_(sessions), settings_(services.config.settings()) {}
+
+    /// The session with its program running, not in the table yet; empty after logging the reason. Tells `audit` when
+    /// the attempt is one to report. Throws vard_error when the authority file cannot be written, pam_error when PAM
+    /// cannot be asked.
+    std::shared_ptr<Session> build(DisplayRight right, LoginAudit& audit);
+
+private:
+    bool checkAccount(Session& session, LoginAudit& audit);
+    bool checkHome(Session& session);
+    bool startDisplay(Session& session);
+    bool bringUp(Display& display, Session& session);
+    bool startProgram(Session& session);
+
+    const StartRequest& request_;
+    const StartServices& services_;
+    TableView& sessions_;
+    std::shared_ptr<const JsonConfig> settings_; // one snapshot for the whole start
+};
+
+/// Mounts the profile of the session's user when there is one; nothing for a null session, or twice.
+void sessionMountProfile(Session* session, ProfileVolumes& profiles, const JsonConfig& settings);
+
+} // namespace Vard
