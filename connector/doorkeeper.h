@@ -16,7 +16,7 @@ namespace Connector {
 /// Follows the service's signals on the event loop until stop() or the end of the bus.
 class Doorkeeper : public ServiceLink::Handler, public Door::Owner {
 public:
-    /// Connects to the bus. Throws std::system_error.
+    /// Connects to the bus. Throws BusClient::Error.
     Doorkeeper(sd_event* loop, const Options& options) : loop_(loop), options_(options), service_(loop, *this) {}
 
     /// Ends all transports; the event loop ends with the last of them.

@@ -1,19 +1,19 @@
 // The connector's side of the service's bus interface.
 #pragma once
 
-#include <systemd/sd-bus.h>
+#include "bus_client/service_watch.h"
+
 #include <systemd/sd-event.h>
 
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
 
 namespace Connector {
 
 /// The connection to the system bus, driven by the event loop; when the bus goes, the loop ends. Nothing here waits for
 /// the service, which may be busy starting a session. All on the one thread.
-class ServiceLink {
+class ServiceLink : BusClient::ServiceWatch::Handler {
 public:
     struct Handler {
         virtual ~Handler() = default;
@@ -23,9 +23,8 @@ public:
         virtual void serviceStopped() = 0;
     };
 
-    /// Connects and listens. Throws std::system_error.
+    /// Connects and listens. Throws BusClient::Error.
     ServiceLink(sd_event* loop, Handler& handler);
-    ~ServiceLink();
     ServiceLink(const ServiceLink&) = delete;
     ServiceLink& operator=(const ServiceLink&) = delete;
 
@@ -38,22 +37,17 @@ public:
     void reportSecurity(uint32_t session, bool nla, bool tls, bool rdp);
 
 private:
-    using Message = std::unique_ptr<sd_bus_message, decltype(&sd_bus_message_unref)>;
-
-    Message newCall(const char* method);
-    struct Unref {
-        void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
-    };
     template <typename... Args>
     void report(const char* method, const char* types, Args... args);
-    void findOwner();
-    void dispatch(sd_bus_message* message);
-    static int signalReceived(sd_bus_message* message, void* self, sd_bus_error* error);
-    static int ownerChanged(sd_bus_message* message, void* self, sd_bus_error* error);
+    void dispatch(const std::string& signal, const std::vector<uint32_t>& values);
+    void serviceAppeared() noexcept override {}
+    void serviceLeft() noexcept override;
+    void signalCame(BusClient::Message& signal) noexcept override;
+    void strangerSignalled(const std::string& sender) noexcept override;
 
     Handler& handler_;
-    std::unique_ptr<sd_bus, Unref> bus_;
-    std::string owner_; ///< unique name of the service's connection; empty when it does not run
+    BusClient::Connection bus_;
+    BusClient::ServiceWatch watch_{bus_, *this};
 };
 
 } // namespace Connector

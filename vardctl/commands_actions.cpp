@@ -29,23 +29,23 @@ void printStarted(int32_t session, const Options& options) {
     std::cout << (options.json ? jsonLine(answer) : std::to_string(session) + "\n");
 }
 
-int32_t requestDesktop(BusClient& bus, const Options& options, const Password& password) {
+int32_t requestDesktop(Service& service, const Options& options, const Password& password) {
     const auto size = requestedSize(options);
     const auto depth = smallNumber(options.depth, 1, "depth");
     if (options.domain.empty()) {
-        return bus
+        return service
             .act("busSessionRequest", "ssyqq", options.target.c_str(), password.text(), depth, size.width, size.height)
             .number();
     }
-    return bus
+    return service
         .act("busSessionDomainRequest", "sssyqq", options.target.c_str(), options.domain.c_str(), password.text(),
              depth, size.width, size.height)
         .number();
 }
 
 // The question is not only for the answer: the service reads the list anew with it, and knows what was added since.
-void requirePublished(BusClient& bus, const std::string& program) {
-    const auto programs = bus.query("vardProgramList").texts();
+void requirePublished(Service& service, const std::string& program) {
+    const auto programs = service.query("vardProgramList").texts();
     if (std::ranges::find(programs, program) == programs.end()) {
         throw Failure(ExitCode::failed, "not among the published programs: " + program);
     }
@@ -69,9 +69,9 @@ void login(const Options& options) {
     userName(options.target); // wrong usage shows before a password is asked for
     requestedSize(options);
     smallNumber(options.depth, 1, "depth");
-    BusClient bus;
-    bus.query("vardSessions"); // and so does a service that is not there, or for others
-    const auto session = requestDesktop(bus, options, Password(options.target));
+    Service service;
+    service.query("vardSessions"); // and so does a service that is not there, or for others
+    const auto session = requestDesktop(service, options, Password(options.target));
     if (session < 0) {
         throw refused(options.target);
     }
@@ -81,11 +81,12 @@ void login(const Options& options) {
 void runProgram(const Options& options) {
     userName(options.target);
     const auto size = requestedSize(options);
-    BusClient bus;
-    requirePublished(bus, options.program);
+    Service service;
+    requirePublished(service, options.program);
     const Password password(options.target);
-    const auto session = bus.act("busProgramRequest", "sssqqs", options.target.c_str(), options.domain.c_str(),
-                                 password.text(), size.width, size.height, options.program.c_str())
+    const auto session = service
+                             .act("busProgramRequest", "sssqqs", options.target.c_str(), options.domain.c_str(),
+                                  password.text(), size.width, size.height, options.program.c_str())
                              .number();
     if (session < 0) {
         throw refused(options.target);
@@ -96,8 +97,8 @@ void runProgram(const Options& options) {
 void notify(const Options& options) {
     const auto id = sessionId(options.target);
     const auto urgency = smallNumber(options.urgency, 0, "level");
-    BusClient bus;
-    if (!bus.act("vardSendNotify", "ussy", id, options.header.c_str(), options.message.c_str(), urgency).flag()) {
+    Service service;
+    if (!service.act("vardSendNotify", "ussy", id, options.header.c_str(), options.message.c_str(), urgency).flag()) {
         throw noSession(id);
     }
 }
@@ -110,14 +111,14 @@ void setLimits(const Options& options) {
     if (!duration && !inactivity) {
         throw Failure(ExitCode::usage, "--duration or --inactivity is needed");
     }
-    BusClient bus;
+    Service service;
     if (duration) {
-        bus.act("vardSessionDurationLimit", "uu", id, *duration);
+        service.act("vardSessionDurationLimit", "uu", id, *duration);
     }
     if (inactivity) {
-        bus.act("vardSessionInactivityLimit", "uu", id, *inactivity);
+        service.act("vardSessionInactivityLimit", "uu", id, *inactivity);
     }
-    requireSession(bus, id);
+    requireSession(service, id);
 }
 
 // The service takes the largest mode when it has none of the size, and the X server may refuse: the result is read
@@ -125,9 +126,9 @@ void setLimits(const Options& options) {
 void resize(const Options& options) {
     const auto id = sessionId(options.target);
     const auto size = screenSize(options.size);
-    BusClient bus;
-    bus.act("vardSessionGeometry", "uqq", id, size.width, size.height);
-    const auto result = sizeText(requireSession(bus, id));
+    Service service;
+    service.act("vardSessionGeometry", "uqq", id, size.width, size.height);
+    const auto result = sizeText(requireSession(service, id));
     if (result.empty()) {
         throw Failure(ExitCode::failed, "the session's X server does not answer");
     }
@@ -139,34 +140,34 @@ void resize(const Options& options) {
 
 void disconnect(const Options& options) {
     const auto id = sessionId(options.target);
-    BusClient bus;
-    if (!bus.act("vardDisconnect", "u", id).flag()) {
-        requireSession(bus, id);
+    Service service;
+    if (!service.act("vardDisconnect", "u", id).flag()) {
+        requireSession(service, id);
         throw Failure(ExitCode::failed, "nobody is connected to session " + std::to_string(id));
     }
 }
 
 void shutdownSession(const Options& options) {
     const auto target = chooseTarget(options.target, options.forceUser);
-    BusClient bus;
+    Service service;
     if (const auto* id = std::get_if<uint32_t>(&target)) {
-        if (!bus.act("vardSessionShutdown", "u", *id).flag()) {
+        if (!service.act("vardSessionShutdown", "u", *id).flag()) {
             throw noSession(*id);
         }
-    } else if (!bus.act("busSessionShutdown", "s", options.target.c_str()).flag()) {
+    } else if (!service.act("busSessionShutdown", "s", options.target.c_str()).flag()) {
         throw Failure(ExitCode::failed, "no session of user: " + options.target);
     }
 }
 
 void setLogLevel(const Options& options) {
     const auto level = logLevel(options.logLevel);
-    BusClient bus;
-    bus.act("busSetDebugLevel", "s", level.c_str());
+    Service service;
+    service.act("busSetDebugLevel", "s", level.c_str());
 }
 
 void stopService(const Options& /*options*/) {
-    BusClient bus;
-    bus.act("busServiceShutdown");
+    Service service;
+    service.act("busServiceShutdown");
 }
 
 } // namespace Vardctl

@@ -23,27 +23,37 @@ Json::Value withoutLastAddress(Json::Value session) {
     return session;
 }
 
-Json::Value listEntry(const Answer::Row& row, const Json::Value& session) {
+// A row of the service's list, in the order of its fields: id, user, start, age, user id, group id.
+Json::Value readRow(BusClient::Message& answer) {
     Json::Value entry;
-    entry["session"] = row.display;
-    entry["user"] = row.user;
-    entry["display"] = ":" + std::to_string(row.display);
-    entry["state"] = isOnline(session) ? "online" : "detached";
-    entry["address"] = session["remoteaddr"];
-    entry["age"] = row.age;
-    entry["start"] = session["start"];
-    entry["size"] = sizeText(session);
-    entry["program"] = session["xsession"];
-    entry["uid"] = row.uid;
+    const auto id = answer.count();
+    entry["session"] = id;
+    entry["display"] = ":" + std::to_string(id);
+    entry["user"] = answer.text();
+    answer.text(); // as the session has it, too
+    entry["age"] = answer.count();
+    entry["uid"] = answer.count();
+    answer.count();
     return entry;
 }
 
+void addDetails(Json::Value& entry, const Json::Value& session) {
+    entry["state"] = isOnline(session) ? "online" : "detached";
+    entry["address"] = session["remoteaddr"];
+    entry["start"] = session["start"];
+    entry["size"] = sizeText(session);
+    entry["program"] = session["xsession"];
+}
+
 // A session that ends between the two queries is left out.
-Json::Value sessionList(BusClient& bus) {
+Json::Value sessionList(Service& service) {
+    auto answer = service.query("busSessionsInfo");
+    const auto row = [&] { return answer.structure("ussuuu", [&] { return readRow(answer); }); };
     Json::Value list(Json::arrayValue);
-    for (const auto& row : bus.query("busSessionsInfo").rows()) {
-        if (const auto session = findSession(bus, row.display)) {
-            list.append(listEntry(row, withoutLastAddress(*session)));
+    for (auto& entry : answer.list("(ussuuu)", row)) {
+        if (const auto session = findSession(service, entry["session"].asUInt())) {
+            addDetails(entry, withoutLastAddress(*session));
+            list.append(entry);
         }
     }
     return list;
@@ -65,8 +75,8 @@ void printMembers(const Json::Value& session) {
     }
 }
 
-Json::Value userSessions(BusClient& bus, const std::string& user) {
-    auto sessions = parseJson(bus.query("vardUserInfoJson", "s", user.c_str()).text());
+Json::Value userSessions(Service& service, const std::string& user) {
+    auto sessions = parseJson(service.query("vardUserInfoJson", "s", user.c_str()).text());
     if (sessions.empty()) {
         throw Failure(ExitCode::failed, "no session of user: " + user);
     }
@@ -76,8 +86,8 @@ Json::Value userSessions(BusClient& bus, const std::string& user) {
 } // namespace
 
 void listSessions(const Options& options) {
-    BusClient bus;
-    const auto list = sessionList(bus);
+    Service service;
+    const auto list = sessionList(service);
     if (options.json) {
         std::cout << jsonLine(list);
         return;
@@ -94,13 +104,13 @@ void listSessions(const Options& options) {
 
 void showSessions(const Options& options) {
     const auto target = chooseTarget(options.target, options.forceUser);
-    BusClient bus;
+    Service service;
     if (const auto* id = std::get_if<uint32_t>(&target)) {
-        const auto session = shown(requireSession(bus, *id), options);
+        const auto session = shown(requireSession(service, *id), options);
         options.json ? void(std::cout << jsonLine(session)) : printMembers(session);
         return;
     }
-    auto sessions = userSessions(bus, std::get<std::string>(target));
+    auto sessions = userSessions(service, std::get<std::string>(target));
     for (auto& session : sessions) {
         session = shown(session, options);
     }
@@ -116,8 +126,8 @@ void showSessions(const Options& options) {
 
 void listProcesses(const Options& options) {
     const auto id = sessionId(options.target);
-    BusClient bus;
-    const auto answer = bus.query("vardSessionProcess", "u", id).text();
+    Service service;
+    const auto answer = service.query("vardSessionProcess", "u", id).text();
     if (answer.empty()) {
         throw noSession(id);
     }
@@ -134,9 +144,9 @@ void listProcesses(const Options& options) {
 }
 
 void listPrograms(const Options& options) {
-    BusClient bus;
+    Service service;
     Json::Value list(Json::arrayValue);
-    for (const auto& name : bus.query("vardProgramList").texts()) {
+    for (const auto& name : service.query("vardProgramList").texts()) {
         list.append(name);
         if (!options.json) {
             std::cout << harmless(name) << '\n';
@@ -149,8 +159,8 @@ void listPrograms(const Options& options) {
 
 void showAddress(const Options& options) {
     userName(options.target);
-    BusClient bus;
-    const auto address = bus.query("vardSessionDBusAddress", "s", options.target.c_str()).text();
+    Service service;
+    const auto address = service.query("vardSessionDBusAddress", "s", options.target.c_str()).text();
     if (address.empty()) {
         throw Failure(ExitCode::failed, "no session bus is known of user: " + options.target);
     }
@@ -161,13 +171,13 @@ void showAddress(const Options& options) {
 }
 
 void showStatus(const Options& options) {
-    BusClient bus;
+    Service service;
     Json::Value status;
-    status["alive"] = bus.query("vardStatus").flag();
-    status["version"] = bus.query("vardTest").text();
-    status["load"] = bus.query("vardLoadAverage").real();
-    status["sessions"] = bus.query("zabbixSessionsTotal").count();
-    status["online"] = bus.query("zabbixSessionsOnline").count();
+    status["alive"] = service.query("vardStatus").flag();
+    status["version"] = service.query("vardTest").text();
+    status["load"] = service.query("vardLoadAverage").real();
+    status["sessions"] = service.query("zabbixSessionsTotal").count();
+    status["online"] = service.query("zabbixSessionsOnline").count();
     if (options.json) {
         std::cout << jsonLine(status);
         return;

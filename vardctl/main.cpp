@@ -1,6 +1,6 @@
 // vardctl: the administrators' command.
 #include "commands.h"
-#include "failure.h"
+#include "service.h"
 #include "text.h"
 
 #include <exception>
@@ -14,11 +14,8 @@ namespace {
 void carryOut(const Invocation& invocation) {
     try {
         invocation.command(invocation.options);
-    } catch (const Failure& failure) {
-        if (failure.code() != ExitCode::denied) {
-            throw;
-        }
-        throw Failure(failure.code(), invocation.name + ": " + failure.what());
+    } catch (const BusClient::Error& error) {
+        throw busFailure(error, invocation.name);
     }
 }
 

@@ -3,13 +3,13 @@
 
 namespace Vardctl {
 
-std::optional<Json::Value> findSession(BusClient& bus, uint32_t id) {
-    auto session = parseJson(bus.query("vardSessionInfoJson", "u", id).text());
+std::optional<Json::Value> findSession(Service& service, uint32_t id) {
+    auto session = parseJson(service.query("vardSessionInfoJson", "u", id).text());
     return session.empty() ? std::nullopt : std::optional(std::move(session));
 }
 
-Json::Value requireSession(BusClient& bus, uint32_t id) {
-    auto session = findSession(bus, id);
+Json::Value requireSession(Service& service, uint32_t id) {
+    auto session = findSession(service, id);
     if (!session) {
         throw noSession(id);
     }

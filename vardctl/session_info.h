@@ -1,17 +1,17 @@
 // What the service knows of one session.
 #pragma once
 
-#include "bus_client.h"
 #include "json.h"
+#include "service.h"
 
 #include <optional>
 
 namespace Vardctl {
 
 /// The session's members; nothing when no session has that id.
-std::optional<Json::Value> findSession(BusClient& bus, uint32_t id);
+std::optional<Json::Value> findSession(Service& service, uint32_t id);
 /// The same; throws Failure when no session has that id.
-Json::Value requireSession(BusClient& bus, uint32_t id);
+Json::Value requireSession(Service& service, uint32_t id);
 
 /// The screen's size as in 1280x1024; empty when the session's X server did not tell.
 std::string sizeText(const Json::Value& session);

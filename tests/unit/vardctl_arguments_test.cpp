@@ -1,8 +1,7 @@
 // What the words on the command line mean, and how refusals are told.
 #include "arguments.h"
-#include "bus_client.h"
-#include "failure.h"
 #include "options.h"
+#include "service.h"
 
 #include <gmock/gmock.h>
 
@@ -56,7 +55,7 @@ TEST(VardctlArguments, WrongUsageNamesTheHelpToLookAt) {
 
 TEST(VardctlFailures, AnAbsentServiceIsToldFromOneThatRefuses) {
     const auto code = [](const std::string& last) {
-        return callFailure("vardTest", "org.freedesktop.DBus.Error." + last, "text").code();
+        return busFailure({"org.freedesktop.DBus.Error." + last, "text", "vardTest"}, "status").code();
     };
     for (const char* name : {"ServiceUnknown", "NameHasNoOwner", "Disconnected", "NoReply", "Timeout"}) {
         EXPECT_EQ(code(name), ExitCode::notRunning) << name;

@@ -1,19 +1,18 @@
 // A client of the service on the system bus, written against the interface alone.
 #pragma once
 
-#include <systemd/sd-bus.h>
+#include "bus_client/connection.h"
 
 #include <chrono>
 #include <cstdint>
 #include <deque>
-#include <memory>
 #include <string>
 #include <vector>
 
 namespace Test {
 
-inline constexpr const char* busName = "ru.korvex.vard";
-inline constexpr const char* busPath = "/ru/korvex/vard";
+inline constexpr const char* busName = BusClient::serviceName;
+inline constexpr const char* busPath = BusClient::servicePath;
 
 /// What a call was answered with.
 struct Reply {
@@ -40,7 +39,7 @@ struct Signal {
 class Bus {
 public:
     /// Every call is given up after `limit`.
-    explicit Bus(std::chrono::seconds limit = std::chrono::seconds(120));
+    explicit Bus(std::chrono::seconds limit = std::chrono::seconds(120)) : limit_(limit) {}
 
     /// Calls a method of the service's interface; arguments as sd-bus takes them.
     template <typename... Args>
@@ -49,34 +48,26 @@ public:
     }
     template <typename... Args>
     Reply callInterface(const char* interface, const char* method, const char* types = "", Args... args) {
-        sd_bus_message* message = newCall(interface, method);
-        sd_bus_message_append(message, types, args...);
-        return send(message);
+        return send(connection_.newCall(interface, method, types, args...));
     }
     /// busSessionRequest with depth 24; the answered number.
     int64_t login(const std::string& user, uint16_t width = 640, uint16_t height = 480);
     /// vardSessionInfoJson; empty for an error.
     std::string session(uint32_t sid);
     /// True when the service's name has an owner.
-    bool owned();
+    bool owned() { return !connection_.serviceOwner().empty(); }
 
 private:
-    friend class Signals;
-    struct Unref {
-        void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
-    };
-    sd_bus_message* newCall(const char* interface, const char* method);
-    Reply send(sd_bus_message* message);
+    Reply send(const BusClient::Message& call);
 
-    std::chrono::microseconds limit_;
-    std::unique_ptr<sd_bus, Unref> bus_;
+    std::chrono::seconds limit_;
+    BusClient::Connection connection_;
 };
 
-/// Records the service's signals from its making on.
+/// Records the service's signals, and those that others send under its names, from its making on.
 class Signals {
 public:
     Signals();
-    ~Signals();
     Signals(const Signals&) = delete;
     Signals& operator=(const Signals&) = delete;
 
@@ -85,9 +76,7 @@ public:
     std::vector<Signal> upTo(const std::string& name);
 
 private:
-    static int received(sd_bus_message* message, void* self, sd_bus_error* error);
-
-    Bus bus_;
+    BusClient::Connection connection_;
     std::deque<Signal> signals_;
 };
 

@@ -1,0 +1,27 @@
+// The service as the command calls it.
+#pragma once
+
+#include "bus_client/connection.h"
+#include "failure.h"
+
+namespace Vardctl {
+
+/// A connection to the service, with the times that its answers may take.
+class Service : public BusClient::Connection {
+public:
+    /// Calls what only asks.
+    template <typename... Args>
+    BusClient::Message query(const char* method, const char* types = "", Args... args) {
+        return call(method, std::chrono::seconds(10), types, args...);
+    }
+    /// Calls what starts, changes or ends something.
+    template <typename... Args>
+    BusClient::Message act(const char* method, const char* types = "", Args... args) {
+        return call(method, std::chrono::seconds(60), types, args...);
+    }
+};
+
+/// What an error of the bus means to the user, who asked for the subcommand `command`.
+Failure busFailure(const BusClient::Error& error, const std::string& command);
+
+} // namespace Vardctl
