@@ -70,7 +70,6 @@ int run(const Connector::Options& options) {
 int main(int argc, char** argv) {
     const auto options = Connector::parseOptions(argc, argv);
     if (!options || options->help) {
-        (options ? std::cout : std::cerr) << Connector::usage();
         return options ? 0 : 2;
     }
     try {

@@ -1,106 +1,83 @@
 // What the command line says.
 #include "options.h"
 
-#include <getopt.h>
 #include <netdb.h>
 
-#include <array>
+#include <CLI/CLI.hpp>
+
 #include <charconv>
-#include <cstdlib>
-#include <iostream>
 
 namespace Connector {
 
 namespace {
 
-bool parsePort(const char* begin, const char* end, uint16_t& port) {
-    const auto [rest, failed] = std::from_chars(begin, end, port);
-    return failed == std::errc{} && rest == end && port != 0;
+std::string refuseRelative(const std::string& path) {
+    return std::filesystem::path(path).is_absolute() ? "" : "an absolute path is needed, not `" + path + "'";
 }
 
-bool isNumericAddress(const std::string& text) {
+std::string refuseName(const std::string& address) {
     addrinfo hints{};
     hints.ai_flags = AI_NUMERICHOST;
     addrinfo* found = nullptr;
-    if (::getaddrinfo(text.c_str(), nullptr, &hints, &found) != 0) {
-        return false;
+    if (::getaddrinfo(address.c_str(), nullptr, &hints, &found) != 0) {
+        return "a numeric address is needed, not `" + address + "'";
     }
     ::freeaddrinfo(found);
-    return true;
+    return "";
 }
 
-std::string fromEnvironment(const char* name, const char* other) {
-    const char* value = std::getenv(name);
-    return value != nullptr ? value : other;
-}
-
-bool take(Options& options, int option, const std::string& value) {
-    switch (option) {
-        case 't':
-            options.transport = value;
-            return options.transport.is_absolute();
-        case 'r':
-            options.runtimeDir = value;
-            return options.runtimeDir.is_absolute();
-        case 's':
-            options.stateDir = value;
-            return options.stateDir.is_absolute();
-        case 'b':
-            options.bind = value;
-            return isNumericAddress(value);
-        case 'p':
-            return parsePorts(value, options);
-        default:
-            return false;
+// What is not written as numbers are is refused by the comparison.
+void takePorts(const std::string& range, Options& options) {
+    uint16_t first = 0;
+    uint16_t last = 0;
+    const char* end = range.data() + range.size();
+    const auto* dash = std::from_chars(range.data(), end, first).ptr;
+    std::from_chars(std::min(dash + 1, end), end, last);
+    if (first == 0 || first > last || std::to_string(first) + "-" + std::to_string(last) != range) {
+        throw CLI::ValidationError("--ports", "FIRST-LAST is needed, both from 1 to 65535, not `" + range + "'");
     }
+    options.firstPort = first;
+    options.lastPort = last;
+}
+
+void describe(CLI::App& app, Options& options) {
+    app.failure_message([](const CLI::App* failed, const CLI::Error& error) {
+        return failed->get_name() + ": " + error.what() + "; see " + failed->get_name() + " --help\n";
+    });
+    app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    const auto takeRange = [&options](const std::string& range) { takePorts(range, options); };
+    app.add_option_function<std::string>("--ports", takeRange, "Ports to listen on, one a session (3389-3489)")
+        ->type_name("FIRST-LAST");
+    app.add_option("--bind", options.bind, "The numeric address to listen on (all)")
+        ->check(refuseName)
+        ->type_name("ADDRESS");
+    app.add_option("--transport", options.transport, "The transport program (/usr/bin/freerdp-shadow-cli)")
+        ->check(refuseRelative)
+        ->type_name("PATH");
+    app.add_option("--runtime-dir", options.runtimeDir, "Port files and hash lines (/run/vard_connector)")
+        ->check(refuseRelative)
+        ->envname("RUNTIME_DIRECTORY")
+        ->type_name("DIR");
+    app.add_option("--state-dir", options.stateDir, "The certificate (/var/lib/vard_connector)")
+        ->check(refuseRelative)
+        ->envname("STATE_DIRECTORY")
+        ->type_name("DIR");
 }
 
 } // namespace
 
-bool parsePorts(const std::string& text, Options& options) {
-    const size_t dash = text.find('-');
-    const char* begin = text.data();
-    return dash != std::string::npos && parsePort(begin, begin + dash, options.firstPort) &&
-           parsePort(begin + dash + 1, begin + text.size(), options.lastPort) && options.firstPort <= options.lastPort;
-}
-
-std::optional<Options> parseOptions(int argc, char** argv) {
-    static const std::array<option, 7> known{{{"transport", required_argument, nullptr, 't'},
-                                              {"runtime-dir", required_argument, nullptr, 'r'},
-                                              {"state-dir", required_argument, nullptr, 's'},
-                                              {"bind", required_argument, nullptr, 'b'},
-                                              {"ports", required_argument, nullptr, 'p'},
-                                              {"help", no_argument, nullptr, 'h'},
-                                              {nullptr, 0, nullptr, 0}}};
+std::optional<Options> parseOptions(int argc, const char* const* argv) {
     Options options;
-    options.runtimeDir = fromEnvironment("RUNTIME_DIRECTORY", "/run/vard_connector");
-    options.stateDir = fromEnvironment("STATE_DIRECTORY", "/var/lib/vard_connector");
-    for (int found = 0; (found = ::getopt_long(argc, argv, "", known.data(), nullptr)) != -1;) {
-        if (found == 'h') {
-            options.help = true;
-        } else if (found == '?') {
-            return std::nullopt;
-        } else if (!take(options, found, optarg)) {
-            std::cerr << argv[0] << ": not valid: " << optarg << '\n';
-            return std::nullopt;
-        }
-    }
-    if (optind != argc) {
-        std::cerr << argv[0] << ": too much: " << argv[optind] << '\n';
-        return std::nullopt;
+    CLI::App app("Lets remote-desktop clients into the sessions of vard_service.", "vard_connector");
+    describe(app, options);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& end) {
+        options.help = end.get_exit_code() == 0;
+        app.exit(end);
+        return options.help ? std::optional(options) : std::nullopt;
     }
     return options;
-}
-
-const char* usage() {
-    return "usage: vard_connector [OPTION...]\n"
-           "Lets remote-desktop clients into the sessions of vard_service.\n"
-           "  --ports FIRST-LAST  ports to listen on, one a session (3389-3489)\n"
-           "  --bind ADDRESS      the numeric address to listen on (all)\n"
-           "  --transport PATH    the transport program (/usr/bin/freerdp-shadow-cli)\n"
-           "  --runtime-dir DIR   port files and hash lines (/run/vard_connector)\n"
-           "  --state-dir DIR     the certificate (/var/lib/vard_connector)\n"
-           "  --help              this text\n";
 }
 
 } // namespace Connector

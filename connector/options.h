@@ -10,22 +10,16 @@ namespace Connector {
 
 struct Options {
     std::filesystem::path transport = "/usr/bin/freerdp-shadow-cli";
-    std::filesystem::path runtimeDir; ///< port files and, in "private", hash lines
-    std::filesystem::path stateDir; ///< the certificate that clients remember
+    std::filesystem::path runtimeDir = "/run/vard_connector"; ///< port files and, in "private", hash lines
+    std::filesystem::path stateDir = "/var/lib/vard_connector"; ///< the certificate that clients remember
     std::string bind; ///< a numeric address; empty for all
     uint16_t firstPort = 3389;
     uint16_t lastPort = 3489;
-    bool help = false;
+    bool help = false; ///< was all that was asked for
 };
 
-/// A range of ports, "FIRST-LAST", into `options`; false when it is none.
-bool parsePorts(const std::string& text, Options& options);
-
-/// Reads the arguments; the directories default to what the service manager has made. Nothing, after a message on
-/// standard error, when they are wrong.
-std::optional<Options> parseOptions(int argc, char** argv);
-
-/// What --help prints.
-const char* usage();
+/// Reads the arguments; the directories default to what the service manager has made. Prints the help when it is asked
+/// for. Nothing, after a message on standard error, when they are wrong.
+std::optional<Options> parseOptions(int argc, const char* const* argv);
 
 } // namespace Connector

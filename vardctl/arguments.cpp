@@ -5,34 +5,15 @@
 
 #include <algorithm>
 #include <charconv>
-#include <limits>
 
 namespace Vardctl {
 
-namespace {
-
-constexpr auto greatestId = std::numeric_limits<uint32_t>::max();
-constexpr auto greatestSide = std::numeric_limits<uint16_t>::max();
-
-bool isDigits(const std::string& word) {
-    return !word.empty() && std::ranges::all_of(word, [](char c) { return c >= '0' && c <= '9'; });
-}
-
-} // namespace
-
-uint32_t number(const std::string& word, uint32_t least, uint32_t greatest, const std::string& what) {
+// What is not written as numbers are is refused by the comparison.
+std::optional<uint32_t> decimal(const std::string& word) {
     uint32_t value = 0;
-    const char* end = word.data() + word.size();
-    const auto [stop, error] = std::from_chars(word.data(), end, value);
-    const bool padded = word.size() > 1 && word[0] == '0'; // some take that for octal
-    if (!isDigits(word) || padded || error != std::errc{} || stop != end || value < least || value > greatest) {
-        throw Failure(ExitCode::usage, what + ": a number from " + std::to_string(least) + " to " +
-                                           std::to_string(greatest) + " is needed, not `" + word + "'");
-    }
-    return value;
+    std::from_chars(word.data(), word.data() + word.size(), value);
+    return std::to_string(value) == word ? std::optional(value) : std::nullopt;
 }
-
-uint32_t sessionId(const std::string& word) { return number(word, 0, greatestId, "session id"); }
 
 const std::string& userName(const std::string& word) {
     if (word.empty()) {
@@ -42,21 +23,25 @@ const std::string& userName(const std::string& word) {
 }
 
 Target chooseTarget(const std::string& word, bool forceUser) {
-    if (forceUser || !isDigits(word)) {
+    if (forceUser || word.empty() || word.find_first_not_of("0123456789") != std::string::npos) {
         return userName(word);
     }
-    return sessionId(word);
+    if (const auto id = decimal(word)) {
+        return *id;
+    }
+    throw Failure(ExitCode::usage, "no session id, and a user's name only with --user: " + word);
 }
 
 Size screenSize(const std::string& word) {
-    const auto cross = word.find('x');
-    if (cross == std::string::npos) {
-        throw Failure(ExitCode::usage, "size: WIDTHxHEIGHT is needed, as in 1280x1024, not `" + word + "'");
+    Size size{0, 0};
+    const char* end = word.data() + word.size();
+    const auto* cross = std::from_chars(word.data(), end, size.width).ptr;
+    std::from_chars(std::min(cross + 1, end), end, size.height);
+    if (size.width == 0 || size.height == 0 || size.text() != word) {
+        throw Failure(ExitCode::usage,
+                      "size: WIDTHxHEIGHT is needed, as in 1280x1024, both from 1 to 65535, not `" + word + "'");
     }
-    const auto side = [](const std::string& text, const char* what) {
-        return static_cast<uint16_t>(number(text, 1, greatestSide, what));
-    };
-    return {side(word.substr(0, cross), "width"), side(word.substr(cross + 1), "height")};
+    return size;
 }
 
 std::string logLevel(const std::string& word) {

@@ -2,10 +2,14 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <variant>
 
 namespace Vardctl {
+
+/// A decimal number without leading zeros, blanks or sign; nothing for any other word.
+std::optional<uint32_t> decimal(const std::string& word);
 
 /// A session by its id, or the sessions of a user by the name.
 using Target = std::variant<uint32_t, std::string>;
@@ -17,18 +21,13 @@ Target chooseTarget(const std::string& word, bool forceUser);
 /// A user's name: any word that is not empty.
 const std::string& userName(const std::string& word);
 
-/// A session id.
-uint32_t sessionId(const std::string& word);
-
-/// A decimal number without leading zeros, blanks or sign. `what` names it in the failure.
-uint32_t number(const std::string& word, uint32_t least, uint32_t greatest, const std::string& what);
-
 /// A screen's size in pixels.
 struct Size {
-    uint16_t width = 0;
-    uint16_t height = 0;
+    uint16_t width = 1280;
+    uint16_t height = 1024;
 
-    bool operator==(const Size&) const = default;
+    /// As in 1280x1024.
+    [[nodiscard]] std::string text() const { return std::to_string(width) + "x" + std::to_string(height); }
 };
 
 /// Reads WIDTHxHEIGHT.

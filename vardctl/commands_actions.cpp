@@ -1,5 +1,4 @@
 // The subcommands that start, change and end sessions, and the service itself.
-#include "arguments.h"
 #include "commands.h"
 #include "password.h"
 #include "session_info.h"
@@ -9,19 +8,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <iostream>
-#include <limits>
 
 namespace Vardctl {
 
 namespace {
 
 constexpr const char* journalHint = "; the reason is in the journal: journalctl -t vard_service";
-
-Size requestedSize(const Options& options) { return screenSize(options.width + "x" + options.height); }
-
-uint8_t smallNumber(const std::string& word, uint8_t least, const std::string& what) {
-    return static_cast<uint8_t>(number(word, least, std::numeric_limits<uint8_t>::max(), what));
-}
 
 void printStarted(int32_t session, const Options& options) {
     Json::Value answer;
@@ -30,17 +22,13 @@ void printStarted(int32_t session, const Options& options) {
 }
 
 int32_t requestDesktop(Service& service, const Options& options, const Password& password) {
-    const auto size = requestedSize(options);
-    const auto depth = smallNumber(options.depth, 1, "depth");
-    if (options.domain.empty()) {
-        return service
-            .act("busSessionRequest", "ssyqq", options.target.c_str(), password.text(), depth, size.width, size.height)
-            .number();
-    }
-    return service
-        .act("busSessionDomainRequest", "sssyqq", options.target.c_str(), options.domain.c_str(), password.text(),
-             depth, size.width, size.height)
-        .number();
+    const auto& [width, height] = options.size;
+    auto answer = options.domain.empty()
+                      ? service.act("busSessionRequest", "ssyqq", options.target.c_str(), password.text(),
+                                    options.depth, width, height)
+                      : service.act("busSessionDomainRequest", "sssyqq", options.target.c_str(), options.domain.c_str(),
+                                    password.text(), options.depth, width, height);
+    return answer.number();
 }
 
 // The question is not only for the answer: the service reads the list anew with it, and knows what was added since.
@@ -59,18 +47,11 @@ Failure refused(const std::string& user) {
     return {ExitCode::failed, start + (unknown ? ": there is no such user" : journalHint)};
 }
 
-std::optional<uint32_t> limitSeconds(const std::optional<std::string>& word, const std::string& what) {
-    return word ? std::optional(number(*word, 0, std::numeric_limits<uint32_t>::max(), what)) : std::nullopt;
-}
-
 } // namespace
 
 void login(const Options& options) {
-    userName(options.target); // wrong usage shows before a password is asked for
-    requestedSize(options);
-    smallNumber(options.depth, 1, "depth");
     Service service;
-    service.query("vardSessions"); // and so does a service that is not there, or for others
+    service.query("vardSessions"); // a service that is not there, or for others, shows before a password is asked for
     const auto session = requestDesktop(service, options, Password(options.target));
     if (session < 0) {
         throw refused(options.target);
@@ -79,14 +60,12 @@ void login(const Options& options) {
 }
 
 void runProgram(const Options& options) {
-    userName(options.target);
-    const auto size = requestedSize(options);
     Service service;
     requirePublished(service, options.program);
     const Password password(options.target);
     const auto session = service
                              .act("busProgramRequest", "sssqqs", options.target.c_str(), options.domain.c_str(),
-                                  password.text(), size.width, size.height, options.program.c_str())
+                                  password.text(), options.size.width, options.size.height, options.program.c_str())
                              .number();
     if (session < 0) {
         throw refused(options.target);
@@ -95,28 +74,26 @@ void runProgram(const Options& options) {
 }
 
 void notify(const Options& options) {
-    const auto id = sessionId(options.target);
-    const auto urgency = smallNumber(options.urgency, 0, "level");
+    const auto id = options.session;
     Service service;
-    if (!service.act("vardSendNotify", "ussy", id, options.header.c_str(), options.message.c_str(), urgency).flag()) {
+    if (!service.act("vardSendNotify", "ussy", id, options.header.c_str(), options.message.c_str(), options.urgency)
+             .flag()) {
         throw noSession(id);
     }
 }
 
 // The setters do not say whether there is such a session, so it is looked for afterwards.
 void setLimits(const Options& options) {
-    const auto id = sessionId(options.target);
-    const auto duration = limitSeconds(options.duration, "duration");
-    const auto inactivity = limitSeconds(options.inactivity, "inactivity");
-    if (!duration && !inactivity) {
+    const auto id = options.session;
+    if (!options.duration && !options.inactivity) {
         throw Failure(ExitCode::usage, "--duration or --inactivity is needed");
     }
     Service service;
-    if (duration) {
-        service.act("vardSessionDurationLimit", "uu", id, *duration);
+    if (options.duration) {
+        service.act("vardSessionDurationLimit", "uu", id, *options.duration);
     }
-    if (inactivity) {
-        service.act("vardSessionInactivityLimit", "uu", id, *inactivity);
+    if (options.inactivity) {
+        service.act("vardSessionInactivityLimit", "uu", id, *options.inactivity);
     }
     requireSession(service, id);
 }
@@ -124,22 +101,21 @@ void setLimits(const Options& options) {
 // The service takes the largest mode when it has none of the size, and the X server may refuse: the result is read
 // back.
 void resize(const Options& options) {
-    const auto id = sessionId(options.target);
-    const auto size = screenSize(options.size);
+    const auto id = options.session;
     Service service;
-    service.act("vardSessionGeometry", "uqq", id, size.width, size.height);
+    service.act("vardSessionGeometry", "uqq", id, options.size.width, options.size.height);
     const auto result = sizeText(requireSession(service, id));
     if (result.empty()) {
         throw Failure(ExitCode::failed, "the session's X server does not answer");
     }
-    if (result != options.size) {
+    if (result != options.size.text()) {
         throw Failure(ExitCode::failed,
-                      "the session's X server has no mode " + options.size + "; the size is now " + result);
+                      "the session's X server has no mode " + options.size.text() + "; the size is now " + result);
     }
 }
 
 void disconnect(const Options& options) {
-    const auto id = sessionId(options.target);
+    const auto id = options.session;
     Service service;
     if (!service.act("vardDisconnect", "u", id).flag()) {
         requireSession(service, id);
@@ -160,9 +136,8 @@ void shutdownSession(const Options& options) {
 }
 
 void setLogLevel(const Options& options) {
-    const auto level = logLevel(options.logLevel);
     Service service;
-    service.act("busSetDebugLevel", "s", level.c_str());
+    service.act("busSetDebugLevel", "s", options.logLevel.c_str());
 }
 
 void stopService(const Options& /*options*/) {

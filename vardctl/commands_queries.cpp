@@ -1,5 +1,4 @@
 // The subcommands that ask and print.
-#include "arguments.h"
 #include "commands.h"
 #include "session_info.h"
 #include "table.h"
@@ -125,7 +124,7 @@ void showSessions(const Options& options) {
 }
 
 void listProcesses(const Options& options) {
-    const auto id = sessionId(options.target);
+    const auto id = options.session;
     Service service;
     const auto answer = service.query("vardSessionProcess", "u", id).text();
     if (answer.empty()) {
@@ -158,7 +157,6 @@ void listPrograms(const Options& options) {
 }
 
 void showAddress(const Options& options) {
-    userName(options.target);
     Service service;
     const auto address = service.query("vardSessionDBusAddress", "s", options.target.c_str()).text();
     if (address.empty()) {

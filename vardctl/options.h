@@ -1,30 +1,31 @@
 // The command line.
 #pragma once
 
+#include "arguments.h"
+
 #include <optional>
 #include <string>
 
 namespace Vardctl {
 
-/// What was said on the command line; the words are as they were written.
+/// What was said on the command line.
 struct Options {
     bool json = false;
     bool noLegend = false;
     bool forceUser = false;
     bool secrets = false;
-    std::string target; ///< a session id or a user
+    uint32_t session = 0; ///< its id
+    std::string target; ///< a user, or a word for chooseTarget()
     std::string domain;
     std::string program;
     std::string header;
     std::string message;
-    std::string size;
-    std::string logLevel;
-    std::string width = "1280";
-    std::string height = "1024";
-    std::string depth = "24";
-    std::string urgency = "1";
-    std::optional<std::string> duration;
-    std::optional<std::string> inactivity;
+    std::string logLevel; ///< the service's own word
+    Size size;
+    uint8_t depth = 24;
+    uint8_t urgency = 1;
+    std::optional<uint32_t> duration; ///< seconds
+    std::optional<uint32_t> inactivity; ///< seconds
 };
 
 /// One of the subcommands; prints to standard output and throws Failure.

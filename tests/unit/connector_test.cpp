@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
 #include <sstream>
 
 namespace {
@@ -62,10 +63,13 @@ TEST(SessionInfo, NoSessionIsNone) {
 }
 
 TEST(ConnectorOptions, PortRanges) {
-    Options options;
-    EXPECT_TRUE(parsePorts("4000-4000", options));
+    const auto parsed = [](const char* text) {
+        const std::array<const char*, 3> words{"vard_connector", "--ports", text};
+        return parseOptions(3, words.data());
+    };
+    EXPECT_EQ(parsed("4000-4000")->lastPort, 4000);
     for (const char* text : {"", "4000", "4001-4000", "0-1", "1-65536", "-", "1-2x"}) {
-        EXPECT_FALSE(parsePorts(text, options)) << text;
+        EXPECT_FALSE(parsed(text)) << text;
     }
 }
 
