@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string>
 
-namespace Connector {
+namespace Doors {
 
 namespace {
 
@@ -45,4 +45,4 @@ void ensureCertificate(const std::filesystem::path& stateDir) {
     }
 }
 
-} // namespace Connector
+} // namespace Doors

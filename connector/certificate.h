@@ -3,11 +3,11 @@
 
 #include <filesystem>
 
-namespace Connector {
+namespace Doors {
 
 /// Makes a self-signed certificate with its key below `stateDir`, where the transports look for it, unless there is
 /// one. One for all and for good: clients remember it, and two transports that made theirs at once would mix up the
 /// halves. Waits for the tool; a failure is logged.
 void ensureCertificate(const std::filesystem::path& stateDir);
 
-} // namespace Connector
+} // namespace Doors

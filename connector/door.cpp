@@ -7,7 +7,7 @@
 
 #include <exception>
 
-namespace Connector {
+namespace Doors {
 
 using namespace std::chrono_literals;
 
@@ -208,4 +208,4 @@ void Door::close() {
     }
 }
 
-} // namespace Connector
+} // namespace Doors

@@ -14,11 +14,10 @@
 
 #include <chrono>
 #include <memory>
-#include <optional>
 #include <set>
 #include <string>
 
-namespace Connector {
+namespace Doors {
 
 class Door : public Transport::Handler {
 public:
@@ -83,4 +82,4 @@ private:
     std::unique_ptr<EventSource> againTimer_;
 };
 
-} // namespace Connector
+} // namespace Doors

@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <vector>
 
-namespace Connector {
+namespace Doors {
 
 using namespace std::chrono_literals;
 
@@ -104,4 +104,4 @@ void Doorkeeper::doorClosed(uint32_t session) {
     }
 }
 
-} // namespace Connector
+} // namespace Doors

@@ -11,7 +11,7 @@
 #include <memory>
 #include <optional>
 
-namespace Connector {
+namespace Doors {
 
 /// Follows the service's signals on the event loop until stop() or the end of the bus.
 class Doorkeeper : public ServiceLink::Handler, public Door::Owner {
@@ -44,4 +44,4 @@ private:
     std::map<uint32_t, std::unique_ptr<Door>> doors_;
 };
 
-} // namespace Connector
+} // namespace Doors

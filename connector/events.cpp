@@ -8,7 +8,7 @@
 #include <ctime>
 #include <system_error>
 
-namespace Connector {
+namespace Doors {
 
 namespace {
 
@@ -64,4 +64,4 @@ std::unique_ptr<EventSource> EventSource::signal(sd_event* loop, int number, std
     return made;
 }
 
-} // namespace Connector
+} // namespace Doors

@@ -7,7 +7,7 @@
 #include <functional>
 #include <memory>
 
-namespace Connector {
+namespace Doors {
 
 /// One source of the event loop; it is taken out of the loop when it goes. What it calls may destroy it. All on the one
 /// thread of the program; a source that cannot be made throws std::system_error.
@@ -35,4 +35,4 @@ private:
     std::function<void()> run_;
 };
 
-} // namespace Connector
+} // namespace Doors

@@ -28,7 +28,7 @@ void emptyDirectory(const fs::path& directory) {
     }
 }
 
-void prepareDirectories(const Connector::Options& options) {
+void prepareDirectories(const Doors::Options& options) {
     ::umask(077);
     if (fs::create_directories(options.runtimeDir)) {
         fs::permissions(options.runtimeDir, static_cast<fs::perms>(0755)); // the port files are for everybody
@@ -48,19 +48,19 @@ void blockSignals() {
     ::sigprocmask(SIG_BLOCK, &signals, nullptr);
 }
 
-int run(const Connector::Options& options) {
+int run(const Doors::Options& options) {
     prepareDirectories(options);
-    Connector::ensureCertificate(options.stateDir);
+    Doors::ensureCertificate(options.stateDir);
     blockSignals();
     sd_event* made = nullptr;
     if (const int failed = sd_event_new(&made); failed < 0) {
         throw std::system_error(-failed, std::generic_category(), "sd_event_new");
     }
     const std::unique_ptr<sd_event, Unref> loop(made);
-    Connector::Doorkeeper doorkeeper(loop.get(), options);
+    Doors::Doorkeeper doorkeeper(loop.get(), options);
     const auto stop = [&doorkeeper] { doorkeeper.stop(); };
-    const auto terminate = Connector::EventSource::signal(loop.get(), SIGTERM, stop);
-    const auto interrupt = Connector::EventSource::signal(loop.get(), SIGINT, stop);
+    const auto terminate = Doors::EventSource::signal(loop.get(), SIGTERM, stop);
+    const auto interrupt = Doors::EventSource::signal(loop.get(), SIGINT, stop);
     sd_notify(0, "READY=1");
     return sd_event_loop(loop.get()) == 0 ? 0 : 1;
 }
@@ -68,7 +68,7 @@ int run(const Connector::Options& options) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const auto options = Connector::parseOptions(argc, argv);
+    const auto options = Doors::parseOptions(argc, argv);
     if (!options || options->help) {
         return options ? 0 : 2;
     }

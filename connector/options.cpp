@@ -7,7 +7,7 @@
 
 #include <charconv>
 
-namespace Connector {
+namespace Doors {
 
 namespace {
 
@@ -80,4 +80,4 @@ std::optional<Options> parseOptions(int argc, const char* const* argv) {
     return options;
 }
 
-} // namespace Connector
+} // namespace Doors

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-namespace Connector {
+namespace Doors {
 
 struct Options {
     std::filesystem::path transport = "/usr/bin/freerdp-shadow-cli";
@@ -22,4 +22,4 @@ struct Options {
 /// for. Nothing, after a message on standard error, when they are wrong.
 std::optional<Options> parseOptions(int argc, const char* const* argv);
 
-} // namespace Connector
+} // namespace Doors

@@ -11,7 +11,7 @@
 #include <cstdio>
 #include <system_error>
 
-namespace Connector {
+namespace Doors {
 
 namespace {
 
@@ -41,4 +41,4 @@ void OwnedFile::replace(const std::string& text) {
     }
 }
 
-} // namespace Connector
+} // namespace Doors

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <string>
 
-namespace Connector {
+namespace Doors {
 
 /// Owns a file in a directory of the connector's own and removes it in the end.
 class OwnedFile {
@@ -27,4 +27,4 @@ private:
     mode_t mode_;
 };
 
-} // namespace Connector
+} // namespace Doors

@@ -1,11 +1,11 @@
-// The connector's side of the service's bus interface.
+// The doors' side of the service's bus interface.
 #include "service_link.h"
 
 #include <systemd/sd-journal.h>
 
 #include <exception>
 
-namespace Connector {
+namespace Doors {
 
 namespace {
 
@@ -97,4 +97,4 @@ void ServiceLink::reportSecurity(uint32_t session, bool nla, bool tls, bool rdp)
            static_cast<int>(rdp));
 }
 
-} // namespace Connector
+} // namespace Doors

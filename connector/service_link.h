@@ -1,4 +1,4 @@
-// The connector's side of the service's bus interface.
+// The doors' side of the service's bus interface.
 #pragma once
 
 #include "bus_client/service_watch.h"
@@ -9,7 +9,7 @@
 #include <functional>
 #include <string>
 
-namespace Connector {
+namespace Doors {
 
 /// The connection to the system bus, driven by the event loop; when the bus goes, the loop ends. Nothing here waits for
 /// the service, which may be busy starting a session. All on the one thread.
@@ -50,4 +50,4 @@ private:
     BusClient::ServiceWatch watch_{bus_, *this};
 };
 
-} // namespace Connector
+} // namespace Doors

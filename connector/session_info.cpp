@@ -1,4 +1,4 @@
-// What the connector needs to know of a session.
+// What a door needs to know of its session.
 #include "session_info.h"
 
 #include <json/json.h>
@@ -6,7 +6,7 @@
 #include <memory>
 #include <regex>
 
-namespace Connector {
+namespace Doors {
 
 namespace {
 constexpr size_t longestHashLine = 512;
@@ -38,4 +38,4 @@ std::optional<SessionInfo> parseSessionInfo(const std::string& text) {
                        value["display"].asUInt()};
 }
 
-} // namespace Connector
+} // namespace Doors

@@ -1,11 +1,11 @@
-// What the connector needs to know of a session.
+// What a door needs to know of its session.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <string>
 
-namespace Connector {
+namespace Doors {
 
 struct SessionInfo {
     std::string username;
@@ -22,4 +22,4 @@ bool validHashLine(const std::string& line, const std::string& username);
 /// hash line is any good is the caller's question.
 std::optional<SessionInfo> parseSessionInfo(const std::string& text);
 
-} // namespace Connector
+} // namespace Doors

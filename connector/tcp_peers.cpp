@@ -16,7 +16,7 @@
 #include <memory>
 #include <sstream>
 
-namespace Connector {
+namespace Doors {
 
 namespace {
 
@@ -113,4 +113,4 @@ bool portIsFree(const std::string& address, uint16_t port) {
     return true;
 }
 
-} // namespace Connector
+} // namespace Doors

@@ -6,7 +6,7 @@
 #include <set>
 #include <string>
 
-namespace Connector {
+namespace Doors {
 
 /// The peers' addresses in a text as of /proc/net/tcp and tcp6: of every connection to the local port, also of one that
 /// has just been closed.
@@ -18,4 +18,4 @@ std::set<std::string> tcpPeers(uint16_t port);
 /// True when a program could listen on the port now; an empty address means all.
 bool portIsFree(const std::string& address, uint16_t port);
 
-} // namespace Connector
+} // namespace Doors

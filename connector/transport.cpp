@@ -14,7 +14,7 @@
 #include <filesystem>
 #include <system_error>
 
-namespace Connector {
+namespace Doors {
 
 using namespace std::chrono_literals;
 
@@ -164,4 +164,4 @@ void Transport::ended() {
     handler_.transportEnded();
 }
 
-} // namespace Connector
+} // namespace Doors

@@ -7,12 +7,11 @@
 
 #include <sys/types.h>
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-namespace Connector {
+namespace Doors {
 
 struct TransportSettings {
     std::string program;
@@ -74,4 +73,4 @@ private:
     std::unique_ptr<EventSource> killTimer_;
 };
 
-} // namespace Connector
+} // namespace Doors

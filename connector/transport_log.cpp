@@ -6,7 +6,7 @@
 #include <array>
 #include <regex>
 
-namespace Connector {
+namespace Doors {
 
 namespace {
 
@@ -71,4 +71,4 @@ LogEvent parseLogLine(const std::string& line) {
     return event;
 }
 
-} // namespace Connector
+} // namespace Doors

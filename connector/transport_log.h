@@ -13,7 +13,7 @@
 #include <sys/types.h>
 #include <string>
 
-namespace Connector {
+namespace Doors {
 
 struct LogEvent {
     enum Kind { Other, Failure, Listening, Negotiated, Refused, Activated };
@@ -32,4 +32,4 @@ LogEvent parseLogLine(const std::string& line);
 /// An address as inet_pton takes it, an IPv4 address in IPv6 clothes as the former; empty for anything else.
 std::string plainAddress(const std::string& full);
 
-} // namespace Connector
+} // namespace Doors

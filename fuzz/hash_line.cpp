@@ -16,7 +16,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Fuzz::expect(std::ranges::none_of(line, [](char byte) { return (byte >= 0 && byte < ' ') || byte == 0x7F; }));
     const auto user = text.substr(0, text.find(':'));
     for (const auto& candidate : {line, text}) {
-        if (Connector::validHashLine(candidate, user)) {
+        if (Doors::validHashLine(candidate, user)) {
             Fuzz::expect(candidate.ends_with(":::") && candidate.find('\0', user.size()) == std::string::npos &&
                          candidate.find('\n', user.size()) == std::string::npos);
         }

@@ -8,8 +8,8 @@
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const auto text = Fuzz::textOf(data, size);
-    if (const auto session = Connector::parseSessionInfo(text)) {
-        Connector::validHashLine(session->hashLine, session->username);
+    if (const auto session = Doors::parseSessionInfo(text)) {
+        Doors::validHashLine(session->hashLine, session->username);
     }
     const auto name = Vard::Utils::toValidUtf8(text); // as the service writes it, it is to come back
     Vard::ObjectWriter json;
@@ -17,7 +17,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     json.number("display", 33);
     json.text("xauthfile", name);
     json.text("ntlm", "");
-    const auto session = Connector::parseSessionInfo(json.finish());
+    const auto session = Doors::parseSessionInfo(json.finish());
     Fuzz::expect(session && session->username == name && session->xauthfile == name && session->display == 33);
     return 0;
 }

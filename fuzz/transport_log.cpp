@@ -14,9 +14,9 @@ bool isPlain(const std::string& address) {
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const auto line = Fuzz::textOf(data, size);
-    const auto event = Connector::parseLogLine(line);
+    const auto event = Doors::parseLogLine(line);
     Fuzz::expect(isPlain(event.address) && event.thread >= 0);
-    Fuzz::expect(event.kind == Connector::LogEvent::Activated || (event.address.empty() && event.thread == 0));
-    Fuzz::expect(isPlain(Connector::plainAddress(line)));
+    Fuzz::expect(event.kind == Doors::LogEvent::Activated || (event.address.empty() && event.thread == 0));
+    Fuzz::expect(isPlain(Doors::plainAddress(line)));
     return 0;
 }

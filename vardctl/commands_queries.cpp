@@ -6,7 +6,6 @@
 
 #include <iomanip>
 #include <iostream>
-#include <sstream>
 
 namespace Vardctl {
 

@@ -12,7 +12,7 @@
 
 namespace {
 
-using namespace Connector;
+using namespace Doors;
 using testing::ElementsAre;
 
 TEST(TransportLog, OnlyALineOfTheTransportsOwnCounts) {
@@ -62,7 +62,7 @@ TEST(SessionInfo, NoSessionIsNone) {
     EXPECT_FALSE(parseSessionInfo(R"({"username":7,"display":33,"xauthfile":"","ntlm":""})"));
 }
 
-TEST(ConnectorOptions, PortRanges) {
+TEST(DoorOptions, PortRanges) {
     const auto parsed = [](const char* text) {
         const std::array<const char*, 3> words{"vard_connector", "--ports", text};
         return parseOptions(3, words.data());
