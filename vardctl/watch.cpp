@@ -1,6 +1,4 @@
 // The service's signals as lines.
-#include "watch.h"
-
 #include "bus_client/service_watch.h"
 #include "commands.h"
 #include "interface_table.h"
@@ -13,6 +11,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <ctime>
 #include <iostream>
 
@@ -36,6 +35,28 @@ std::string timeText(std::chrono::system_clock::time_point point, bool utc, cons
     return std::string(text.data()) + "." + fraction;
 }
 
+/// The event in one line, with local time.
+std::string eventLine(std::chrono::system_clock::time_point time, const std::string& name,
+                      const std::vector<uint32_t>& values) {
+    std::string line = timeText(time, false, "%F %T") + " " + harmless(name);
+    for (size_t i = 0; i < values.size(); ++i) {
+        line += " " + argumentName(name, i) + "=" + std::to_string(values[i]);
+    }
+    return line + "\n";
+}
+
+/// The event as one JSON object in one line; the time is UTC in the ISO form.
+std::string eventJson(std::chrono::system_clock::time_point time, const std::string& name,
+                      const std::vector<uint32_t>& values) {
+    Json::Value object;
+    object["time"] = timeText(time, true, "%FT%T") + "Z";
+    object["event"] = name;
+    for (size_t i = 0; i < values.size(); ++i) {
+        object[argumentName(name, i)] = values[i];
+    }
+    return jsonLine(object);
+}
+
 /// Follows the service on the bus and prints what it does.
 class Watcher : BusClient::ServiceWatch::Handler {
 public:
@@ -45,7 +66,7 @@ public:
 
 private:
     bool interrupted(const HeldSignals& signals);
-    void print(const std::string& name, std::vector<uint32_t> values = {}) const;
+    void print(const std::string& name, const std::vector<uint32_t>& values = {}) const;
     void serviceAppeared() noexcept override { print("serviceAppeared"); }
     void serviceLeft() noexcept override { print("serviceLeft"); }
     void signalCame(BusClient::Message& signal) noexcept override { print(signal.member(), signal.counts()); }
@@ -55,9 +76,9 @@ private:
     bool json_;
 };
 
-void Watcher::print(const std::string& name, std::vector<uint32_t> values) const {
-    const Event event{std::chrono::system_clock::now(), name, std::move(values)};
-    std::cout << (json_ ? eventJson(event) : eventLine(event)) << std::flush;
+void Watcher::print(const std::string& name, const std::vector<uint32_t>& values) const {
+    const auto now = std::chrono::system_clock::now();
+    std::cout << (json_ ? eventJson(now, name, values) : eventLine(now, name, values)) << std::flush;
 }
 
 // Waits for the bus. True when a signal came or nobody reads any more what would be written.
@@ -85,24 +106,6 @@ void Watcher::run() {
 }
 
 } // namespace
-
-std::string eventLine(const Event& event) {
-    std::string line = timeText(event.time, false, "%F %T") + " " + harmless(event.name);
-    for (size_t i = 0; i < event.values.size(); ++i) {
-        line += " " + argumentName(event.name, i) + "=" + std::to_string(event.values[i]);
-    }
-    return line + "\n";
-}
-
-std::string eventJson(const Event& event) {
-    Json::Value object;
-    object["time"] = timeText(event.time, true, "%FT%T") + "Z";
-    object["event"] = event.name;
-    for (size_t i = 0; i < event.values.size(); ++i) {
-        object[argumentName(event.name, i)] = event.values[i];
-    }
-    return jsonLine(object);
-}
 
 void watch(const Options& options) { Watcher(options.json).run(); }
 
