@@ -1,6 +1,7 @@
 // A notice in a plain window.
 #include "window.h"
 
+#include "deadline.h"
 #include "picture.h"
 
 #include <cairo/cairo-xcb.h>
@@ -21,7 +22,6 @@ namespace Vard {
 namespace {
 
 using namespace std::string_view_literals;
-using Clock = std::chrono::steady_clock;
 
 constexpr auto windowClass = "vard_notify\0vard_notify\0"sv;
 
@@ -48,7 +48,7 @@ public:
     explicit Window(const Notice& notice);
 
     /// Shows it until the user closes it or the time has come.
-    void showUntil(Clock::time_point end);
+    void showUntil(const Deadline& end);
 
 private:
     static Owned<xcb_connection_t> connect(int& screen);
@@ -233,13 +233,12 @@ bool Window::handleEvents() const {
     return false;
 }
 
-void Window::showUntil(Clock::time_point end) {
+void Window::showUntil(const Deadline& end) {
     xcb_map_window(connection_.get(), window_);
     while (!handleEvents()) {
         xcb_flush(connection_.get());
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
         pollfd entry{xcb_get_file_descriptor(connection_.get()), POLLIN, 0};
-        if (left <= 0 || ::poll(&entry, 1, static_cast<int>(left)) == 0) {
+        if (::poll(&entry, 1, end.pollTime()) == 0) {
             return;
         }
     }
@@ -248,7 +247,7 @@ void Window::showUntil(Clock::time_point end) {
 } // namespace
 
 void showWindow(const Notice& notice) {
-    Window(notice).showUntil(Clock::now() + std::chrono::seconds(notice.critical() ? 30 : 10));
+    Window(notice).showUntil(Deadline::in(std::chrono::seconds(notice.critical() ? 30 : 10)));
 }
 
 } // namespace Vard

@@ -4,6 +4,7 @@
 
 #include "interface_table.h"
 #include "logger.h"
+#include "secret.h"
 #include "text.h"
 #include "user_database.h"
 
@@ -63,7 +64,7 @@ ArgumentsGuard::~ArgumentsGuard() {
     for (auto in = message_.reader(); !in.at_end(); ++in) {
         if (in.type() == DBUS_TYPE_STRING) {
             auto* argument = const_cast<char*>(in.get_string()); // NOLINT(*-const-cast)
-            ::explicit_bzero(argument, std::strlen(argument));
+            Utils::wipe(argument, std::strlen(argument));
         }
     }
 }

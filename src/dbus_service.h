@@ -14,14 +14,12 @@
 #include "session_notices.h"
 #include "session_start.h"
 #include "session_table.h"
-#include "session_watch.h"
 #include "user_children.h"
 
 #include <dbus-c++/dbus.h>
 #include <vard_adaptor.h>
 
 #include <chrono>
-#include <functional>
 #include <list>
 #include <memory>
 #include <string>

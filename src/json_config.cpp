@@ -4,6 +4,7 @@
 #include "exceptions.h"
 #include "file_descriptor.h"
 #include "logger.h"
+#include "secret.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -72,7 +73,7 @@ void wipeTexts(Json::Value& value) noexcept {
         const char* begin = nullptr;
         const char* end = nullptr;
         value.getString(&begin, &end);
-        ::explicit_bzero(const_cast<char*>(begin), static_cast<size_t>(end - begin)); // NOLINT(*-const-cast)
+        Utils::wipe(const_cast<char*>(begin), static_cast<size_t>(end - begin)); // NOLINT(*-const-cast)
     } else if (value.isArray() || value.isObject()) {
         std::ranges::for_each(value, wipeTexts);
     }

@@ -15,14 +15,17 @@ namespace {
 constexpr int32_t requestFailed = -1;
 constexpr size_t longestDomain = 255; // bytes, as long as a domain name can be
 
-bool chooseProgram(const ProgramList& list, const std::string& name, StartRequest& request) {
-    const Program* program = list.find(name);
-    if (program == nullptr) {
-        Syslog::error("%s: program not registered, name: %s", "vardSessionRequest", name.c_str());
+// The published program that is asked for, in the desktop's stead; true, too, when none is.
+bool chooseProgram(const ProgramList& list, const std::optional<std::string>& name, StartRequest& request) {
+    const Program* program = name ? list.find(*name) : nullptr;
+    if (name && program == nullptr) {
+        Syslog::error("%s: program not registered, name: %s", "vardSessionRequest", name->c_str());
         return false;
     }
-    request.program = program->path;
-    request.args = program->args;
+    if (program != nullptr) {
+        request.program = program->path;
+        request.args = program->args;
+    }
     return true;
 }
 
@@ -102,10 +105,7 @@ int32_t DBusService::vardSessionRequest(Text params) {
         return requestFailed;
     }
     auto request = desktopRequest(asked.user, asked.password, asked.format);
-    if (asked.program && !chooseProgram(*config_.programs(), *asked.program, request)) {
-        return requestFailed;
-    }
-    const auto session = startSession(request);
+    const auto session = chooseProgram(*config_.programs(), asked.program, request) ? startSession(request) : nullptr;
     if (!session) {
         return requestFailed;
     }

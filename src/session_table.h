@@ -5,7 +5,6 @@
 #include "session.h"
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <ranges>

@@ -2,9 +2,6 @@
 #include "session_watch.h"
 
 #include "logger.h"
-#include "user_database.h"
-
-#include <algorithm>
 
 namespace Vard {
 
