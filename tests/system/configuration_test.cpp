@@ -23,22 +23,33 @@ TEST_F(Configuration, LevelIsChangedOnRequestAndAnUnknownOneIsRefused) {
 }
 
 TEST_F(Configuration, ChangedFileIsTakenOverABrokenOneIsNotABrokenValueIsTheDefault) {
+    const Account bob("bob");
     start(testConfig({{"display:max", 34}, {"display:min", Json::arrayValue}, {"xcon:attempts:count", "many"}}));
-    Account bob("bob");
     ASSERT_EQ(bus.login("alice"), 33);
     EXPECT_TRUE(journal.waitFor("bad value, key: xcon:attempts:count"));
     ASSERT_TRUE(reload("{ \"display:max\": 60", "reloadConfigWatcher: exception:"));
     ASSERT_TRUE(reload("[]", "reloadConfigWatcher: json not object, file:"));
     EXPECT_EQ(bus.login("bob"), -1);
     EXPECT_TRUE(journal.waitFor("startSession: full house"));
-    ASSERT_TRUE(reload(testConfig({{"display:max", 35}})));
-    EXPECT_EQ(bus.login("bob"), 34);
+
+    // The displays, the published programs and the level of the journal.
+    writeFile("/tmp/new.json", R"([{"name":"New","path":"/usr/bin/xclock"}])");
+    const auto* request = R"({"username":"bob","password":"x","program":"New"})";
+    EXPECT_EQ(bus.call("vardSessionRequest", "s", request).number, -1);
+    ASSERT_TRUE(
+        reload(testConfig({{"display:max", 35}, {"session:programs", "/tmp/new.json"}, {"debug:level", "info"}})));
+    const auto before = journal.count("vardStatus");
+    bus.call("vardStatus");
+    EXPECT_EQ(bus.call("vardSessionRequest", "s", request).number, 34);
+    EXPECT_TRUE(journal.waitFor("vardSessionRequest, json: `{\"username\":\"bob\"")); // and with it all before
+    EXPECT_EQ(journal.count("vardStatus"), before);
+
     ASSERT_TRUE(reload(testConfig({{"display:min", 70}, {"display:max", 80}})));
     auto broken = testConfig({{"display:min", "a hundred"}, {"display:max", 110}});
     ASSERT_TRUE(reload(broken.toStyledString(), "bad value, key: display:min"));
     broken["display:min"] = 99999;
     ASSERT_TRUE(reload(broken.toStyledString(), "reloadConfigWatcher: display range refused: 99999, 110"));
-    Account carol("carol");
+    const Account carol("carol");
     EXPECT_EQ(bus.login("carol"), 72) << "in the third slot of the range before";
 }
 

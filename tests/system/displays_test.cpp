@@ -7,12 +7,11 @@ namespace {
 
 using namespace Test;
 
-class Displays : public ServiceTest {
-protected:
-    static std::string socket(int display) {
-        return shell("stat -c '%a %U %F %G' /tmp/.X11-unix/X" + std::to_string(display)).text;
-    }
-};
+class Displays : public ServiceTest {};
+
+std::string socket(int64_t display) {
+    return shell("stat -c '%a %U %F %G' /tmp/.X11-unix/X" + std::to_string(display)).text;
+}
 
 TEST_F(Displays, SameProgramReusesTheSessionAnotherProgramGetsItsOwn) {
     writeFile("/etc/vard/programs.json", R"([{"name":"Clock","path":"/usr/bin/xclock"}])");
@@ -33,13 +32,11 @@ TEST_F(Displays, SameProgramReusesTheSessionAnotherProgramGetsItsOwn) {
 
 TEST_F(Displays, LeftoversOfAKilledServerDoNotStandInTheWay) {
     // What a server of another user leaves when it is killed: alice may not remove it.
-    Account mallory("mallory");
+    const Account mallory("mallory");
     const auto plantDead = [] {
-        mustRun(
-            "runuser -u mallory -- perl -MSocket -e 'umask 0; socket(my $s, AF_UNIX, SOCK_STREAM, 0); bind($s, "
-            "sockaddr_un(\"/tmp/.X11-unix/X33\")) or die; for (\"/tmp/.X33-lock\", \"/tmp/server-33.xkm\") { open(my "
-            "$f, "
-            "\">\", $_); printf $f \"%10d\\n\", 4194304 }'");
+        mustRun(R"(runuser -u mallory -- perl -MSocket -e 'umask 0; socket(my $s, AF_UNIX, SOCK_STREAM, 0);
+            bind($s, sockaddr_un("/tmp/.X11-unix/X33")) or die;
+            for ("/tmp/.X33-lock", "/tmp/server-33.xkm") { open(my $f, ">", $_); printf $f "%10d\n", 4194304 }')");
         return exists("/tmp/.X33-lock");
     };
     ASSERT_TRUE(plantDead());
@@ -51,7 +48,7 @@ TEST_F(Displays, LeftoversOfAKilledServerDoNotStandInTheWay) {
     EXPECT_EQ(socket(33), "760 alice socket vard-xauth\n");
     ::kill(info(33)["pid1"].asInt(), SIGKILL); // the same with our own server
     signals.upTo("signalSessionShutdown");
-    const auto next = static_cast<int>(bus.login("alice"));
+    const auto next = bus.login("alice");
     EXPECT_EQ(socket(next), "760 alice socket vard-xauth\n") << "at the first try, there or on the next display";
     EXPECT_TRUE(next == 33 || waitUntil([] { return !exists("/tmp/.X11-unix/X33") && !exists("/tmp/.X33-lock"); }));
 }

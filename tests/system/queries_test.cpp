@@ -1,5 +1,5 @@
 // The views of the sessions: their form, and that no user can break or delay them.
-#include "service.h"
+#include "attacker.h"
 
 #include <gmock/gmock.h>
 
@@ -22,12 +22,6 @@ protected:
         start();
     }
 };
-
-double secondsOf(const std::function<void()>& work) {
-    const auto begin = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-}
 
 Json::Value parse(const std::string& text) {
     Json::Value value;
@@ -57,7 +51,7 @@ TEST_F(Queries, SessionObjectHasItsMembersInOrder) {
 
     const int server = info(33)["pid1"].asInt();
     ::kill(server, SIGSTOP);
-    EXPECT_LT(secondsOf([&] { text = bus.session(33); }), 3);
+    EXPECT_LT(timed([&] { text = bus.session(33); }), 3);
     EXPECT_EQ(keys(text), before + after) << "the size is the X server's to tell";
     ::kill(server, SIGCONT);
     EXPECT_TRUE(waitUntil([&] { return info(33)["width"] == 640; })) << "a server that goes on is asked again";
@@ -90,17 +84,17 @@ TEST_F(Queries, TablesListEverySessionAndNoStoppedServerDelaysThem) {
     }
     // Three seconds are the promise; all her servers together are waited for.
     Json::Value ofAlice;
-    EXPECT_LT(secondsOf([&] { ofAlice = parse(bus.call("vardUserInfoJson", "s", "alice").text); }), 3);
+    EXPECT_LT(timed([&] { ofAlice = parse(bus.call("vardUserInfoJson", "s", "alice").text); }), 3);
     ASSERT_EQ(ofAlice.size(), 3U) << "application sessions count here";
     EXPECT_EQ(ofAlice[1]["xsession"], "/usr/bin/xclock");
-    EXPECT_LT(secondsOf([&] {
+    EXPECT_LT(timed([&] {
                   EXPECT_EQ(info(34)["width"], 640);
                   EXPECT_EQ(bus.call("vardSessions").rows, everybody);
                   EXPECT_EQ(bus.call("busSessionsInfo").rows.size(), 4U);
               }),
               1);
     // Nor does a tool that would have to wait for such a server.
-    EXPECT_LT(secondsOf([&] {
+    EXPECT_LT(timed([&] {
                   bus.call("vardSessionGeometry", "uqq", 33U, 800, 600);
                   bus.call("proxySessionConnected", "uus", 33U, 0U, "10.1.2.3");
               }),

@@ -8,10 +8,8 @@ namespace {
 using namespace Test;
 using Found = std::vector<Signal>;
 
-/// A process that stands for a transport, or for a bystander; it is not the test's child, so nobody need reap it.
-uint32_t spawn(const std::string& before = "") {
-    return static_cast<uint32_t>(std::stoul(mustRun(before + "sleep 100000 >/dev/null 2>&1 & echo $!")));
-}
+/// A process that stands for a transport, or for a bystander.
+uint32_t spawn(const std::string& before = "") { return static_cast<uint32_t>(launch(before + "sleep 100000")); }
 
 bool alive(uint32_t pid) { return ::kill(static_cast<pid_t>(pid), 0) == 0; }
 
@@ -23,9 +21,7 @@ void killAndWait(uint32_t pid) {
 class Transport : public ServiceTest {
 protected:
     Transport() {
-        auto config = testConfig();
-        config["helper:notification"] = "/bin/true";
-        start(config);
+        start(testConfig({{"helper:notification", "/bin/true"}}));
         signals = std::make_unique<Signals>();
     }
 
@@ -100,28 +96,26 @@ TEST_F(Transport, ReplacedLostAndSentAwayIsToldAndRecorded) {
     EXPECT_TRUE(journal.audit("VARD:SessionDisconnect=\"alice\"", "addr=10.9.9.9 terminal=:33 res=success"));
 
     const auto third = spawn();
-    connect(third);
+    connect(third, "10.9.9.9 terminal=:99 res=failed");
     EXPECT_EQ(bus.call("vardDisconnect", "u", 33U).number, 1);
     EXPECT_EQ(info(33)["remoteaddr"], "");
     expectDisconnected();
     EXPECT_FALSE(alive(third));
     EXPECT_EQ(bus.call("vardDisconnect", "u", 33U).number, 0) << "nobody is connected";
-}
 
-TEST_F(Transport, EndsWithTheSessionAndWithTheService) {
-    login();
-    const auto first = spawn();
-    connect(first);
+    const auto fourth = spawn();
+    connect(fourth, "10.9.9.9 terminal=:99 res=failed");
     ::kill(info(33)["pid1"].asInt(), SIGKILL);
     EXPECT_EQ(signals->upTo("signalSessionShutdown"),
               (Found{{"signalSessionDisconnected", {33}}, {"signalSessionShutdown", {33}}}));
-    EXPECT_TRUE(waitUntil([&] { return !alive(first); }));
-    EXPECT_TRUE(journal.audit("VARD:SessionLogout=\"alice\"", "addr=10.1.2.3 terminal=:33 res=success"));
-    login();
-    const auto second = spawn();
-    connect(second);
-    EXPECT_EQ(service->stop(), 0);
-    EXPECT_TRUE(waitUntil([&] { return !alive(second); }));
+    EXPECT_TRUE(waitUntil([&] { return !alive(fourth); }));
+    EXPECT_TRUE(journal.audit("VARD:SessionLogout=\"alice\"", "addr=? terminal=:33 res=success")) << "forged";
+
+    const auto sid = static_cast<uint32_t>(bus.login("alice"));
+    const auto fifth = spawn();
+    bus.call("proxySessionConnected", "uus", sid, fifth, "10.1.2.3");
+    service->stop();
+    EXPECT_TRUE(waitUntil([&] { return !alive(fifth); }));
 }
 
 TEST_F(Transport, NothingButTheTransportIsEverSignalled) {

@@ -27,11 +27,7 @@ protected:
     }
     /// Looks again and again, as the watcher does.
     bool ends(pid_t pid) {
-        for (int looks = 0; looks < 500 && runs(pid); ++looks) {
-            adopted_.endOnce("test");
-            std::this_thread::sleep_for(10ms);
-        }
-        return !runs(pid);
+        return Scratch::waitUntil([&] { return adopted_.endOnce("test"), !runs(pid); }, 5s);
     }
     AdoptedChildren adopted_;
 };

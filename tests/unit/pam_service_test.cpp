@@ -3,15 +3,9 @@
 
 #include "scratch.h"
 
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <fstream>
 #include <memory>
-#include <thread>
 
 namespace {
 
@@ -23,7 +17,10 @@ protected:
         Machine::SetUpTestSuite();
         Scratch::run("useradd -m pamela && echo pamela:secret | chpasswd");
     }
-    static void service(const std::string& stack) { std::ofstream("/etc/pam.d/unit-test") << stack; }
+    static void service(const std::string& stack) { Scratch::writeFile("/etc/pam.d/unit-test", stack); }
+    static void script(const std::string& body) {
+        Scratch::writeFile("/usr/local/bin/pam-script", "#!/bin/sh\n" + body, 0755);
+    }
     static PamService transaction() { return PamService("unit-test", "pamela", "secret"); }
 };
 
@@ -63,20 +60,30 @@ TEST_F(Pam, SeveralPromptsOfOneCallAreAnsweredEachInItsPlace) {
     EXPECT_EQ(answers, nullptr);
 }
 
-TEST_F(Pam, SessionIsClosedOnlyWhenItWasMarkedOpen) {
-    Scratch::run(
-        "printf '#!/bin/sh\\necho $PAM_TYPE >>/tmp/notes\\n' >/usr/local/bin/note; "
-        "chmod +x /usr/local/bin/note");
-    service("auth required pam_permit.so\nsession required pam_exec.so quiet /usr/local/bin/note\n");
+// What the credentials bring is there when the session is opened.
+TEST_F(Pam, SessionIsOpenedWithCredentialsAndClosedOnlyWhenItWasMarkedOpen) {
+    script("echo $PAM_TYPE $CREDENTIALS >>/tmp/notes\n");
+    Scratch::writeFile("/etc/pam.credentials", "CREDENTIALS DEFAULT=set\n");
+    service(
+        "auth required pam_permit.so\nauth required pam_env.so readenv=0 conffile=/etc/pam.credentials\n"
+        "session required pam_exec.so quiet /usr/local/bin/pam-script\n");
     {
         const auto notOurs = transaction(); // another process closes what it opened
         ASSERT_TRUE(PamService::openSession(notOurs.getHandle()));
     }
-    EXPECT_EQ(Scratch::run("cat /tmp/notes"), "open_session\n");
+    EXPECT_EQ(Scratch::readFile("/tmp/notes"), "open_session set\n");
     transaction().setSessionOpened();
     // In a child of its own, which nobody waits for.
-    EXPECT_EQ(Scratch::run("until [ $(wc -l </tmp/notes) = 2 ]; do sleep 0.01; done; cat /tmp/notes"),
-              "open_session\nclose_session\n");
+    EXPECT_TRUE(
+        Scratch::waitUntil([] { return Scratch::readFile("/tmp/notes") == "open_session set\nclose_session\n"; }));
+}
+
+TEST_F(Pam, NameThatAModuleChangesIsRefused) {
+    service("auth required pam_permit.so\naccount required pam_permit.so\n");
+    auto pam = transaction();
+    EXPECT_TRUE(pam.validateAccount() && pam.checkAuthenticate());
+    ::pam_set_item(pam.getHandle(), PAM_USER, "root");
+    EXPECT_FALSE(pam.validateAccount() || pam.checkAuthenticate());
 }
 
 TEST_F(Pam, WhatPamCannotCarryIsRefused) {
@@ -92,13 +99,13 @@ TEST_F(Pam, SecretsOfAllTransactionsCanBeWiped) {
 }
 
 TEST_F(Pam, SessionsEndWithoutAnybodyWaitingForTheModules) {
-    std::ofstream("/usr/local/bin/slow") << "#!/bin/sh\nuntil [ -e /tmp/go ]; do sleep 0.01; done; touch /tmp/closed\n";
-    Scratch::run("chmod +x /usr/local/bin/slow");
-    service("auth required pam_permit.so\nsession required pam_exec.so quiet type=close_session /usr/local/bin/slow\n");
+    script("until [ -e /tmp/go ]; do sleep 0.01; done; touch /tmp/closed\n");
+    service("auth required pam_permit.so\nsession required pam_exec.so quiet /usr/local/bin/pam-script\n");
     auto pam = std::make_unique<PamService>("unit-test", "pamela", "secret");
     pam->setSessionOpened();
     pam.reset(); // would wait for ever
-    Scratch::run("touch /tmp/go; until [ -e /tmp/closed ]; do sleep 0.01; done"); // and so would this
+    Scratch::writeFile("/tmp/go", "");
+    EXPECT_TRUE(Scratch::waitUntil([] { return Scratch::exists("/tmp/closed"); }));
 }
 
 } // namespace

@@ -66,6 +66,9 @@ TEST_F(RuntimeDirectoryTest, FollowsNoLinkAndTakesNoFile) {
     const auto elsewhere = dir_.path() / "elsewhere";
     const auto dangling = dir_.path() / "dangling";
     fs::create_directory(elsewhere);
+    fs::create_directory(elsewhere / "own");
+    const auto planted = dir_.path() / "planted";
+    fs::create_directory_symlink(elsewhere / "own", planted);
     const auto users = dir_.path() / "users";
     fs::create_directory_symlink(elsewhere, users);
     Scratch::run("chown -h runtime-user " + users.string());
@@ -76,11 +79,12 @@ TEST_F(RuntimeDirectoryTest, FollowsNoLinkAndTakesNoFile) {
     fs::create_symlink(elsewhere / "new", dangling);
     fs::create_directory_symlink("loop", dir_.path() / "loop");
     const auto file = dir_.write("file", "");
-    for (const auto& bad : {users / "1000", open / "linked" / "1000", dangling, dir_.path() / "loop" / "1000", file,
-                            file / "1000", fs::path("relative/1000"), fs::path()}) {
+    for (const auto& bad :
+         {planted, planted / "", users / "own", users / "1000", open / "linked" / "1000", dangling,
+          dir_.path() / "loop" / "1000", file, file / "1000", fs::path("relative/1000"), fs::path()}) {
         EXPECT_FALSE(RuntimeDirectory(bad, "runtime-user").valid()) << bad;
     }
-    EXPECT_TRUE(fs::is_empty(elsewhere));
+    EXPECT_EQ(Scratch::run("ls -A " + elsewhere.string()), "own\n");
     EXPECT_FALSE(fs::exists("/relative"));
     EXPECT_THAT(journal.lines(), HasSubstr("startSession: create xdg directory failed, path: " + dangling.string()));
 }
@@ -95,16 +99,9 @@ TEST_F(RuntimeDirectoryTest, FollowsLinksThatAreRootsAlone) {
     EXPECT_EQ(modeAndOwner(dir_.path() / "run" / "deep" / "user" / "1000"), "drwx------ runtime-user:runtime-user\n");
 }
 
-TEST_F(RuntimeDirectoryTest, RefusesALinkAndAnotherUsersDirectory) {
+TEST_F(RuntimeDirectoryTest, RefusesAnotherUsersDirectory) {
     const Scratch::Journal journal;
     fs::create_directories(path_);
-    fs::create_directory_symlink(path_, dir_.path() / "planted");
-    EXPECT_FALSE(RuntimeDirectory(dir_.path() / "planted", "runtime-user").valid());
-    EXPECT_FALSE(RuntimeDirectory(dir_.path() / "planted" / "", "runtime-user").valid()) << "a slash behind it";
-    fs::create_directory_symlink(path_.parent_path(), dir_.path() / "users-way");
-    Scratch::run("chown -h runtime-user " + (dir_.path() / "users-way").string());
-    EXPECT_FALSE(RuntimeDirectory(dir_.path() / "users-way" / "1000", "runtime-user").valid())
-        << "not on the way either";
     ASSERT_TRUE(Vard::Utils::setOwner(path_, "daemon", ""));
     EXPECT_FALSE(RuntimeDirectory(path_, "runtime-user").valid());
     EXPECT_THAT(journal.lines(), HasSubstr("xdg directory of another user refused, path: " + path_.string()));

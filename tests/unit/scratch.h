@@ -1,13 +1,14 @@
-// What the tests of rooms that work on files share: a directory to work in, commands, the journal.
+// What the tests of single rooms need beside the machine that they share with the system tests: a directory to work in
+// and the lines that the room logs.
 #pragma once
 
 #include "logger.h"
+#include "machine.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -16,15 +17,14 @@
 
 namespace Scratch {
 
+using Test::exists, Test::readFile, Test::requireSandbox, Test::waitUntil, Test::writeFile;
+
 /// A directory below /tmp that goes with everything in it.
 class Directory {
 public:
     Directory() {
         char name[] = "/tmp/vard-test-XXXXXX";
-        if (::mkdtemp(name) == nullptr) {
-            throw std::runtime_error("mkdtemp");
-        }
-        path_ = name;
+        path_ = ::mkdtemp(name) != nullptr ? name : throw std::runtime_error("mkdtemp");
     }
     ~Directory() {
         std::error_code ignored;
@@ -35,7 +35,7 @@ public:
 
     [[nodiscard]] const std::filesystem::path& path() const { return path_; }
     std::filesystem::path write(const std::string& name, const std::string& bytes) const {
-        std::ofstream(path_ / name, std::ios::binary) << bytes;
+        writeFile(path_ / name, bytes);
         return path_ / name;
     }
 
@@ -44,20 +44,7 @@ private:
 };
 
 /// The output of a shell command; throws when it fails, so that no test goes on without what it prepares.
-inline std::string run(const std::string& command) {
-    std::string output;
-    FILE* pipe = ::popen(command.c_str(), "re");
-    if (pipe == nullptr) {
-        throw std::runtime_error(command);
-    }
-    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) {
-        output.push_back(static_cast<char>(c));
-    }
-    if (::pclose(pipe) != 0) {
-        throw std::runtime_error(command + ": " + output);
-    }
-    return output;
-}
+inline std::string run(const std::string& command) { return Test::mustRun(command); }
 
 /// A child that sleeps, in a directory.
 inline pid_t startSleep(const char* seconds = "1000", const std::string& directory = "/") {
@@ -72,24 +59,18 @@ inline pid_t startSleep(const char* seconds = "1000", const std::string& directo
 /// throws anywhere but on a throw-away machine, so that nothing is prepared and no test of the suite runs.
 class Machine : public testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        if (std::getenv("VARD_SANDBOX") == nullptr) {
-            throw std::runtime_error("needs root on a throw-away machine: run it in scripts/sandbox");
-        }
-    }
+    static void SetUpTestSuite() { requireSandbox(); }
 };
 
 /// Logs under a name of the running test's own, so that its lines can be told from all others.
 class Journal {
 public:
-    Journal() : name_(testing::UnitTest::GetInstance()->current_test_info()->name()), log_(name_.c_str()) {}
-
     /// All lines so far; waits until journald has written them.
     [[nodiscard]] std::string lines() const { return run("journalctl --sync && journalctl -q -o cat -t " + name_); }
 
 private:
-    std::string name_;
-    Vard::Syslog log_;
+    std::string name_ = testing::UnitTest::GetInstance()->current_test_info()->name();
+    Vard::Syslog log_{name_.c_str()};
 };
 
 } // namespace Scratch

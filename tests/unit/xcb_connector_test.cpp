@@ -7,7 +7,6 @@
 #include "xauthority.h"
 
 #include <csignal>
-#include <thread>
 
 namespace {
 
@@ -38,12 +37,9 @@ protected:
         EXPECT_TRUE(Utils::waitSocketSec("/tmp/.X11-unix/X71", 30));
         return pid;
     }
-    // A hang is the test's time-out.
     void goOn() {
         ::kill(server, SIGCONT);
-        while (!xcb.answers()) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
+        EXPECT_TRUE(Scratch::waitUntil([this] { return xcb.answers(); }));
     }
     xcb_window_t makeWindow(const Xcb::Rect& rect, uint32_t color = 0) {
         const auto window = ::xcb_generate_id(client);

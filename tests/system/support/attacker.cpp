@@ -2,7 +2,6 @@
 #include "attacker.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace Test {
 
@@ -11,8 +10,8 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr double stopLimit = 13; // seconds
-constexpr double loadSlack = 0.3;
-constexpr const char* tools = "/usr/local/bin/";
+constexpr double loadSlack = 0.4;
+constexpr auto forever = 30s;
 
 // A user namespace of one's own may mount a file system in user space; its server answers the first message alone.
 // Whoever waits for an answer to one that was read waits beyond SIGKILL.
@@ -57,21 +56,6 @@ double timed(const std::function<void()>& action) {
     const auto begin = std::chrono::steady_clock::now();
     action();
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-}
-
-void figure(const std::string& what, double value) {
-    std::printf("FIGURE %s: %.3f\n", what.c_str(), value);
-    std::fflush(stdout);
-}
-
-void expectAtMost(const std::string& what, double value, double limit) {
-    figure(what, value);
-    EXPECT_LE(value, limit) << what;
-}
-
-double median(std::vector<double> values) {
-    std::ranges::sort(values);
-    return values.at(values.size() / 2);
 }
 
 Bystander::Bystander()
@@ -121,7 +105,7 @@ void AttackTest::startWith(std::map<std::string, Json::Value> own) {
 }
 
 std::string AttackTest::program(const std::string& name, const std::string& body, const std::string& rest) {
-    const std::string path = tools + name;
+    const std::string path = "/usr/local/bin/" + name;
     writeFile(path, "#!/bin/bash\nif [ \"${PAM_USER-$USER}\" = mallory ]; then\n:\n" + body + "\nfi\n" + rest + "\n",
               0755);
     return path;
@@ -136,58 +120,40 @@ void AttackTest::squat(int first, int last, bool abstract, bool listening) const
     }
 }
 
-std::vector<std::unique_ptr<Account>> AttackTest::people(int count) {
-    std::vector<std::unique_ptr<Account>> users;
-    for (int i = 0; i < count; ++i) {
-        users.push_back(std::make_unique<Account>("user" + std::to_string(i)));
+std::vector<double> AttackTest::logins() {
+    while (people.size() < 5) {
+        people.push_back(std::make_unique<Account>("user" + std::to_string(people.size())));
     }
-    return users;
-}
-
-std::vector<double> AttackTest::logins(const std::vector<std::unique_ptr<Account>>& users, const char* what) {
     std::vector<double> times;
     std::vector<int64_t> sessions;
-    for (const auto& user : users) {
-        const double time = timed([&] { sessions.push_back(bus.login(user->name())); });
-        times.push_back(sessions.back() > 0 ? time : -1);
+    for (const auto& user : people) {
+        times.push_back(timed([&] { sessions.push_back(bus.login(user->name())); }));
+        EXPECT_GT(sessions.back(), 0) << user->name();
     }
     for (const auto sid : sessions) {
         bus.call("vardSessionShutdown", "u", static_cast<uint32_t>(sid));
     }
-    for (const auto sid : sessions) {
-        untilEnded(static_cast<uint32_t>(sid), 30s);
-    }
-    figure(std::string(what) + ", logins that failed", static_cast<double>(std::ranges::count(times, -1)));
-    figure(std::string(what) + ", median", median(times));
-    figure(std::string(what) + ", slowest", *std::ranges::max_element(times));
+    std::ranges::for_each(sessions, [this](int64_t sid) { untilEnded(sid); });
+    std::ranges::nth_element(times, times.begin() + std::ssize(times) / 2);
+    std::swap(times.front(), times[times.size() / 2]);
     return times;
 }
 
-void AttackTest::expectUndelayed(const std::vector<double>& times, double alone) {
-    for (const double time : times) {
-        EXPECT_GT(time, 0) << "failed";
-        EXPECT_LT(time, 2 * alone + loadSlack);
-    }
+void AttackTest::expectUndelayed(const std::vector<double>& before) {
+    EXPECT_LT(std::ranges::max(logins()), 2 * before.front() + loadSlack);
 }
 
-double AttackTest::untilGone(const std::string& user, std::chrono::seconds limit, const std::string& text) {
-    return timed([&] { waitUntil([&] { return processes(text, user).empty(); }, limit); });
+double AttackTest::untilGone(const std::string& user, const std::string& text) {
+    return timed([&] { waitUntil([&] { return processes(text, user).empty(); }, forever); });
 }
 
-double AttackTest::untilEnded(uint32_t sid, std::chrono::seconds limit) {
-    const auto found = [&] {
-        const auto rows = bus.call("vardSessions").rows;
-        return std::ranges::any_of(rows, [&](const auto& row) { return row.at(1) == std::to_string(sid); });
-    };
-    return timed([&] { waitUntil([&] { return !found(); }, limit); });
+double AttackTest::untilEnded(int64_t sid) {
+    return timed([&] { waitUntil([&] { return bus.session(static_cast<uint32_t>(sid)) == "{}"; }, forever); });
 }
 
 void AttackTest::expectRestart() {
-    const double took = timed([&] { EXPECT_LT(service->stop(), 128) << "not by a signal"; });
-    expectAtMost("the stop took", took, stopLimit);
-    const bool free = !bus.owned();
-    figure("the bus name was free after the end", free);
-    ASSERT_TRUE(free);
+    EXPECT_LE(timed([&] { service->stop(); }), stopLimit);
+    ASSERT_FALSE(bus.owned());
     start();
     EXPECT_GT(bus.login("alice"), 0);
 }

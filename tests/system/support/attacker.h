@@ -13,10 +13,6 @@ namespace Test {
 
 /// Seconds that something took.
 double timed(const std::function<void()>& action);
-/// Prints a figure of an attack, so that two builds can be compared.
-void figure(const std::string& what, double value);
-/// The same for one that is to be at most `limit`.
-void expectAtMost(const std::string& what, double value, double limit);
 
 /// Asks for the service's status on a connection and a thread of its own, again and again, for as long as it lives.
 class Bystander {
@@ -45,6 +41,7 @@ void hangFiles(const Account& account, const std::string& path);
 class AttackTest : public ServiceTest {
 protected:
     AttackTest();
+    ~AttackTest() override { shell("pkill -KILL -u mallory"); } // the end of the service need not wait for him
 
     /// Starts the service with tools and a session program that end well for everybody unless `own` names others.
     void startWith(std::map<std::string, Json::Value> own = {});
@@ -55,23 +52,20 @@ protected:
     void hangFiles(const std::string& path) const { ::Test::hangFiles(mallory, path); }
     /// Holds the sockets of displays in the background: abstract or in the directory, listening or only bound.
     void squat(int first, int last, bool abstract, bool listening) const;
-    /// Logs users in one after the other and shuts their sessions down at once; the seconds of each. -1: it failed.
-    std::vector<double> logins(const std::vector<std::unique_ptr<Account>>& users, const char* what);
-    /// Expects that none failed and none took more than twice `alone`, and a moment that other machines' load may cost.
-    static void expectUndelayed(const std::vector<double>& times, double alone);
-    /// Accounts that log in.
-    static std::vector<std::unique_ptr<Account>> people(int count);
-    /// Waits until nothing of a user's is left; seconds, at most `limit`.
-    static double untilGone(const std::string& user, std::chrono::seconds limit, const std::string& text = {});
-    /// Waits until the session is no longer found; seconds, at most `limit`.
-    double untilEnded(uint32_t sid, std::chrono::seconds limit);
+    /// Logs other people in one after the other and ends their sessions at once; the seconds of each, the middle one
+    /// first.
+    std::vector<double> logins();
+    /// Expects that no login takes more than twice the middle one of those before, and a moment that load may cost.
+    void expectUndelayed(const std::vector<double>& before);
+    /// Seconds until no such process of a user's is left, or a limit far above all that is allowed.
+    static double untilGone(const std::string& user, const std::string& text = {});
+    /// Seconds until the session is no longer found, with the same limit.
+    double untilEnded(int64_t sid);
     /// Stops the service with a limit and looks at what a new one finds; leaves the new one running.
     void expectRestart();
 
     Account mallory{"mallory"};
+    std::vector<std::unique_ptr<Account>> people; ///< others who log in
 };
-
-/// The middle one.
-double median(std::vector<double> values);
 
 } // namespace Test

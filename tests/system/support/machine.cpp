@@ -17,6 +17,12 @@
 
 namespace Test {
 
+void requireSandbox() {
+    if (::geteuid() != 0 || std::getenv("VARD_SANDBOX") == nullptr) {
+        throw std::runtime_error("this test changes the machine: run it as root in scripts/sandbox");
+    }
+}
+
 bool waitUntil(const std::function<bool()>& condition, std::chrono::seconds limit) {
     const auto end = std::chrono::steady_clock::now() + limit;
     while (!condition()) {
@@ -81,15 +87,25 @@ std::vector<int> processes(const std::string& text, const std::string& user) {
     return pids;
 }
 
+bool inMemory(int pid, const std::string& text) {
+    const std::string process = "/proc/" + std::to_string(pid);
+    const auto range = mustRun("grep -F '[heap]' " + process + "/maps");
+    const size_t begin = std::stoul(range, nullptr, 16);
+    std::string heap(std::stoul(range.substr(range.find('-') + 1), nullptr, 16) - begin, '\0');
+    std::ifstream memory(process + "/mem");
+    if (!memory.seekg(static_cast<std::streamoff>(begin)).read(heap.data(), std::ssize(heap))) {
+        throw std::runtime_error(process + "/mem");
+    }
+    return heap.find(text) != std::string::npos;
+}
+
 std::vector<int> childrenOf(int pid) {
     std::istringstream list(shell("cat /proc/" + std::to_string(pid) + "/task/*/children").text);
     return {std::istream_iterator<int>(list), {}};
 }
 
 Account::Account(std::string name, const std::string& password) : name_(std::move(name)) {
-    if (::geteuid() != 0 || std::getenv("VARD_SANDBOX") == nullptr) {
-        throw std::runtime_error("this test makes accounts: run it as root in scripts/sandbox");
-    }
+    requireSandbox();
     mustRun("useradd --create-home --shell /bin/bash --comment 'Test Person' " + name_);
     mustRun("printf '%s:%s' " + name_ + " '" + password + "' | chpasswd");
     uid_ = ::getpwnam(name_.c_str())->pw_uid;

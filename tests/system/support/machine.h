@@ -8,6 +8,9 @@
 
 namespace Test {
 
+/// Throws anywhere but on a throw-away machine.
+void requireSandbox();
+
 /// Waits for a condition that nothing announces; false after a limit that only a hang reaches.
 bool waitUntil(const std::function<bool()>& condition, std::chrono::seconds limit = std::chrono::seconds(60));
 
@@ -30,6 +33,8 @@ bool exists(const std::string& path);
 int launch(const std::string& command);
 /// Process ids whose command line contains the text, zombies left out; of one user when `user` is given.
 std::vector<int> processes(const std::string& text, const std::string& user = {});
+/// Whether the text lies in the memory that a process has allocated.
+bool inMemory(int pid, const std::string& text);
 /// The children of a process, zombies included.
 std::vector<int> childrenOf(int pid);
 

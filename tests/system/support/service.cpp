@@ -5,11 +5,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 namespace fs = std::filesystem;
 
@@ -54,8 +55,8 @@ size_t Journal::count(const std::string& text, const std::string& program) {
     return matching("SYSLOG_IDENTIFIER", program, text, "");
 }
 
-bool Journal::waitFor(const std::string& text, const std::string& program) {
-    return waitUntil([&] { return count(text, program) > 0; });
+bool Journal::waitFor(const std::string& text, const std::string& program, std::chrono::seconds limit) {
+    return waitUntil([&] { return count(text, program) > 0; }, limit);
 }
 
 bool Journal::audit(const std::string& record, const std::string& result, size_t atLeast) {
@@ -76,10 +77,25 @@ Json::Value testConfig(const std::map<std::string, Json::Value>& own) {
     return config;
 }
 
+namespace {
+
+constexpr std::chrono::seconds endLimit{40};
+
+// Reports of the service and of its children, whose outputs go elsewhere.
+void collectReports() {
+    for (const char* options : {"ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"}) {
+        const char* given = std::getenv(options);
+        ::setenv(options, (std::string(given != nullptr ? given : "") + ":log_path=/tmp/sanitizer").c_str(), 1);
+    }
+}
+
+} // namespace
+
 Service::Service(const Json::Value& config, bool waitForBus) {
     rewrite(config.toStyledString());
     pid_ = ::fork();
     if (pid_ == 0) {
+        collectReports();
         ::execl(program, program, "--config", configFile, nullptr);
         ::_exit(127);
     }
@@ -90,10 +106,9 @@ Service::Service(const Json::Value& config, bool waitForBus) {
 }
 
 Service::~Service() {
-    if (running()) {
-        ::kill(pid_, SIGKILL);
-        wait();
-        shell("pkill -KILL 'Xvfb|Xorg|vard_manager'"); // orphans, on a machine of the test's own
+    if (pid_ > 0) {
+        EXPECT_TRUE(running()) << "nobody has told the service to end";
+        stop();
     }
 }
 
@@ -103,19 +118,30 @@ void Service::rewrite(const std::string& text) {
     fs::last_write_time(configFile, fs::file_time_type::clock::now() + std::chrono::seconds(++stamp_));
 }
 
-int Service::stop() {
+void Service::stop() {
     ::kill(pid_, SIGTERM);
-    return wait();
+    wait();
 }
 
-int Service::wait() {
-    if (pid_ > 0) {
-        int status = 0;
-        ::waitpid(pid_, &status, 0);
-        status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        pid_ = -1;
+void Service::wait() {
+    if (!waitUntil([this] { return !running(); }, endLimit)) {
+        ADD_FAILURE() << "the service does not end";
+        ::kill(pid_, SIGKILL);
     }
-    return status_;
+    EXPECT_EQ(reap(), 0) << "the wait status of the service";
+    EXPECT_TRUE(journal_.waitFor("start: shutdown complete", "vard_service", std::chrono::seconds(5)));
+    EXPECT_EQ(shell("cat /tmp/sanitizer.* 2>/dev/null").text, "");
+}
+
+void Service::kill() {
+    ::kill(pid_, SIGKILL);
+    reap();
+}
+
+int Service::reap() {
+    int status = -1;
+    ::waitpid(std::exchange(pid_, -1), &status, 0);
+    return status;
 }
 
 bool Service::running() const {
@@ -125,7 +151,9 @@ bool Service::running() const {
 }
 
 // Only now are the users of the test before gone, with what their servers' own children still wrote.
-ServiceTest::ServiceTest() { shell("rm -rf /run/vard /tmp/.X*-lock /tmp/.X11-unix/* /tmp/server-*.xkm"); }
+ServiceTest::ServiceTest() {
+    shell("rm -rf /run/vard /tmp/.X*-lock /tmp/.X11-unix/* /tmp/server-*.xkm /tmp/sanitizer.*");
+}
 
 ServiceTest::~ServiceTest() = default;
 

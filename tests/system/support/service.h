@@ -8,10 +8,8 @@
 #include <json/json.h>
 #include <systemd/sd-journal.h>
 
-#include <functional>
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,7 +27,8 @@ public:
     size_t count(const std::string& text, const std::string& program = "vard_service");
     bool has(const std::string& text) { return count(text) > 0; }
     /// Waits until a message contains the text.
-    bool waitFor(const std::string& text, const std::string& program = "vard_service");
+    bool waitFor(const std::string& text, const std::string& program = "vard_service",
+                 std::chrono::seconds limit = std::chrono::seconds(60));
     /// Waits until the kernel's audit messages hold `atLeast` that contain both texts. The kernel has one audit log:
     /// records of a test on another machine may be among them.
     bool audit(const std::string& record, const std::string& result, size_t atLeast = 1);
@@ -48,7 +47,9 @@ private:
 /// otherwise.
 Json::Value testConfig(const std::map<std::string, Json::Value>& own = {});
 
-/// The service's process, started with a configuration of its own and ended with the object.
+/// The service's process, started with a configuration of its own. Its end is a part of every test: at the latest with
+/// the object it is told to end, and must do so in time, with status 0, its last word said and no sanitizer's
+/// complaint.
 class Service {
 public:
     explicit Service(const Json::Value& config = testConfig(), bool waitForBus = true);
@@ -59,10 +60,12 @@ public:
     [[nodiscard]] int pid() const { return pid_; }
     /// Replaces the configuration file, with a modification time of its own.
     void rewrite(const std::string& text);
-    /// Sends SIGTERM and waits; the exit code.
-    int stop();
-    /// Waits for the end; the exit code, or 128 plus the signal.
-    int wait();
+    /// Sends SIGTERM and waits for the orderly end.
+    void stop();
+    /// Waits for the orderly end that somebody else has asked for.
+    void wait();
+    /// The one end that need not be orderly, with all that it orphans.
+    void kill();
     [[nodiscard]] bool running() const;
 
     /// As installed, where every user may execute it.
@@ -70,8 +73,10 @@ public:
     static constexpr const char* configFile = "/tmp/vard_test.json";
 
 private:
+    int reap();
+
+    Journal journal_;
     int pid_ = -1;
-    int status_ = -1;
     int64_t stamp_ = 0;
 };
 
