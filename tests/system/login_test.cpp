@@ -58,8 +58,7 @@ TEST_F(Login, DefaultConfigurationGivesAnXorgDesktopUnderTheUser) {
     start(Json::Value(Json::objectValue));
     Signals signals;
     ASSERT_EQ(bus.login("alice", 1280, 1024), 33);
-    EXPECT_EQ(signals.upTo("signalProxyAllowConnection"),
-              (std::vector<Signal>{{"signalProxyAllowConnection", {33, alice.uid()}}}));
+    EXPECT_EQ(signals.upTo("signalProxyAllowConnection"), (Heard{{"signalProxyAllowConnection", {33, alice.uid()}}}));
     const auto session = info(33);
     const auto server = session["pid1"].asInt();
     EXPECT_THAT(readFile("/proc/" + std::to_string(server) + "/cmdline"), StartsWith("/usr/lib/xorg/Xorg"));

@@ -1,4 +1,5 @@
-// Who may call, hear and be the service: the roles of the bus policy, each tried with a real account.
+// Who may call, hear and be the service: the roles of the bus policy, each tried with a real account, and what
+// monitoring agents are told.
 #include "interface_table.h"
 #include "service.h"
 
@@ -88,8 +89,7 @@ TEST_F(Policy, NobodyElseHearsOrFakesTheSignalsOrTakesTheName) {
         as(user, "busctl emit /ru/korvex/vard ru.korvex.vard signalSessionShutdown u 33");
     }
     bus.call("proxyListenTimeout", "u", 99U);
-    EXPECT_EQ(signals.upTo("signalProxyListenTimeout"), (std::vector<Signal>{{"signalProxyListenTimeout", {99}}}))
-        << "faked";
+    EXPECT_EQ(signals.upTo("signalProxyListenTimeout"), (Heard{{"signalProxyListenTimeout", {99}}})) << "faked";
     EXPECT_TRUE(waitUntil([] { return readFile("/tmp/front").find("uint32 99") != std::string::npos; }));
     service->stop();
     ASSERT_TRUE(
@@ -100,6 +100,19 @@ TEST_F(Policy, NobodyElseHearsOrFakesTheSignalsOrTakesTheName) {
                                         std::string(busName) + " 0");
         EXPECT_NE(taken.text.find("ccess denied"), std::string::npos) << user << taken.text;
     }
+}
+
+TEST_F(Policy, ARefusedMonitoringAgentIsToldFromADaemonThatIsGone) {
+    const auto ask = [](const std::string& user, const std::string& command) {
+        return as(user, "/usr/share/vard/monitoring/" + command);
+    };
+    EXPECT_EQ(ask("monitor", "vard_value zabbixSessionsTotal").text, "0\n");
+    EXPECT_EQ(ask("monitor", "vard_agent_check").text.find("ready up "), 0U);
+    const auto denied = ask("alice", "vard_value vardLoadAverage");
+    EXPECT_EQ(denied.text, "access denied: alice is not in the group vard-monitor\n");
+    EXPECT_EQ(denied.status, 1) << "no value must not look like one";
+    service->stop();
+    EXPECT_EQ(ask("monitor", "vard_agent_check").text, "0% drain #the session daemon does not answer\n");
 }
 
 } // namespace

@@ -27,15 +27,27 @@ TEST_F(Programs, InstalledDesktopEntriesAreOfferedWhateverTheListHolds) {
     EXPECT_EQ(mustRun("grep -lE '^Type=Application' /usr/share/applications/*.desktop | "
                       "xargs grep -LE '^Hidden=true' | wc -l"),
               std::to_string(entries.size()) + "\n");
-    for (const char* broken : {"", "[", "{}", R"([{"name":["x"],"path":{}}])"}) {
-        writeFile(listFile, broken);
-        EXPECT_EQ(names(), entries) << broken;
-    }
     writeFile(listFile, "[{\"name\":\"caf\xE9\",\"path\":\"/bin/true\"}]");
     EXPECT_EQ(names().back(), "caf\uFFFD") << "the bus carries valid text alone";
     mustRun(std::string("rm ") + listFile);
     EXPECT_EQ(names(), entries);
     EXPECT_TRUE(journal.waitFor(std::string("reload: path not found: ") + listFile));
+}
+
+TEST_F(Programs, SameProgramReusesTheSessionAnotherProgramGetsItsOwn) {
+    writeFile(listFile, R"([{"name":"Clock","path":"/usr/bin/xclock"}])");
+    start();
+    Signals signals;
+    ASSERT_EQ(bus.login("alice", 640, 480), 33);
+    signals.upTo("signalProxyAllowConnection");
+    const int server = info(33)["pid1"].asInt();
+    EXPECT_EQ(bus.call("busSessionRequest", "ssyqq", "alice", "not-the-password", 8, 640, 480).number, 33);
+    EXPECT_EQ(signals.upTo("signalProxyAllowConnection"), (Heard{{"signalProxyAllowConnection", {33, alice.uid()}}}));
+    EXPECT_EQ(info(33)["pid1"].asInt(), server);
+    EXPECT_TRUE(journal.waitFor("startSession: session found, session id: 0x00000021, display: 33"));
+    const auto* request = R"({"username":"alice","password":"x","program":"Clock","sec:tls":false})";
+    EXPECT_EQ(bus.call("vardSessionRequest", "s", request).number, 34);
+    EXPECT_TRUE(!info(34)["sec:tls"].asBool() && info(34)["sec:rdp"].asBool());
 }
 
 TEST_F(Programs, ProgramRunsAsASessionOfItsOwn) {
@@ -44,8 +56,7 @@ TEST_F(Programs, ProgramRunsAsASessionOfItsOwn) {
     start(testConfig({{"session:path", "/usr/bin/xclock"}}));
     Signals signals;
     ASSERT_EQ(run("Term"), 33);
-    EXPECT_EQ(signals.upTo("signalProxyAllowConnection"),
-              (std::vector<Signal>{{"signalProxyAllowConnection", {33, alice.uid()}}}));
+    EXPECT_EQ(signals.upTo("signalProxyAllowConnection"), (Heard{{"signalProxyAllowConnection", {33, alice.uid()}}}));
     EXPECT_TRUE(waitUntil([] { return !processes("/usr/bin/xterm -geometry 20x5+50+50", "alice").empty(); }));
     // Without a window manager the terminal leads itself: it is fitted to the screen.
     EXPECT_TRUE(waitUntil([] {

@@ -51,14 +51,12 @@ protected:
     }
     void connect() {
         viewer = launch(client("/p:secret"));
-        EXPECT_EQ(
-            signals.upTo("signalSessionConnected"),
-            (std::vector<Signal>{{"signalProxyAllowConnection", {33, alice.uid()}}, {"signalSessionConnected", {33}}}));
+        EXPECT_EQ(signals.upTo("signalSessionConnected"),
+                  (Heard{{"signalProxyAllowConnection", {33, alice.uid()}}, {"signalSessionConnected", {33}}}));
         EXPECT_TRUE(waitUntil(showsTheSession));
     }
     void expectDisconnected() {
-        EXPECT_EQ(signals.upTo("signalSessionDisconnected"),
-                  (std::vector<Signal>{{"signalSessionDisconnected", {33}}}));
+        EXPECT_EQ(signals.upTo("signalSessionDisconnected"), (Heard{{"signalSessionDisconnected", {33}}}));
         ASSERT_TRUE(listening());
     }
 

@@ -22,11 +22,11 @@ TEST_F(SessionEnd, EveryCauseEndsItAllAndFreesTheDisplay) {
     bus.call("proxySessionConnected", "uus", 33U, static_cast<uint32_t>(transport), "10.1.2.3");
     signals.upTo("signalSessionConnected");
     ::kill(transport, SIGKILL);
-    EXPECT_EQ(signals.upTo("signalSessionDisconnected"), (std::vector<Signal>{{"signalSessionDisconnected", {33}}}));
+    EXPECT_EQ(signals.upTo("signalSessionDisconnected"), (Heard{{"signalSessionDisconnected", {33}}}));
 
     uint32_t sid = 0;
     const auto expectEnd = [&](const std::string& user) {
-        std::vector<Signal> seen; // the other session may end in between
+        Heard seen; // the other session may end in between
         while (seen.empty() || seen.back() != Signal{"signalSessionShutdown", {sid}}) {
             std::ranges::copy(signals.upTo("signalSessionShutdown"), std::back_inserter(seen));
         }

@@ -53,6 +53,32 @@ TEST_F(Squatters, WhatIsPlantedInTheDirectoriesDeniesNoLogin) {
     EXPECT_TRUE(waitUntil([&] { return namesMallory(); }, 5s)) << "the squatter is not named";
 }
 
+std::string socketOf(int64_t display) {
+    return shell("stat -c '%a %U %F %G' /tmp/.X11-unix/X" + std::to_string(display)).text;
+}
+
+TEST_F(Squatters, LeftoversOfAKilledServerDoNotStandInTheWay) {
+    // What a server of another user leaves when it is killed: alice may not remove it.
+    const auto plantDead = [] {
+        mustRun(R"(runuser -u mallory -- perl -MSocket -e 'umask 0; socket(my $s, AF_UNIX, SOCK_STREAM, 0);
+            bind($s, sockaddr_un("/tmp/.X11-unix/X33")) or die;
+            for ("/tmp/.X33-lock", "/tmp/server-33.xkm") { open(my $f, ">", $_); printf $f "%10d\n", 4194304 }')");
+        return exists("/tmp/.X33-lock");
+    };
+    ASSERT_TRUE(plantDead());
+    startWith();
+    EXPECT_FALSE(exists("/tmp/.X33-lock") || exists("/tmp/.X11-unix/X33")) << "nothing stays of an earlier instance";
+    ASSERT_TRUE(plantDead());
+    Signals signals;
+    ASSERT_EQ(bus.login("alice"), 33);
+    EXPECT_EQ(socketOf(33), "760 alice socket vard-xauth\n");
+    ::kill(info(33)["pid1"].asInt(), SIGKILL); // the same with our own server
+    signals.upTo("signalSessionShutdown");
+    const auto next = bus.login("alice");
+    EXPECT_EQ(socketOf(next), "760 alice socket vard-xauth\n") << "at the first try, there or on the next display";
+    EXPECT_TRUE(next == 33 || waitUntil([] { return !exists("/tmp/.X11-unix/X33") && !exists("/tmp/.X33-lock"); }));
+}
+
 // The X server's lock, the file that it makes its lock of, its compiled keymap, and its socket.
 struct Loop {
     const char* file;

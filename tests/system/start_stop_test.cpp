@@ -55,11 +55,11 @@ TEST_F(StartStop, KeepsAPidFileThatNoSecondInstanceTouchesAndSaysGoodbyeOnce) {
     Signals signals;
     ::kill(service->pid(), SIGTERM);
     service->stop(); // a second one changes nothing
-    EXPECT_EQ(signals.upTo("signalVardStopped"), (std::vector<Signal>{{"signalVardStopped", {}}}));
+    EXPECT_EQ(signals.upTo("signalVardStopped"), (Heard{{"signalVardStopped", {}}}));
     EXPECT_FALSE(exists(pidFile) || bus.owned());
     start();
     bus.call("proxyListenTimeout", "u", 7U);
-    EXPECT_EQ(signals.upTo("signalProxyListenTimeout"), (std::vector<Signal>{{"signalProxyListenTimeout", {7}}}))
+    EXPECT_EQ(signals.upTo("signalProxyListenTimeout"), (Heard{{"signalProxyListenTimeout", {7}}}))
         << "a second farewell";
     bus.call("busServiceShutdown");
     service->wait();
@@ -86,12 +86,17 @@ TEST_F(StartStop, BackgroundServiceOutlivesItsTerminalAndStopsOnTermination) {
 
 // From when it takes signals at all; before that it is just another program.
 TEST_F(StartStop, StopSignalAtAnyMomentOfTheStartIsRemembered) {
-    for (int milliseconds = 0; milliseconds < 60; milliseconds += 4) {
+    for (int milliseconds = 0; milliseconds < 60; milliseconds += milliseconds < 8 ? 1 : 4) {
         Service early(testConfig(), false);
-        const std::string taken = "grep -q 'SigCgt:.*[4567cdef]...$' /proc/" + std::to_string(early.pid()) + "/status";
-        ASSERT_TRUE(waitUntil([&] { return shell(taken).status == 0; }));
+        const auto taken = [process = "/proc/" + std::to_string(early.pid()) + "/status"] {
+            const auto status = readFile(process);
+            return std::stoull(status.substr(status.find("SigCgt:") + 7), nullptr, 16) >> (SIGTERM - 1) & 1;
+        };
+        while (early.running() && taken() == 0) { // no pause: these are the moments
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
-        early.stop(); // looks for an orderly end
+        early.stop();
+        ASSERT_FALSE(HasFailure()) << "after " << milliseconds << " ms";
     }
 }
 

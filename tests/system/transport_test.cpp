@@ -6,7 +6,6 @@
 namespace {
 
 using namespace Test;
-using Found = std::vector<Signal>;
 
 /// A process that stands for a transport, or for a bystander.
 uint32_t spawn(const std::string& before = "") { return static_cast<uint32_t>(launch(before + "sleep 100000")); }
@@ -28,15 +27,15 @@ protected:
     void login() {
         ASSERT_EQ(bus.login("alice"), 33);
         EXPECT_EQ(signals->upTo("signalProxyAllowConnection"),
-                  (Found{{"signalProxyAllowConnection", {33, alice.uid()}}}));
+                  (Heard{{"signalProxyAllowConnection", {33, alice.uid()}}}));
     }
     void connect(uint32_t pid, const char* address = "10.1.2.3") {
         EXPECT_TRUE(bus.call("proxySessionConnected", "uus", 33U, pid, address).ok());
-        EXPECT_EQ(signals->upTo("signalSessionConnected"), (Found{{"signalSessionConnected", {33}}}));
+        EXPECT_EQ(signals->upTo("signalSessionConnected"), (Heard{{"signalSessionConnected", {33}}}));
     }
     uint32_t connected() { return info(33)["pid3"].asUInt(); }
     void expectDisconnected() {
-        EXPECT_EQ(signals->upTo("signalSessionDisconnected"), (Found{{"signalSessionDisconnected", {33}}}));
+        EXPECT_EQ(signals->upTo("signalSessionDisconnected"), (Heard{{"signalSessionDisconnected", {33}}}));
         EXPECT_EQ(connected(), 0U);
     }
 
@@ -47,9 +46,9 @@ TEST_F(Transport, ProxyIsToldWhomToAdmit) {
     login();
     EXPECT_EQ(bus.call("vardConnectRdpTransport", "uu", 33U, 7U).number, 1);
     EXPECT_EQ(signals->upTo("signalProxyAllowConnection"),
-              (Found{{"signalProxyListenTimeout", {7}}, {"signalProxyAllowConnection", {33, alice.uid()}}}));
+              (Heard{{"signalProxyListenTimeout", {7}}, {"signalProxyAllowConnection", {33, alice.uid()}}}));
     bus.call("proxyListenTimeout", "u", 9U);
-    EXPECT_EQ(signals->upTo("signalProxyListenTimeout"), (Found{{"signalProxyListenTimeout", {9}}}));
+    EXPECT_EQ(signals->upTo("signalProxyListenTimeout"), (Heard{{"signalProxyListenTimeout", {9}}}));
 
     bus.call("proxyListenStarted", "ub", 33U, 0);
     EXPECT_EQ(bus.call("vardCheckProxyListen").number, 1) << "that the proxy reported counts";
@@ -107,7 +106,7 @@ TEST_F(Transport, ReplacedLostAndSentAwayIsToldAndRecorded) {
     connect(fourth, "10.9.9.9 terminal=:99 res=failed");
     ::kill(info(33)["pid1"].asInt(), SIGKILL);
     EXPECT_EQ(signals->upTo("signalSessionShutdown"),
-              (Found{{"signalSessionDisconnected", {33}}, {"signalSessionShutdown", {33}}}));
+              (Heard{{"signalSessionDisconnected", {33}}, {"signalSessionShutdown", {33}}}));
     EXPECT_TRUE(waitUntil([&] { return !alive(fourth); }));
     EXPECT_TRUE(journal.audit("VARD:SessionLogout=\"alice\"", "addr=? terminal=:33 res=success")) << "forged";
 

@@ -50,6 +50,10 @@ TEST_F(VardctlTest, SessionsAreStartedShownChangedAndEnded) {
     EXPECT_THAT(ctl("status").text, HasSubstr("Sessions: 1\nOnline:   0\n"));
     EXPECT_TRUE(
         waitUntil([] { return ctl("processes 33 --no-legend").text.find(" /usr/bin/xterm\n") != std::string::npos; }));
+    writeFile("/tmp/complete", R"(. /usr/share/bash-completion/completions/vardctl
+try() { COMP_WORDS=(vardctl "$@"); COMP_CWORD=$#; _vardctl; echo ${COMPREPLY[*]}; }
+try show ""; try limit --duration 4 ""; try sh)");
+    EXPECT_EQ(mustRun("bash /tmp/complete"), "33 alice\n33\nshow shutdown\n");
     EXPECT_EQ(ctl("limit 33 --duration 1000 --inactivity 7").status, done);
     EXPECT_EQ(info(33)["durationLimit"], 1000);
     EXPECT_EQ(info(33)["inactivityLimit"], 7);
@@ -125,18 +129,12 @@ TEST_F(VardctlTest, ExitCodesTellWhatWentWrong) {
         EXPECT_EQ(ctl(words).status, done) << words;
     }
     EXPECT_EQ(shell("runuser -u alice -- timeout 60 vardctl watch").status, denied) << "it would hear nothing for ever";
-    EXPECT_THAT(shell("runuser -u alice -- vardctl status").text, HasSubstr("the group vard-monitor or vard-frontend"));
-    EXPECT_THAT(shell("runuser -u alice -- vardctl list").text, HasSubstr("by members of the group vard-frontend"));
-    EXPECT_THAT(shell("runuser -u alice -- vardctl stop").text, HasSubstr("root alone"));
-}
-
-TEST_F(VardctlTest, TheShellCompletesSessionsAndUsers) {
-    start();
-    logIn();
-    writeFile("/tmp/complete", R"(. /usr/share/bash-completion/completions/vardctl
-try() { COMP_WORDS=(vardctl "$@"); COMP_CWORD=$#; _vardctl; echo ${COMPREPLY[*]}; }
-try show ""; try limit --duration 4 ""; try sh)");
-    EXPECT_EQ(mustRun("bash /tmp/complete"), "33 alice\n33\nshow shutdown\n");
+    for (const auto& [command, who] :
+         std::map<std::string, const char*>{{"status", "the group vard-monitor or vard-frontend"},
+                                            {"list", "by members of the group vard-frontend"},
+                                            {"stop", "root alone"}}) {
+        EXPECT_THAT(shell("runuser -u alice -- vardctl " + command).text, HasSubstr(who));
+    }
 }
 
 TEST_F(VardctlTest, NobodyIsAskedForAPasswordInVainAndNoneIsShown) {

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <thread>
 
 namespace {
@@ -71,16 +70,6 @@ TEST_F(Logging, RenamedChildWithoutDescriptorsIsHeardUnderTheSameName) {
     }
     ::waitpid(pid, nullptr, 0);
     EXPECT_EQ(journal.lines(), "parent: before\nchild: last words\n");
-}
-
-TEST_F(Logging, EndsOfChildrenAreToldAtDebugLevel) {
-    const Scratch::Journal journal;
-    Utils::syslogWaitStatus(0, "func", 9); // at another level
-    Syslog::setDebugLevel(DebugLevel::Debug);
-    Utils::syslogWaitStatus(W_EXITCODE(3, 0), "func", 10);
-    Utils::syslogWaitStatus(W_EXITCODE(0, SIGKILL) | WCOREFLAG, "func", 11);
-    EXPECT_EQ(journal.lines(),
-              "func: child ended, pid: 10, exit code: 3\nfunc: child ended, pid: 11, killed by signal: 9\n");
 }
 
 } // namespace

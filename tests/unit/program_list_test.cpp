@@ -66,8 +66,10 @@ TEST_F(ProgramListTest, AppendsTheAdministratorsProgramsInTheirOrderButWrongOnes
         EXPECT_THAT(lines, HasSubstr("reload: wrong element, path: " + (dir_.path() / "programs.json").string() +
                                      ", place: " + place + ", exception: "));
     }
-    EXPECT_FALSE(reload("[{\"name\":")) << "what cannot be read leaves the desktop entries";
-    EXPECT_THAT(list_.getNames(), ElementsAre("twice"));
+    for (const char* broken : {"", "[{\"name\":", "{}"}) {
+        EXPECT_FALSE(reload(broken)) << broken;
+        EXPECT_THAT(list_.getNames(), ElementsAre("twice")) << "the desktop entries stay";
+    }
 }
 
 // Every byte may become three when the names are made valid text; the message that carries them is limited to 32 MB.

@@ -43,6 +43,9 @@ private:
     std::chrono::microseconds start_{};
 };
 
+/// What a listener has heard, in order.
+using Heard = std::vector<Signal>;
+
 /// A configuration with settings of the test's own: the X server is the quick one without devices unless they say
 /// otherwise.
 Json::Value testConfig(const std::map<std::string, Json::Value>& own = {});
