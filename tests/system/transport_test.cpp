@@ -92,10 +92,9 @@ TEST_F(Transport, ReplacedLostAndSentAwayIsToldAndRecorded) {
     killAndWait(second);
     expectDisconnected();
     EXPECT_EQ(bus.call("zabbixSessionsOnline").number, 0);
-    EXPECT_TRUE(journal.audit("VARD:SessionDisconnect=\"alice\"", "addr=10.9.9.9 terminal=:33 res=success"));
 
     const auto third = spawn();
-    connect(third, "10.9.9.9 terminal=:99 res=failed");
+    connect(third);
     EXPECT_EQ(bus.call("vardDisconnect", "u", 33U).number, 1);
     EXPECT_EQ(info(33)["remoteaddr"], "");
     expectDisconnected();
@@ -103,18 +102,48 @@ TEST_F(Transport, ReplacedLostAndSentAwayIsToldAndRecorded) {
     EXPECT_EQ(bus.call("vardDisconnect", "u", 33U).number, 0) << "nobody is connected";
 
     const auto fourth = spawn();
-    connect(fourth, "10.9.9.9 terminal=:99 res=failed");
+    connect(fourth);
     ::kill(info(33)["pid1"].asInt(), SIGKILL);
     EXPECT_EQ(signals->upTo("signalSessionShutdown"),
               (Heard{{"signalSessionDisconnected", {33}}, {"signalSessionShutdown", {33}}}));
     EXPECT_TRUE(waitUntil([&] { return !alive(fourth); }));
-    EXPECT_TRUE(journal.audit("VARD:SessionLogout=\"alice\"", "addr=? terminal=:33 res=success")) << "forged";
 
     const auto sid = static_cast<uint32_t>(bus.login("alice"));
     const auto fifth = spawn();
     bus.call("proxySessionConnected", "uus", sid, fifth, "10.1.2.3");
     service->stop();
     EXPECT_TRUE(waitUntil([&] { return !alive(fifth); }));
+}
+
+TEST_F(Transport, EveryLoginAndItsEndIsRecordedOnce) {
+    const Account user("audited" + mustRun("od -An -N4 -tx4 /dev/urandom | tr -d ' \\n'"));
+    mustRun("chage -E 1 " + user.name());
+    EXPECT_EQ(bus.login(user.name()), -1);
+    mustRun("chage -E -1 " + user.name());
+    ASSERT_EQ(bus.login(user.name()), 33);
+    EXPECT_EQ(bus.login(user.name()), 33); // again is no login
+    for (int i = 0; i < 2; ++i) {
+        signals->upTo("signalProxyAllowConnection");
+    }
+    const auto first = spawn();
+    connect(first, "10.9.9.9");
+    killAndWait(first);
+    expectDisconnected();
+    const auto second = spawn();
+    connect(second, "10.9.9.9 terminal=:99 res=failed");
+    killAndWait(second);
+    expectDisconnected();
+    connect(spawn(), "2001:db8::7");
+    bus.call("vardSessionShutdown", "u", 33U);
+    const auto record = [&](const std::string& what, const std::string& address, const std::string& result) {
+        return "VARD:" + what + "=\"" + user.name() + "\" exe=\"/usr/bin/vard_service\" hostname=? addr=" + address +
+               " terminal=:33 res=" + result;
+    };
+    EXPECT_EQ(journal.audit(user.name(), 5),
+              (std::vector<std::string>{record("SessionLogin", "?", "failed"), record("SessionLogin", "?", "success"),
+                                        record("SessionDisconnect", "10.9.9.9", "success"),
+                                        record("SessionDisconnect", "?", "success"),
+                                        record("SessionLogout", "2001:db8::7", "success")}));
 }
 
 TEST_F(Transport, NothingButTheTransportIsEverSignalled) {

@@ -42,25 +42,31 @@ std::vector<Journal::Entry> Journal::entries() {
     return result;
 }
 
-size_t Journal::matching(const char* field, const std::string& value, const std::string& first,
-                         const std::string& second) {
+size_t Journal::count(const std::string& text, const std::string& program) {
     auto all = entries();
     return static_cast<size_t>(std::ranges::count_if(all, [&](auto& entry) {
-        return entry[field] == value && entry["MESSAGE"].find(first) != std::string::npos &&
-               entry["MESSAGE"].find(second) != std::string::npos;
+        return entry["SYSLOG_IDENTIFIER"] == program && entry["MESSAGE"].find(text) != std::string::npos;
     }));
-}
-
-size_t Journal::count(const std::string& text, const std::string& program) {
-    return matching("SYSLOG_IDENTIFIER", program, text, "");
 }
 
 bool Journal::waitFor(const std::string& text, const std::string& program, std::chrono::seconds limit) {
     return waitUntil([&] { return count(text, program) > 0; }, limit);
 }
 
-bool Journal::audit(const std::string& record, const std::string& result, size_t atLeast) {
-    return waitUntil([&] { return matching("_TRANSPORT", "audit", record, result) >= atLeast; });
+std::vector<std::string> Journal::audit(const std::string& user, size_t count) {
+    std::vector<std::string> records;
+    waitUntil([&] {
+        records.clear();
+        for (auto& entry : entries()) {
+            const auto& text = entry["MESSAGE"];
+            if (const auto found = text.find("VARD:"); entry["_TRANSPORT"] == "audit" && found != std::string::npos &&
+                                                       text.find("=\"" + user + "\"") != std::string::npos) {
+                records.push_back(text.substr(found, text.rfind('\'') - found));
+            }
+        }
+        return records.size() >= count;
+    });
+    return records;
 }
 
 Json::Value testConfig(const std::map<std::string, Json::Value>& own) {

@@ -29,15 +29,14 @@ public:
     /// Waits until a message contains the text.
     bool waitFor(const std::string& text, const std::string& program = "vard_service",
                  std::chrono::seconds limit = std::chrono::seconds(60));
-    /// Waits until the kernel's audit messages hold `atLeast` that contain both texts. The kernel has one audit log:
-    /// records of a test on another machine may be among them.
-    bool audit(const std::string& record, const std::string& result, size_t atLeast = 1);
+    /// Waits for as many of the kernel's audit messages about a user; what they say from the operation on. The kernel
+    /// has one audit log: the name must be one that no test on another machine knows.
+    std::vector<std::string> audit(const std::string& user, size_t count);
 
 private:
     using Entry = std::map<std::string, std::string>;
 
     std::vector<Entry> entries();
-    size_t matching(const char* field, const std::string& value, const std::string& first, const std::string& second);
 
     sd_journal* journal_ = nullptr;
     std::chrono::microseconds start_{};
