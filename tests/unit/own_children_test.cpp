@@ -21,7 +21,7 @@ protected:
         AdoptedChildren::adopt();
     }
     /// The grandchild that a child of foreign code, or of a session, leaves behind.
-    static pid_t leaveBehind() { return std::stoi(Scratch::run("sleep 1000 >/dev/null & echo $!")); }
+    static pid_t leaveBehind() { return std::stoi(Scratch::run("sleep 1000 >/dev/null 2>&1 & echo $!")); }
     static bool runs(pid_t pid) {
         return Scratch::run("ps -o stat= -p " + std::to_string(pid) + " || true").find_first_of("SR") == 0;
     }
