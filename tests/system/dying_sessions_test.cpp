@@ -2,7 +2,6 @@
 #include "attacker.h"
 
 #include <csignal>
-#include <sstream>
 
 namespace {
 
