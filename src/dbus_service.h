@@ -10,7 +10,7 @@
 #include "own_children.h"
 #include "profile_volume.h"
 #include "service_config.h"
-#include "service_directory.h"
+#include "service_runtime_directory.h"
 #include "session_notices.h"
 #include "session_start.h"
 #include "session_table.h"

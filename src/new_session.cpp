@@ -3,12 +3,12 @@
 
 #include "logger.h"
 #include "parsec.h"
-#include "runtime_directory.h"
 #include "secret.h"
 #include "session_command.h"
 #include "session_desktop.h"
 #include "text.h"
 #include "user_database.h"
+#include "user_runtime_directory.h"
 #include "user_scope.h"
 
 #include <system_error>

@@ -2,9 +2,9 @@
 // connection.
 #include "credentials.h"
 #include "dbus_service.h"
+#include "hash_tool.h"
 #include "secret.h"
 #include "session_desktop.h"
-#include "session_hash.h"
 #include "session_request.h"
 #include "text.h"
 

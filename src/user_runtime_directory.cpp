@@ -1,5 +1,5 @@
 // Directories that root makes on a path that users may reach.
-#include "runtime_directory.h"
+#include "user_runtime_directory.h"
 
 #include "logger.h"
 #include "trusted_path.h"

@@ -1,5 +1,5 @@
 // The hash line by which transports check a user's password.
-#include "session_hash.h"
+#include "hash_tool.h"
 
 #include "hash_line.h"
 #include "logger.h"

@@ -1,5 +1,5 @@
 // Runtime directories: whose they are, and that a start which came to nothing leaves nothing.
-#include "runtime_directory.h"
+#include "user_runtime_directory.h"
 
 #include "scratch.h"
 #include "user_database.h"

@@ -1,5 +1,5 @@
 // The service's own directory under /run, with its pid file.
-#include "service_directory.h"
+#include "service_runtime_directory.h"
 
 #include "display.h"
 #include "exceptions.h"
