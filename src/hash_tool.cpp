@@ -42,8 +42,10 @@ std::string makeLine(const Session& session, const std::string& domain, const st
                      const JsonConfig& settings) {
     auto args = toolArguments(session.username, domain, password, ntlmv2);
     const Utils::WipeGuard guard(args);
+    ChildOptions options{session.commandLog()};
+    options.secretArguments = true;
     const auto status =
-        runSessionTool(session, func, settings.settingString("hash:path", "/usr/bin/winpr-hash"), args, true);
+        runSessionTool(session, func, settings.settingString("hash:path", "/usr/bin/winpr-hash"), args, options);
     auto line = status == 0 ? readLine(session) : std::string{};
     if (line.empty()) {
         Syslog::error("%s: no hash line, user: %s, %s", func, session.username.c_str(),

@@ -13,6 +13,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 namespace Vard {
 
@@ -32,6 +33,19 @@ void markCut(char* line, size_t whole) {
     std::snprintf(line + kept, markRoom, " [cut, %zu bytes]", whole);
 }
 
+/// A forked child's last line, kept back; the child has one thread.
+struct KeptLine {
+    bool keeps = false;
+    int priority = 0;
+    std::array<char, 1024> text{};
+};
+KeptLine kept;
+
+void write(int priority, const char* line, const char* func, const char* text) {
+    // The location fields name the logger itself; the caller stands in the message.
+    sd_journal_print_with_location(priority, "CODE_FILE=src/logger", line, func, "%s", text);
+}
+
 // The journal library makes its own copy on the stack, of whatever length. A request's text may hold a password, so
 // that nothing of the line stays here.
 void print(int priority, const char* line, const char* func, const char* format, va_list args) {
@@ -42,8 +56,12 @@ void print(int priority, const char* line, const char* func, const char* format,
         markCut(text.data(), static_cast<size_t>(whole));
     }
     if (whole >= 0) {
-        // The location fields name the logger itself; the caller stands in the message.
-        sd_journal_print_with_location(priority, "CODE_FILE=src/logger", line, func, "%s", text.data());
+        if (kept.keeps) {
+            kept.priority = priority;
+            kept.text[std::string_view(text.data()).copy(kept.text.data(), kept.text.size() - 1)] = '\0';
+        } else {
+            write(priority, line, func, text.data());
+        }
         Utils::wipe(text.data(), std::min(static_cast<size_t>(whole) + 1, text.size()));
     }
     errno = saved;
@@ -79,6 +97,16 @@ void Syslog::setDebugLevel(const std::string& word) {
 }
 
 void Syslog::syslogChildOpen() {}
+
+void Syslog::holdBack() { kept = {true, 0, {}}; }
+
+void Syslog::release() {
+    kept.keeps = false;
+    if (kept.text[0] != '\0') {
+        write(kept.priority, "CODE_LINE=97", "error", kept.text.data());
+        kept.text[0] = '\0';
+    }
+}
 
 void Syslog::error(const char* format, ...) {
     if (debugLevel() != DebugLevel::Silent) {

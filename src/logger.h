@@ -39,6 +39,12 @@ public:
     /// The hook that a forked child calls before it logs; there is nothing to do for the journal.
     static void syslogChildOpen();
 
+    /// From now on nothing is written; the last line is kept. For a forked child that is about to execute a program
+    /// with a secret among its arguments: the journal looks at a sender's command line a moment after the line.
+    static void holdBack();
+    /// Writes the line that was kept, if any, and those to come.
+    static void release();
+
     static void error(const char* format, ...) __attribute__((format(printf, 1, 2)));
     static void warning(const char* format, ...) __attribute__((format(printf, 1, 2)));
     static void notice(const char* format, ...) __attribute__((format(printf, 1, 2)));

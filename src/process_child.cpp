@@ -107,6 +107,7 @@ void becomeOwner(const Identity& identity) noexcept {
 } // namespace
 
 void endAsFailure() noexcept {
+    Syslog::release(); // why, if that was kept back
     ::execl("/bin/false", "/bin/false", nullptr);
     ::_exit(EXIT_FAILURE);
 }
@@ -200,6 +201,9 @@ bool redirectOutputsFdTo(const fs::path& path) noexcept {
 void runOwnerCommand(const char* program, const std::vector<char*>& argv, const std::vector<char*>& envp,
                      const Identity& identity, const ChildOptions& options) noexcept {
     Syslog::syslogChildOpen();
+    if (options.secretArguments) {
+        Syslog::holdBack();
+    }
     if (identity.integrity && !Parsec::applyIntegrity(*identity.integrity, "runChildProcess")) {
         endAsFailure();
     }

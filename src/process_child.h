@@ -21,6 +21,8 @@ void changeProcessName(const char* name);
 struct ChildOptions {
     std::filesystem::path log{}; ///< takes its outputs, opened under the user's identity; empty: /dev/null. Without it
                                  ///< the child ends as a failure: what an earlier one wrote there must not pass for its
+    bool secretArguments = false; ///< the journal, which looks at the command line of who writes a line, has no line of
+                                  ///< the child, unless it cannot execute the program
     bool endWithParent = false; ///< the program gets SIGTERM when the thread that started it ends before it
     bool ownNetwork = false; ///< in a network namespace of its own; without one the child ends as a failure
     std::filesystem::path seenDirectory{}; ///< seen in the place of `usualDirectory`; empty: none

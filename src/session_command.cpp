@@ -18,11 +18,11 @@ namespace Vard {
 namespace {
 
 pid_t startSessionCommand(const Session& session, const Identity& identity, const std::filesystem::path& program,
-                          const std::list<std::string>& args, const std::list<std::string>& environment, bool log) {
+                          const std::list<std::string>& args, const std::list<std::string>& environment,
+                          const ChildOptions& options) {
     auto variables = sessionEnvironment(session);
     variables.insert(variables.end(), environment.begin(), environment.end());
-    return Utils::runChildProcess(program, args, identity, variables,
-                                  {log ? session.commandLog() : std::filesystem::path{}});
+    return Utils::runChildProcess(program, args, identity, variables, options);
 }
 
 } // namespace
@@ -34,17 +34,18 @@ ChildWait runSessionCommand(const Session& session, const std::filesystem::path&
 
 ChildWait runSessionCommand(const Session& session, const Identity& identity, const std::filesystem::path& program,
                             const std::list<std::string>& args, const std::list<std::string>& environment, bool log) {
-    return ChildWait(session.tasks(), startSessionCommand(session, identity, program, args, environment, log));
+    const ChildOptions options{log ? session.commandLog() : std::filesystem::path{}};
+    return ChildWait(session.tasks(), startSessionCommand(session, identity, program, args, environment, options));
 }
 
 std::optional<int> runSessionTool(const Session& session, const char* name, const std::filesystem::path& program,
-                                  const std::list<std::string>& args, bool log) {
+                                  const std::list<std::string>& args, const ChildOptions& options) {
     auto& children = session.children();
     const auto left = children.grant(children.tools, session.uid, name);
     if (left.count() == 0) {
         return std::nullopt;
     }
-    TimedChild tool(startSessionCommand(session, Identity::of(session.username), program, args, {}, log));
+    TimedChild tool(startSessionCommand(session, Identity::of(session.username), program, args, {}, options));
     Syslog::debug("%s: wait pid: %d", name, tool.process().pid());
     const auto status = tool.wait(left, name);
     children.remember(children.tools, session.uid, name, tool);

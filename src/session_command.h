@@ -3,6 +3,7 @@
 
 #include "child_waits.h"
 #include "identity.h"
+#include "process_child.h"
 #include "session.h"
 
 #include <filesystem>
@@ -21,11 +22,12 @@ ChildWait runSessionCommand(const Session& session, const std::filesystem::path&
 ChildWait runSessionCommand(const Session& session, const Identity& identity, const std::filesystem::path& program,
                             const std::list<std::string>& args, const std::list<std::string>& environment, bool log);
 
-/// Runs a tool in a session, as runSessionCommand does, and waits for its end as long as the service has patience with
-/// the tools of that user. Returns the raw wait status, which is also logged under `name`; none, after a warning, when
-/// it was not worth starting or does not end. Throws vard_error, after an error line, when it cannot be started.
+/// Runs a tool in a session, as runSessionCommand does but with `options`, and waits for its end as long as the service
+/// has patience with the tools of that user. Returns the raw wait status, which is also logged under `name`; none,
+/// after a warning, when it was not worth starting or does not end. Throws vard_error, after an error line, when it
+/// cannot be started.
 std::optional<int> runSessionTool(const Session& session, const char* name, const std::filesystem::path& program,
-                                  const std::list<std::string>& args, bool log = false);
+                                  const std::list<std::string>& args, const ChildOptions& options = {});
 
 /// Starts the session's program under a supervisor, a forked child named "vard_manager" that opens the PAM session as
 /// root, starts the program as the user, gives up root and waits. SIGTERM to the supervisor ends the program; the
