@@ -7,6 +7,8 @@
 
 #include <cstdint>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 namespace Vard {
@@ -30,14 +32,14 @@ inline std::vector<BusRow> busRows(const std::vector<SessionRow>& rows) {
     return result;
 }
 
-/// Of each row the user's name and the session's id.
-inline std::vector<DBus::Struct<std::string, uint32_t>> busNames(const std::vector<SessionRow>& rows) {
+/// The pairs in that form. Any thread.
+inline std::vector<DBus::Struct<std::string, uint32_t>> busPairs(
+    const std::vector<std::pair<std::string, uint32_t>>& pairs) {
     std::vector<DBus::Struct<std::string, uint32_t>> result;
-    result.reserve(rows.size());
-    for (const auto& row : rows) {
+    result.reserve(pairs.size());
+    for (const auto& pair : pairs) {
         auto& entry = result.emplace_back(DBus::Struct<std::string, uint32_t>{});
-        entry._1 = row.username;
-        entry._2 = row.display;
+        std::tie(entry._1, entry._2) = pair;
     }
     return result;
 }

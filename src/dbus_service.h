@@ -12,6 +12,7 @@
 #include "service_config.h"
 #include "service_runtime_directory.h"
 #include "session_notices.h"
+#include "session_request.h"
 #include "session_start.h"
 #include "session_table.h"
 #include "user_children.h"
@@ -120,13 +121,6 @@ public:
 private:
     using SessionPtr = std::shared_ptr<Session>;
 
-    /// What a started session is completed with for its connection.
-    struct Admission {
-        Text password;
-        Text domain;
-        bool ntlmv2 = false;
-    };
-
     bool handle_message(const DBus::Message& message) override;
     void run();
     bool busAlive();
@@ -141,6 +135,17 @@ private:
     // What the rooms do, under the names that the journal knows it by; the worker, and what it calls.
     SessionPtr startSession(Text user, Text password, const unsigned char& depth, const unsigned short& width,
                             const unsigned short& height, Text sessionPath, const std::list<std::string>& sessionArgs);
+    std::pair<XAuthorityFile, std::vector<uint8_t>> createXauthFile(unsigned display, Text user);
+    pid_t runXvfbDisplay(unsigned display, unsigned char depth, unsigned short width, unsigned short height, Text user,
+                         const std::filesystem::path& authfile);
+    ProcessHandle saveWaitPidBackground(pid_t pid);
+    void sessionMountProfile(Session* session);
+    void waitSessionDBus(const Session* session);
+    bool waitSessionGeometryUpdate(const Session* session, unsigned short width, unsigned short height);
+    void waitSessionFixSetxkbmapEvdev(const Session* session);
+    void waitSessionLoadX11Resources(const Session* session);
+    void sessionCorrectMainWindowSize(const SessionPtr& session);
+    std::string readSessionDBusAddress(Text directory, uint32_t display);
     bool vardCreateNTLMhashFile(const SessionPtr& session, Text password, bool ntlmv2);
     void sessionsClear();
     void worker();

@@ -75,19 +75,19 @@ void logIdentity(const Session& session) {
 } // namespace
 
 std::shared_ptr<Session> NewSession::build(DisplayRight right, LoginAudit& audit) {
-    auto session = makeRecord(request_.user, std::move(right), *settings_, services_.display);
+    auto session = makeRecord(request_.user, std::move(right), settings_, services_.display);
     RuntimeDirectory runtimeDirectory(session->runtimedir, session->username);
     if (!runtimeDirectory.valid() || !checkAccount(*session, audit) || !programExists(request_.program) ||
         !checkHome(*session)) {
         return nullptr;
     }
-    if (settings_->settingBoolean("pvol:enable", false)) {
-        sessionMountProfile(session.get(), services_.profiles, *settings_);
+    if (settings_.settingBoolean("pvol:enable", false)) {
+        sessionMountProfile(session.get(), services_.profiles, settings_);
     }
     if (!startDisplay(*session)) {
         return nullptr;
     }
-    prepareDesktop(*session, request_.format.width, request_.format.height, *settings_);
+    prepareDesktop(*session, request_.format.width, request_.format.height, settings_);
     if (!startProgram(*session)) {
         return nullptr;
     }
@@ -96,7 +96,7 @@ std::shared_ptr<Session> NewSession::build(DisplayRight right, LoginAudit& audit
 }
 
 bool NewSession::checkAccount(Session& session, LoginAudit& audit) {
-    auto pam = std::make_unique<PamService>(settings_->settingString("pam:service", "vard"), session.username,
+    auto pam = std::make_unique<PamService>(settings_.settingString("pam:service", "vard"), session.username,
                                             request_.password);
     audit.begin(session.display, session.username);
     if (!pam->validateAccount()) {
@@ -132,10 +132,10 @@ bool NewSession::startDisplay(Session& session) {
     if (users.grant(users.starts, session.uid, func).count() == 0) {
         return false;
     }
-    auto [authority, cookie] = createXauthFile(services_.directory, session.display, session.username, *settings_);
+    auto [authority, cookie] = createXauthFile(services_.directory, session.display, session.username, settings_);
     const Utils::WipeGuard guard(cookie);
     session.xauthfile = std::move(authority);
-    Display display(session.displayRight, session.username, session.uid, *settings_, services_.display);
+    Display display(session.displayRight, session.username, session.uid, settings_, services_.display);
     if (!bringUp(display, session) || !(session.xcb = display.connect(cookie))) {
         display.restIfDisturbed();
         return false;

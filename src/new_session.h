@@ -33,12 +33,13 @@ struct StartServices {
     std::filesystem::path directory; ///< of the authority files
 };
 
-/// Makes one session on one display. What a failure leaves behind goes with the objects. Main thread; the request, the
-/// services and the view of the table must outlive it.
+/// Makes one session on one display. What a failure leaves behind goes with the objects. Main thread; all that it is
+/// made of must outlive it.
 class NewSession {
 public:
-    NewSession(const StartRequest& request, const StartServices& services, TableView& sessions)
-        : request_(request), services_(services), sessions_(sessions), settings_(services.config.settings()) {}
+    NewSession(const StartRequest& request, const StartServices& services, const JsonConfig& settings,
+               TableView& sessions)
+        : request_(request), services_(services), settings_(settings), sessions_(sessions) {}
 
     /// The session with its program running, not in the table yet; empty after logging the reason. Tells `audit` when
     /// the attempt is one to report. Throws vard_error when the authority file cannot be written, pam_error when PAM
@@ -54,8 +55,8 @@ private:
 
     const StartRequest& request_;
     const StartServices& services_;
+    const JsonConfig& settings_; // one snapshot for the whole start
     TableView& sessions_;
-    std::shared_ptr<const JsonConfig> settings_; // one snapshot for the whole start
 };
 
 /// Mounts the profile of the session's user when there is one; nothing for a null session, or twice.

@@ -2,10 +2,7 @@
 // connection.
 #include "credentials.h"
 #include "dbus_service.h"
-#include "hash_tool.h"
 #include "secret.h"
-#include "session_desktop.h"
-#include "session_request.h"
 #include "text.h"
 
 namespace Vard {
@@ -15,17 +12,19 @@ namespace {
 constexpr int32_t requestFailed = -1;
 constexpr size_t longestDomain = 255; // bytes, as long as a domain name can be
 
-// The published program that is asked for, in the desktop's stead; true, too, when none is.
-bool chooseProgram(const ProgramList& list, const std::optional<std::string>& name, StartRequest& request) {
-    const Program* program = name ? list.find(*name) : nullptr;
-    if (name && program == nullptr) {
-        Syslog::error("%s: program not registered, name: %s", "vardSessionRequest", name->c_str());
+// Puts the size and the published program that are asked for in the desktop's stead.
+bool fill(StartRequest& request, const SessionRequest& asked, const ProgramList& programs) {
+    request.format = asked.format;
+    if (!asked.program) {
+        return true;
+    }
+    const Program* program = programs.find(*asked.program);
+    if (program == nullptr) {
+        Syslog::error("%s: program not registered, name: %s", "vardSessionRequest", asked.program->c_str());
         return false;
     }
-    if (program != nullptr) {
-        request.program = program->path;
-        request.args = program->args;
-    }
+    request.program = program->path;
+    request.args = program->args;
     return true;
 }
 
@@ -35,12 +34,6 @@ bool isSeamless(const std::string& name, const JsonConfig& settings) {
 }
 
 } // namespace
-
-DBusService::SessionPtr DBusService::startSession(Text user, Text password, const unsigned char& depth,
-                                                  const unsigned short& width, const unsigned short& height,
-                                                  Text sessionPath, const std::list<std::string>& sessionArgs) {
-    return startSession(StartRequest{user, password, {depth, width, height}, sessionPath, sessionArgs});
-}
 
 DBusService::SessionPtr DBusService::startSession(const StartRequest& request) {
     request_ = starter_.start(request);
@@ -61,12 +54,12 @@ int32_t DBusService::admit(const SessionPtr& session, const Admission& admission
 }
 
 void DBusService::complete(const SessionPtr& session, const Admission& admission) {
-    table_.lock().state(*session).domain = bounded(admission.domain, longestDomain);
+    {
+        const auto sessions = table_.lock();
+        admission.security.applyTo(sessions.state(*session));
+        sessions.state(*session).domain = bounded(admission.domain, longestDomain);
+    }
     vardCreateNTLMhashFile(session, admission.password, admission.ntlmv2);
-}
-
-bool DBusService::vardCreateNTLMhashFile(const SessionPtr& session, Text password, bool ntlmv2) {
-    return createHashLine(table_, *session, password, ntlmv2, *config_.settings());
 }
 
 int32_t DBusService::requestDesktop(const StartRequest& request, Text domain) {
@@ -95,22 +88,21 @@ bool DBusService::vardLogin(Text user, Text domain, Text pass) {
            requestDesktop(desktopRequest(user, pass, {}), domain) > 0;
 }
 
-// All members are read before the start: an error must not leave a session behind that nobody was told of.
 int32_t DBusService::vardSessionRequest(Text params) {
     const Utils::PasswordGuard guard(params);
     notice("%s, json: `%s'", "vardSessionRequest", params.c_str());
     const JsonConfigString json(params);
     SessionRequest asked(json);
-    if (!asked.read(json)) {
+    auto request = desktopRequest(asked.user, asked.password, {});
+    if (!asked.readDesktop(json) || !fill(request, asked, *config_.programs())) {
         return requestFailed;
     }
-    auto request = desktopRequest(asked.user, asked.password, asked.format);
-    const auto session = chooseProgram(*config_.programs(), asked.program, request) ? startSession(request) : nullptr;
+    asked.readConnection(json); // before the start: an error must not leave a session that nobody was told of
+    const auto session = startSession(request);
     if (!session) {
         return requestFailed;
     }
-    asked.security.applyTo(table_.lock().state(*session));
-    const int32_t id = admit(session, {asked.password, asked.domain, asked.ntlmv2});
+    const int32_t id = admit(session, {asked.password, asked.domain, asked.ntlmv2, asked.security});
     if (asked.program) {
         sessionCorrectMainWindowSize(session);
     }

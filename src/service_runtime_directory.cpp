@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <utility>
 
 namespace fs = std::filesystem;
 
@@ -57,16 +58,20 @@ void ServiceDirectory::removeStaleCookies() const {
     }
 }
 
-void ServiceDirectory::writePidFile() const {
+void ServiceDirectory::writePidFile() {
+    hasPidFile_ = true;
     std::ofstream file(path_ / pidFile, std::ios::trunc);
     if (file) {
         file << ::getpid();
     }
 }
 
+// Once: another instance may have written its own since.
 void ServiceDirectory::removePidFile() noexcept {
     std::error_code ignored;
-    fs::remove(path_ / pidFile, ignored);
+    if (std::exchange(hasPidFile_, false)) {
+        fs::remove(path_ / pidFile, ignored);
+    }
 }
 
 } // namespace Vard

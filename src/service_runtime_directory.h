@@ -27,9 +27,10 @@ public:
 private:
     void create() const;
     void removeStaleCookies() const;
-    void writePidFile() const;
+    void writePidFile();
 
     std::filesystem::path path_;
+    bool hasPidFile_ = false;
 };
 
 } // namespace Vard

@@ -18,7 +18,7 @@ std::vector<BusRow> DBusService::busSessionsInfo() {
 
 std::vector<DBus::Struct<std::string, uint32_t>> DBusService::vardSessions() {
     debug("%s", "vardSessions");
-    return busNames(sessionRows(table_));
+    return busPairs(sessionNames(table_));
 }
 
 std::string DBusService::vardSessionInfoJson(Number session) {
@@ -77,7 +77,7 @@ bool DBusService::vardSendNotify(Number session, Text header, Text message, cons
 void DBusService::vardSessionGeometry(Number session, Pixels width, Pixels height) {
     info("%s: session id: 0x%08x, width: %u, height: %u", "vardSessionGeometry", session, width, height);
     if (const auto found = table_.findSession(session)) {
-        waitSessionGeometryUpdate(found.get(), width, height, *config_.settings());
+        waitSessionGeometryUpdate(found.get(), width, height);
     }
 }
 

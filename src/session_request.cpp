@@ -52,18 +52,21 @@ bool SessionRequest::readFormat(const JsonConfig& params) {
            readRanged(params, "height", format.height);
 }
 
-bool SessionRequest::read(const JsonConfig& params) {
+bool SessionRequest::readDesktop(const JsonConfig& params) {
     if (!isThere(user, "username") || !isThere(password, "password") || !readFormat(params)) {
         return false;
     }
     if (params.hasValue("program")) {
         program = params.getString("program");
     }
+    return true;
+}
+
+void SessionRequest::readConnection(const JsonConfig& params) {
     security = {readFlag(params, "sec:nla"), readFlag(params, "sec:tls"), readFlag(params, "sec:rdp"),
                 readFlag(params, "sec:auth")};
     domain = params.getString("domain");
     ntlmv2 = params.getBoolean("use:ntlmv2");
-    return true;
 }
 
 } // namespace Vard

@@ -22,14 +22,24 @@ struct SecurityFlags {
     void applyTo(SessionState& state) const;
 };
 
+/// What a started session is completed with for its connection.
+struct Admission {
+    const std::string& password;
+    const std::string& domain;
+    bool ntlmv2 = false;
+    SecurityFlags security{};
+};
+
 /// What a front end asks for. Its password is wiped when it goes.
 struct SessionRequest {
     /// Reads whose session it is to be.
     explicit SessionRequest(const JsonConfig& params);
 
-    /// Reads the rest. False, after an error line under "vardSessionRequest", when something is missing or out of its
-    /// range; throws jsoncpp's exception when a member is of a wrong type.
-    bool read(const JsonConfig& params);
+    /// Reads what is to be started. False, after an error line under "vardSessionRequest", when something is missing or
+    /// out of its range; throws jsoncpp's exception when a member is of a wrong type.
+    bool readDesktop(const JsonConfig& params);
+    /// Reads the rest, which is for the connection; throws as before.
+    void readConnection(const JsonConfig& params);
 
     const std::string user;
     std::string password;

@@ -62,8 +62,8 @@ RequestHold SessionStart::start(const StartRequest& request) {
 // Users can put sockets and locks into a display's place faster than its server starts: the next display is tried, but
 // nobody gets the service to try them all.
 RequestHold SessionStart::startNew(const StartRequest& request, TableView& sessions, LoginAudit& audit) {
-    NewSession made(request, services_, sessions);
     const auto settings = services_.config.settings();
+    NewSession made(request, services_, *settings, sessions);
     for (int attempt = 0; attempt < mostDisplays; ++attempt) {
         auto right = services_.display.pool.take(sessions.freeDisplays(),
                                                  [&](uint32_t display) { return displaySocket(*settings, display); });

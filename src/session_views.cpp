@@ -94,6 +94,15 @@ uint32_t countSessions(SessionTable& table, ProcessHandle SessionState::*process
         view.sessions(), [&](const auto& session) { return (view.state(*session).*process).pid() > 0; }));
 }
 
+std::vector<std::pair<std::string, uint32_t>> sessionNames(SessionTable& table) {
+    std::vector<std::pair<std::string, uint32_t>> names;
+    const auto view = table.lock();
+    for (const auto& session : view.sessions()) {
+        names.emplace_back(Utils::toValidUtf8(session->username), session->sid);
+    }
+    return names;
+}
+
 std::vector<SessionRow> sessionRows(SessionTable& table) {
     std::vector<SessionRow> rows;
     const auto view = table.lock(); // held for seconds while a session starts

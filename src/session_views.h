@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Vard {
@@ -15,7 +16,7 @@ namespace Vard {
 
 /// One session in the administrators' table.
 struct SessionRow {
-    uint32_t display = 0; ///< the session id, too
+    uint32_t display = 0;
     std::string username;
     std::string start; ///< local time, "2026-01-31 23:59:59"
     uint32_t age = 0; ///< whole seconds
@@ -25,6 +26,9 @@ struct SessionRow {
 
 /// How many sessions have the process.
 uint32_t countSessions(SessionTable& table, ProcessHandle SessionState::*process);
+
+/// User and id of every session in slot order; valid UTF-8.
+std::vector<std::pair<std::string, uint32_t>> sessionNames(SessionTable& table);
 
 /// All sessions in slot order; the texts are valid UTF-8.
 std::vector<SessionRow> sessionRows(SessionTable& table);
