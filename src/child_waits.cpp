@@ -36,8 +36,8 @@ int waitProcessPid(pid_t pid) {
 
 // The handle is taken before anybody waits: once reaped, the number could be another process's.
 ChildWait::ChildWait(BackgroundTasks& tasks, pid_t pid, std::function<void()> afterwards)
-    : pid_(pid),
-      process_(ProcessHandle::of(pid)),
+    : OverdueChild(ProcessHandle::of(pid)),
+      pid_(pid),
       task_(std::make_shared<std::packaged_task<int()>>([pid, after = std::move(afterwards)]() mutable {
           const int status = waitProcessPid(pid);
           if (after) {
@@ -47,13 +47,13 @@ ChildWait::ChildWait(BackgroundTasks& tasks, pid_t pid, std::function<void()> af
           return status;
       })),
       status_(task_->get_future()) {
-    if (!process_) {
+    if (!process()) {
         Utils::syslogErrno("ChildWait", "pidfd_open", errno);
         ::kill(pid, SIGKILL); // still ours and not reaped, so the number is its own
         OwnChildren::release(pid, 0s);
         throw vard_error("ChildWait");
     }
-    const auto wait = [&tasks, task = task_, process = process_] {
+    const auto wait = [&tasks, task = task_, process = process()] {
         if (tasks.await(process.descriptor())) {
             (*task)();
         }
@@ -100,30 +100,6 @@ bool ChildWait::endedBy(const Deadline& end) {
         std::this_thread::sleep_for(20ms);
     }
     return ready(end);
-}
-
-void ChildWait::kill(const char* func) {
-    Syslog::warning("%s: child did not end, killed, pid: %d", func, pid_);
-    process_.kill();
-    gone_ = Deadline::in(killedGrace);
-}
-
-void ChildWait::killOverdue(const char* func) {
-    const auto told = process_.toldToEndFor();
-    if (!told && end_ && end_->passed()) {
-        process_.terminate();
-    }
-    if (!gone_ && told && (*told > endGrace || process_.stopped())) {
-        kill(func);
-    }
-}
-
-bool ChildWait::beyondReach(const char* func) const {
-    const bool beyond = gone_ && gone_->passed();
-    if (beyond) {
-        Syslog::warning("%s: killed child does not end, pid: %d", func, pid_);
-    }
-    return beyond;
 }
 
 void ChildWaits::add(ChildWait child) {

@@ -3,6 +3,7 @@
 
 #include "background_tasks.h"
 #include "deadline.h"
+#include "overdue_child.h"
 #include "own_children.h"
 #include "process_handle.h"
 
@@ -16,15 +17,12 @@
 
 namespace Vard {
 
-/// A child told to end that is still there after this long is killed.
-inline constexpr std::chrono::seconds endGrace{10};
-
 /// Waits for a child and returns its raw wait status, which is also logged at debug level. Blocks. -1, after an error
 /// line, when there is no such child.
 int waitProcessPid(pid_t pid);
 
 /// One child, waited for by a background thread, or, when no thread could be had, by whoever asks.
-class ChildWait {
+class ChildWait : public OverdueChild {
 public:
     /// Takes over the wait for a child that was just started; `afterwards` runs once it has been reaped, before anybody
     /// learns of its end, on whichever thread reaped it. Kills the child, and throws vard_error after an error line,
@@ -34,8 +32,6 @@ public:
     ChildWait& operator=(ChildWait&&) = default;
     ~ChildWait() = default;
 
-    /// The handle to signal the child by.
-    [[nodiscard]] const ProcessHandle& process() const { return process_; }
     /// The child's process id.
     [[nodiscard]] pid_t pid() const { return pid_; }
     /// False once the status was taken.
@@ -46,26 +42,13 @@ public:
     int get();
     /// True when the child has ended by `end`.
     bool endedBy(const Deadline& end);
-    /// Whoever still runs at `end` is told to end by killOverdue().
-    void endAt(const Deadline& end) { end_ = end; }
-    /// Kills the child, with a warning under `func`.
-    void kill(const char* func);
-    /// Kills the child, with a warning under `func`, when it was told to end more than endGrace ago, or cannot obey
-    /// since somebody has stopped it. Once.
-    void killOverdue(const char* func);
-    /// True, after a warning under `func`, when the child was killed more than killedGrace ago and is still there: the
-    /// kernel holds it, and it counts as ended.
-    [[nodiscard]] bool beyondReach(const char* func) const;
 
 private:
     void reapWithoutThread();
 
     pid_t pid_ = 0;
-    ProcessHandle process_;
     std::shared_ptr<std::packaged_task<int()>> task_; // only set where no thread could be had for it
     std::future<int> status_;
-    std::optional<Deadline> end_;
-    std::optional<Deadline> gone_; // of a killed one: when it counts as ended
 };
 
 /// The list of children waited for, in the order of their start. Each operation takes the list's lock; the session
