@@ -3,11 +3,11 @@
 
 #include "hash_line.h"
 #include "logger.h"
+#include "look_as_user.h"
 #include "secret.h"
 #include "session_command.h"
 #include "small_file.h"
 #include "text.h"
-#include "user_scope.h"
 
 #include <exception>
 #include <list>

@@ -2,6 +2,7 @@
 #include "new_session.h"
 
 #include "logger.h"
+#include "look_as_user.h"
 #include "parsec.h"
 #include "secret.h"
 #include "session_command.h"
@@ -9,7 +10,6 @@
 #include "text.h"
 #include "user_database.h"
 #include "user_runtime_directory.h"
-#include "user_scope.h"
 
 #include <system_error>
 #include <utility>

@@ -2,9 +2,9 @@
 #pragma once
 
 #include "audit_log.h"
+#include "configuration.h"
 #include "display.h"
 #include "profile_volume.h"
-#include "service_config.h"
 #include "session_table.h"
 
 #include <filesystem>

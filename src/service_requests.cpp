@@ -2,6 +2,7 @@
 // connection.
 #include "credentials.h"
 #include "dbus_service.h"
+#include "hash_tool.h"
 #include "secret.h"
 #include "text.h"
 
@@ -133,6 +134,34 @@ int32_t DBusService::busProgramRequest(Text user, Text domain, Text pass, Pixels
 std::vector<std::string> DBusService::vardProgramList() {
     config_.reloadPrograms();
     return config_.programs()->getNames();
+}
+
+// The steps of a start, for one session at a time; a start goes through the rooms by itself.
+
+DBusService::SessionPtr DBusService::startSession(Text user, Text password, const unsigned char& depth,
+                                                  const unsigned short& width, const unsigned short& height,
+                                                  Text sessionPath, const std::list<std::string>& sessionArgs) {
+    return startSession(StartRequest{user, password, {depth, width, height}, sessionPath, sessionArgs});
+}
+
+std::pair<XAuthorityFile, std::vector<uint8_t>> DBusService::createXauthFile(unsigned display, Text user) {
+    return Vard::createXauthFile(directory_.path(), display, user, *config_.settings());
+}
+
+pid_t DBusService::runXvfbDisplay(unsigned display, unsigned char depth, unsigned short width, unsigned short height,
+                                  Text user, const std::filesystem::path& authfile) {
+    return Vard::runXvfbDisplay(display, {depth, width, height}, user, authfile, *config_.settings(),
+                                displays_.isolated());
+}
+
+ProcessHandle DBusService::saveWaitPidBackground(pid_t pid) { return children_.watch(tasks_, pid); }
+
+void DBusService::sessionMountProfile(Session* session) {
+    Vard::sessionMountProfile(session, profiles_, *config_.settings());
+}
+
+bool DBusService::vardCreateNTLMhashFile(const SessionPtr& session, Text password, bool ntlmv2) {
+    return createHashLine(table_, *session, password, ntlmv2, *config_.settings());
 }
 
 } // namespace Vard

@@ -87,4 +87,24 @@ std::string DBusService::vardSessionDBusAddress(Text username) {
     return found ? sessionBusAddress(*found) : "";
 }
 
+// The preparation of a desktop, for one session at a time.
+
+void DBusService::waitSessionDBus(const Session* session) { Vard::waitSessionDBus(session); }
+
+bool DBusService::waitSessionGeometryUpdate(const Session* session, unsigned short width, unsigned short height) {
+    return Vard::waitSessionGeometryUpdate(session, width, height, *config_.settings());
+}
+
+void DBusService::waitSessionFixSetxkbmapEvdev(const Session* session) { Vard::waitSessionFixSetxkbmapEvdev(session); }
+
+void DBusService::waitSessionLoadX11Resources(const Session* session) { Vard::waitSessionLoadX11Resources(session); }
+
+void DBusService::sessionCorrectMainWindowSize(const SessionPtr& session) {
+    Vard::sessionCorrectMainWindowSize(session);
+}
+
+std::string DBusService::readSessionDBusAddress(Text directory, uint32_t display) {
+    return Vard::readSessionDBusAddress(directory, display);
+}
+
 } // namespace Vard

@@ -3,11 +3,11 @@
 
 #include "bus_address.h"
 #include "logger.h"
+#include "look_as_user.h"
 #include "screen_mode.h"
 #include "session_command.h"
 #include "small_file.h"
 #include "text.h"
-#include "user_scope.h"
 #include "window_fitting.h"
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "child_waits.h"
-#include "service_config.h"
+#include "configuration.h"
 #include "session_table.h"
 
 #include <cstdint>

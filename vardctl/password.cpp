@@ -2,7 +2,7 @@
 #include "password.h"
 
 #include "failure.h"
-#include "signals.h"
+#include "stop_signals.h"
 #include "text.h"
 
 #include <poll.h>

@@ -4,7 +4,7 @@
 #include "interface_table.h"
 #include "json.h"
 #include "service.h"
-#include "signals.h"
+#include "stop_signals.h"
 #include "text.h"
 
 #include <poll.h>

@@ -1,5 +1,5 @@
 // Looks into users' files, under the users' own identity.
-#include "user_scope.h"
+#include "look_as_user.h"
 
 #include "child_descriptors.h"
 #include "deadline.h"

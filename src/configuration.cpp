@@ -1,5 +1,5 @@
 // The configuration and the program list: one snapshot of each, and their being read again.
-#include "service_config.h"
+#include "configuration.h"
 
 #include "exceptions.h"
 #include "logger.h"

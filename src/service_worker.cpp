@@ -105,4 +105,9 @@ void DBusService::seamlessTimeoutWatcher() {
 
 void DBusService::reloadConfigWatcher() { config_.reloadIfChanged(); }
 
+void DBusService::auditUserMessage(const unsigned& display, const char* address, int type, std::string_view operation,
+                                   std::string_view user, bool result) {
+    audit_.write(display, address, type, operation, user, result);
+}
+
 } // namespace Vard

@@ -1,5 +1,5 @@
 // Interrupts, taken at a place where they can be answered.
-#include "signals.h"
+#include "stop_signals.h"
 
 #include "failure.h"
 
