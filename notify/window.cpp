@@ -1,8 +1,8 @@
 // A notice in a plain window.
 #include "window.h"
 
+#include "appearance.h"
 #include "deadline.h"
-#include "picture.h"
 
 #include <cairo/cairo-xcb.h>
 #include <poll.h>
@@ -57,7 +57,7 @@ private:
     xcb_atom_t atom(std::string_view name) const;
     template <typename Items>
     void setProperty(xcb_atom_t name, xcb_atom_t type, const Items& items) const;
-    [[nodiscard]] int left() const { return screen_.width_in_pixels - margin - picture_.width(); }
+    [[nodiscard]] int left() const { return screen_.width_in_pixels - margin - appearance_.width(); }
     bool isNotice(xcb_window_t window) const;
     [[nodiscard]] int freeTop() const;
     void create();
@@ -70,7 +70,7 @@ private:
     int screenNumber_ = 0;
     Owned<xcb_connection_t> connection_;
     const xcb_screen_t& screen_;
-    Picture picture_;
+    Appearance appearance_;
     xcb_window_t window_;
     int top_ = margin;
     xcb_atom_t deleteWindow_;
@@ -113,8 +113,8 @@ xcb_visualtype_t* Window::findVisual() const {
 Window::Window(const Notice& notice)
     : connection_(connect(screenNumber_)),
       screen_(findScreen(connection_.get(), screenNumber_)),
-      picture_(notice, std::min(largestWidth, screen_.width_in_pixels - 2 * margin),
-               screen_.height_in_pixels - 2 * margin),
+      appearance_(notice, std::min(largestWidth, screen_.width_in_pixels - 2 * margin),
+                  screen_.height_in_pixels - 2 * margin),
       window_(xcb_generate_id(connection_.get())),
       deleteWindow_(atom("WM_DELETE_WINDOW")) {
     // Notices that come together would find the same room: the server serves one of them after the other.
@@ -125,7 +125,7 @@ Window::Window(const Notice& notice)
     giveHints();
     xcb_ungrab_server(connection_.get());
     surface_.reset(
-        cairo_xcb_surface_create(connection_.get(), window_, findVisual(), picture_.width(), picture_.height()));
+        cairo_xcb_surface_create(connection_.get(), window_, findVisual(), appearance_.width(), appearance_.height()));
 }
 
 bool Window::isNotice(xcb_window_t window) const {
@@ -152,16 +152,16 @@ int Window::freeTop() const {
             top = std::max(top, place->y + place->height + gap);
         }
     }
-    return top + picture_.height() + margin <= screen_.height_in_pixels ? top : margin;
+    return top + appearance_.height() + margin <= screen_.height_in_pixels ? top : margin;
 }
 
 void Window::create() {
     const std::array<uint32_t, 2> values{
         screen_.white_pixel, XCB_EVENT_MASK_EXPOSURE | XCB_EVENT_MASK_BUTTON_PRESS | XCB_EVENT_MASK_KEY_PRESS};
     xcb_create_window(connection_.get(), XCB_COPY_FROM_PARENT, window_, screen_.root, static_cast<int16_t>(left()),
-                      static_cast<int16_t>(top_), static_cast<uint16_t>(picture_.width()),
-                      static_cast<uint16_t>(picture_.height()), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT, screen_.root_visual,
-                      XCB_CW_BACK_PIXEL | XCB_CW_EVENT_MASK, values.data());
+                      static_cast<int16_t>(top_), static_cast<uint16_t>(appearance_.width()),
+                      static_cast<uint16_t>(appearance_.height()), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
+                      screen_.root_visual, XCB_CW_BACK_PIXEL | XCB_CW_EVENT_MASK, values.data());
 }
 
 xcb_atom_t Window::atom(std::string_view name) const {
@@ -191,8 +191,8 @@ void Window::giveHints() const {
     constexpr uint32_t userPositionAndFixedSize = 1 | 16 | 32;
     const auto x = static_cast<uint32_t>(left());
     const auto y = static_cast<uint32_t>(top_);
-    const auto width = static_cast<uint32_t>(picture_.width());
-    const auto height = static_cast<uint32_t>(picture_.height());
+    const auto width = static_cast<uint32_t>(appearance_.width());
+    const auto height = static_cast<uint32_t>(appearance_.height());
     setProperty(XCB_ATOM_WM_HINTS, XCB_ATOM_WM_HINTS, std::array<uint32_t, 9>{inputHint, 0});
     setProperty(XCB_ATOM_WM_NORMAL_HINTS, XCB_ATOM_WM_SIZE_HINTS,
                 std::array<uint32_t, 18>{userPositionAndFixedSize, x, y, width, height, width, height, width, height});
@@ -200,7 +200,7 @@ void Window::giveHints() const {
 
 void Window::draw() const {
     const Owned<cairo_t> cairo(cairo_create(surface_.get()));
-    picture_.draw(cairo.get());
+    appearance_.draw(cairo.get());
     cairo_surface_flush(surface_.get());
 }
 

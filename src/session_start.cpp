@@ -63,7 +63,7 @@ RequestHold SessionStart::start(const StartRequest& request) {
 // nobody gets the service to try them all.
 RequestHold SessionStart::startNew(const StartRequest& request, TableView& sessions, LoginAudit& audit) {
     const auto settings = services_.config.settings();
-    NewSession made(request, services_, *settings, sessions);
+    SessionAssembly assembly(request, services_, *settings, sessions);
     for (int attempt = 0; attempt < mostDisplays; ++attempt) {
         auto right = services_.display.pool.take(sessions.freeDisplays(),
                                                  [&](uint32_t display) { return displaySocket(*settings, display); });
@@ -72,7 +72,7 @@ RequestHold SessionStart::startNew(const StartRequest& request, TableView& sessi
             return {};
         }
         const uint32_t display = right.display();
-        if (auto session = made.build(std::move(right), audit)) {
+        if (auto session = assembly.build(std::move(right), audit)) {
             RequestHold held(session);
             sessions.put(std::move(session));
             return held;

@@ -1,7 +1,7 @@
 // The start of a session: the one that is there, or a new one.
 #pragma once
 
-#include "new_session.h"
+#include "session_assembly.h"
 
 #include <memory>
 #include <utility>

@@ -35,10 +35,10 @@ struct StartServices {
 
 /// Makes one session on one display. What a failure leaves behind goes with the objects. Main thread; all that it is
 /// made of must outlive it.
-class NewSession {
+class SessionAssembly {
 public:
-    NewSession(const StartRequest& request, const StartServices& services, const JsonConfig& settings,
-               TableView& sessions)
+    SessionAssembly(const StartRequest& request, const StartServices& services, const JsonConfig& settings,
+                    TableView& sessions)
         : request_(request), services_(services), settings_(settings), sessions_(sessions) {}
 
     /// The session with its program running, not in the table yet; empty after logging the reason. Tells `audit` when

@@ -1,5 +1,5 @@
 // One new session: the steps from the account to the running program.
-#include "new_session.h"
+#include "session_assembly.h"
 
 #include "logger.h"
 #include "look_as_user.h"
@@ -74,7 +74,7 @@ void logIdentity(const Session& session) {
 
 } // namespace
 
-std::shared_ptr<Session> NewSession::build(DisplayRight right, LoginAudit& audit) {
+std::shared_ptr<Session> SessionAssembly::build(DisplayRight right, LoginAudit& audit) {
     auto session = makeRecord(request_.user, std::move(right), settings_, services_.display);
     RuntimeDirectory runtimeDirectory(session->runtimedir, session->username);
     if (!runtimeDirectory.valid() || !checkAccount(*session, audit) || !programExists(request_.program) ||
@@ -95,7 +95,7 @@ std::shared_ptr<Session> NewSession::build(DisplayRight right, LoginAudit& audit
     return session;
 }
 
-bool NewSession::checkAccount(Session& session, LoginAudit& audit) {
+bool SessionAssembly::checkAccount(Session& session, LoginAudit& audit) {
     auto pam = std::make_unique<PamService>(settings_.settingString("pam:service", "vard"), session.username,
                                             request_.password);
     audit.begin(session.display, session.username);
@@ -108,7 +108,7 @@ bool NewSession::checkAccount(Session& session, LoginAudit& audit) {
 
 // A home that is missing is no reason to refuse the session, but one that does not answer would hold everything
 // that is started in it.
-bool NewSession::checkHome(Session& session) {
+bool SessionAssembly::checkHome(Session& session) {
     const auto look = [home = session.home] {
         std::error_code failed;
         return std::string(fs::is_directory(home, failed) ? "there" : "missing");
@@ -127,7 +127,7 @@ bool NewSession::checkHome(Session& session) {
 
 // The authority file and the server become the record's as soon as they are there, so that every failure takes them
 // away again; a server whose socket never appears is nobody's, and the display's in its stead.
-bool NewSession::startDisplay(Session& session) {
+bool SessionAssembly::startDisplay(Session& session) {
     auto& users = services_.display.users;
     if (users.grant(users.starts, session.uid, func).count() == 0) {
         return false;
@@ -143,7 +143,7 @@ bool NewSession::startDisplay(Session& session) {
     return true;
 }
 
-bool NewSession::bringUp(Display& display, Session& session) {
+bool SessionAssembly::bringUp(Display& display, Session& session) {
     if (!display.start(request_.format, session.xauthfile.path()) || !display.wait()) {
         return false;
     }
@@ -158,7 +158,7 @@ bool NewSession::bringUp(Display& display, Session& session) {
 
 // The table's lock, which the watcher takes too, keeps it from collecting a program that ends at once before the
 // session is in its slot; the child list's must not be held over a fork, which may wait for look-ups.
-bool NewSession::startProgram(Session& session) {
+bool SessionAssembly::startProgram(Session& session) {
     auto child = runSessionOpen(&session, request_.program, request_.args);
     if (!child) {
         return false;

@@ -10,10 +10,10 @@
 namespace Vard {
 
 /// A notice's texts laid out below each other, the title bold.
-class Picture {
+class Appearance {
 public:
     /// Lays the notice out in at most that many pixels; text that does not fit ends in an ellipsis.
-    Picture(const Notice& notice, int largestWidth, int largestHeight);
+    Appearance(const Notice& notice, int largestWidth, int largestHeight);
 
     /// Size in pixels, at least 1 each.
     [[nodiscard]] int width() const { return width_; }

@@ -1,5 +1,5 @@
 // What a notice looks like.
-#include "picture.h"
+#include "appearance.h"
 
 #include <algorithm>
 #include <array>
@@ -34,7 +34,7 @@ int heightOf(PangoLayout* layout) {
 
 } // namespace
 
-Picture::LayoutPtr Picture::layOut(const std::string& text, const char* font, int width, int height) {
+Appearance::LayoutPtr Appearance::layOut(const std::string& text, const char* font, int width, int height) {
     const std::unique_ptr<PangoContext, Release> context(
         pango_font_map_create_context(pango_cairo_font_map_get_default()));
     LayoutPtr layout(pango_layout_new(context.get()));
@@ -49,7 +49,7 @@ Picture::LayoutPtr Picture::layOut(const std::string& text, const char* font, in
     return layout;
 }
 
-Picture::Picture(const Notice& notice, int largestWidth, int largestHeight)
+Appearance::Appearance(const Notice& notice, int largestWidth, int largestHeight)
     : level_(notice.level), width_(std::max(largestWidth, 1)) {
     const int textWidth = width_ - stripe - 2 * padding;
     title_ = layOut(notice.title, "Sans Bold 11", textWidth, largestHeight / 3);
@@ -62,14 +62,14 @@ Picture::Picture(const Notice& notice, int largestWidth, int largestHeight)
     height_ = std::clamp(height_, 1, std::max(largestHeight, 1));
 }
 
-void Picture::drawText(cairo_t* cairo, PangoLayout* layout, int y) const {
+void Appearance::drawText(cairo_t* cairo, PangoLayout* layout, int y) const {
     use(cairo, ink);
     cairo_move_to(cairo, stripe + padding, y);
     pango_cairo_update_layout(cairo, layout);
     pango_cairo_show_layout(cairo, layout);
 }
 
-void Picture::draw(cairo_t* cairo) const {
+void Appearance::draw(cairo_t* cairo) const {
     use(cairo, background);
     cairo_paint(cairo);
     use(cairo, border);
