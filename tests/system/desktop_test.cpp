@@ -1,4 +1,4 @@
-// The desktop made ready: size, resources, the hash line, the profile partition.
+// The desktop made ready: resources, the hash line, the profile partition.
 #include "service.h"
 
 #include <gmock/gmock.h>
@@ -9,18 +9,6 @@ using namespace Test;
 using testing::HasSubstr;
 
 class Desktop : public ServiceTest {};
-
-TEST_F(Desktop, SizesAreExactModesOrTheLargestAboveTheRequest) {
-    start(Json::Value(Json::objectValue)); // Xorg with its list of modes
-    const auto sizeFor = [&](uint16_t width, uint16_t height) {
-        EXPECT_EQ(bus.login("alice", width, height), 33);
-        const auto session = info(33);
-        return session["width"].asString() + "x" + session["height"].asString();
-    };
-    EXPECT_EQ(sizeFor(1280, 1024), "1280x1024");
-    EXPECT_EQ(sizeFor(1000, 700), "3840x2160");
-    EXPECT_TRUE(journal.waitFor("waitSessionGeometryUpdate: usage mode 3840x2160"));
-}
 
 TEST_F(Desktop, HashLineIsTheToolsOwnResourcesAndKeycodesAreLoaded) {
     start();

@@ -36,14 +36,6 @@ TEST_F(Interface, ChecksAPasswordWithoutASession) {
     EXPECT_EQ(bus.call("vardCheckAuthUser", "sss", "alice", "wrong", "vard").number, 0);
 }
 
-TEST_F(Interface, NothingIsDoneForAnUnknownSessionOrUser) {
-    EXPECT_EQ(bus.call("vardConnectRdpTransport", "uu", 33U, 5U).number, 0);
-    bus.call("proxyListenStarted", "ub", 33U, 1);
-    EXPECT_EQ(bus.call("vardCheckProxyListen").number, 0);
-    EXPECT_EQ(bus.call("busSessionShutdown", "s", "nobody").number, 0);
-    EXPECT_TRUE(journal.waitFor("busSessionShutdown: session not found: nobody"));
-}
-
 TEST_F(Interface, HostileMessagesGetAnErrorAndTheServiceLives) {
     const std::string errors = "org.freedesktop.DBus.Error.";
     // Under our own policy such a message does not even arrive.

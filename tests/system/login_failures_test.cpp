@@ -59,17 +59,6 @@ TEST_F(LoginFailures, RequestsThatCannotBeServedStartNothing) {
     EXPECT_EQ(bus.login("alice"), 33);
 }
 
-TEST_F(LoginFailures, SettingsThatCannotBeStartedWithAreToldAndUndone) {
-    for (const auto& [config, logged] : std::initializer_list<std::pair<Json::Value, std::string>>{
-             {testConfig({{"xvfb:path", "/no/server"}}), "runChildProcess: program not found: /no/server"},
-             {testConfig({{"session:path", "/no/program"}}), "runChildProcess: program not found: /no/program"},
-             {testConfig({{"xcon:attempts:count", 0}}), "runXvfbDisplay: display: 33"}}) {
-        start(config);
-        expectFailedStart(logged);
-        service->stop();
-    }
-}
-
 TEST_F(LoginFailures, SilentXServerIsPassedOverWhileItStillRuns) {
     start(testConfig({{"xvfb:path", alice.script("server", "exec sleep 1000")}}));
     EXPECT_EQ(bus.login("alice"), -1);

@@ -54,19 +54,4 @@ TEST_F(SessionEnd, EveryCauseEndsItAllAndFreesTheDisplay) {
     expectNothingLeft();
 }
 
-TEST_F(SessionEnd, StoppedServerKeepsTheDisplayUntilItIsKilledAndCleared) {
-    const Account bob("bob");
-    start();
-    Signals signals;
-    ASSERT_EQ(bus.login("alice"), 33);
-    const auto session = info(33);
-    ::kill(session["pid1"].asInt(), SIGSTOP);
-    ::kill(session["pid2"].asInt(), SIGTERM);
-    signals.upTo("signalSessionShutdown");
-    EXPECT_EQ(bus.login("bob"), 34);
-    EXPECT_TRUE(journal.waitFor("startSession: display passed over: 33, an earlier session is still ending"));
-    EXPECT_TRUE(journal.waitFor("stoppedChildsWatcher: child did not end, killed, pid: "));
-    EXPECT_TRUE(waitUntil([] { return !exists("/tmp/.X11-unix/X33") && !exists("/tmp/.X33-lock"); }));
-}
-
 } // namespace

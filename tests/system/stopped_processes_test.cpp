@@ -66,6 +66,7 @@ TEST_F(StoppedProcesses, StoppedServerOfAnEndedSessionIsPassedOverWithoutWaiting
     ::kill(info(sid)["pid2"].asInt(), SIGTERM);
     EXPECT_LE(untilEnded(sid), 10);
     expectUndelayed(alone);
+    EXPECT_TRUE(waitUntil([&] { return !exists("/tmp/.X11-unix/X" + std::to_string(sid)); })) << "cleared in the end";
 }
 
 // Whatever starts under his identity stops within microseconds, the service's own children before they execute too.
