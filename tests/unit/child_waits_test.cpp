@@ -1,9 +1,7 @@
-// Children waited for: what is known of their end and when, with and without threads.
+// Children waited for: what is known of their end, and when.
 #include "child_waits.h"
 
 #include "scratch.h"
-
-#include <pthread.h>
 
 namespace {
 
@@ -27,40 +25,6 @@ TEST(ChildWaits, WhatFollowsAnEndIsDoneAndLetGoBeforeTheEndIsKnown) {
     allowed.set_value();
     ASSERT_TRUE(child.ready(std::chrono::steady_clock::now() + 30s));
     EXPECT_TRUE(watched.expired()) << "held until somebody takes the status";
-}
-
-TEST(ChildWaits, ChildrenAreWaitedForWithoutThreads) {
-    BackgroundTasks tasks;
-    pthread_attr_t before;
-    pthread_attr_t impossible;
-    ::pthread_getattr_default_np(&before);
-    ::pthread_attr_init(&impossible);
-    ::pthread_attr_setstacksize(&impossible, size_t{1} << 46); // no thread gets a stack of that size
-    ASSERT_EQ(::pthread_setattr_default_np(&impossible), 0);
-    EXPECT_FALSE(tasks.run("test", [] {}));
-    ChildWait child(tasks, startSleep("0"));
-    ::pthread_setattr_default_np(&before);
-    EXPECT_TRUE(child.endedBy(std::chrono::steady_clock::now() + 20s));
-    EXPECT_EQ(child.get(), 0);
-}
-
-TEST(ChildWaits, OnePassTakesOneLookForHundredsOfChildren) {
-    BackgroundTasks tasks;
-    ChildWaits waits;
-    for (int i = 0; i < 100; ++i) {
-        waits.add(ChildWait(tasks, startSleep()));
-    }
-    auto shortest = std::chrono::steady_clock::duration::max();
-    for (int pass = 0; pass < 10; ++pass) { // the machine may be busy during some
-        const auto begin = std::chrono::steady_clock::now();
-        waits.collect("test", [](const ProcessHandle&) {
-            ADD_FAILURE() << "none has ended";
-            return true;
-        });
-        shortest = std::min(shortest, std::chrono::steady_clock::now() - begin);
-    }
-    EXPECT_LT(shortest, 90ms) << "a millisecond for each child would take a hundred";
-    waits.endAll("test");
 }
 
 } // namespace

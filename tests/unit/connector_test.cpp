@@ -1,13 +1,10 @@
-// The connector's readers of foreign text: the transport's log, the kernel's connections, hash lines, its own options.
-#include "options.h"
+// The connector's readers of foreign text: the transport's log, the kernel's connections, hash lines.
 #include "session_info.h"
 #include "tcp_peers.h"
-#include "transport.h"
 #include "transport_log.h"
 
 #include <gmock/gmock.h>
 
-#include <array>
 #include <sstream>
 
 namespace {
@@ -54,28 +51,6 @@ TEST(SessionInfo, HashLinesAreTheUsersOwnAndWhole) {
         EXPECT_FALSE(validHashLine(line, "alice")) << line;
     }
     EXPECT_FALSE(validHashLine(":::" + hash, ""));
-}
-
-TEST(SessionInfo, NoSessionIsNone) {
-    EXPECT_FALSE(parseSessionInfo(""));
-    EXPECT_FALSE(parseSessionInfo(std::string(2000, '['))) << "deeper than the reader goes";
-    EXPECT_FALSE(parseSessionInfo(R"({"username":7,"display":33,"xauthfile":"","ntlm":""})"));
-}
-
-TEST(DoorOptions, PortRanges) {
-    const auto parsed = [](const char* text) {
-        const std::array<const char*, 3> words{"vard_connector", "--ports", text};
-        return parseOptions(3, words.data());
-    };
-    EXPECT_EQ(parsed("4000-4000")->lastPort, 4000);
-    for (const char* text : {"", "4000", "4001-4000", "0-1", "1-65536", "-", "1-2x"}) {
-        EXPECT_FALSE(parsed(text)) << text;
-    }
-}
-
-TEST(TransportArguments, NameAnAddressAsTheProgramTakesIt) {
-    const TransportSettings settings{"/t", "::1", 4000, 33, "/run/vard/xauth_33", "/p/33.sam", "/s"};
-    EXPECT_THAT(transportArguments(settings), testing::Contains("/bind-address:[::1]"));
 }
 
 } // namespace

@@ -3,10 +3,6 @@
 
 #include "scratch.h"
 
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
 #include <cerrno>
 #include <thread>
 
@@ -54,22 +50,6 @@ TEST_F(Logging, LongLinesAreCutWhereACharacterEndsAndSayHowLongTheyWere) {
     EXPECT_EQ(line.substr(line.size() - mark.size() - 2, 2), "\u0416");
     Syslog::error("%s", text.substr(0, 65001).c_str());
     EXPECT_TRUE(journal.lines().ends_with("\n" + text.substr(0, 65001) + "\n"));
-}
-
-// The names of a session's processes change and their descriptors are closed; their last words must still be found.
-TEST_F(Logging, RenamedChildWithoutDescriptorsIsHeardUnderTheSameName) {
-    const Scratch::Journal journal;
-    Syslog::info("%s: %s", "parent", "before"); // the journal's socket is open and inherited now
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-        Syslog::syslogChildOpen();
-        ::close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
-        std::fill_n(program_invocation_name, std::string(program_invocation_name).size(), ' ');
-        Syslog::error("%s: %s", "child", "last words");
-        ::_exit(0);
-    }
-    ::waitpid(pid, nullptr, 0);
-    EXPECT_EQ(journal.lines(), "parent: before\nchild: last words\n");
 }
 
 } // namespace

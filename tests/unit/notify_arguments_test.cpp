@@ -16,14 +16,6 @@ Notice parse(const std::string& header, const std::string& message, const std::s
     return parseNotice({"--header", stringQuoted(header), "--message", stringQuoted(message), "--level", level});
 }
 
-TEST(NotifyArguments, TakesTheTextsExactly) {
-    const std::string message = "--\"a\" \\ $(x)\n\tИмя ";
-    const auto notice = parse("  a \"title\"", message, "255");
-    EXPECT_EQ(notice.title, "  a \"title\"");
-    EXPECT_EQ(notice.text, message);
-    EXPECT_EQ(notice.level, 255);
-}
-
 TEST(NotifyArguments, RefusesEverythingElse) {
     const auto refused = [](size_t position, const std::string& word) {
         std::vector<std::string> words{"--header", "\"h\"", "--message", "\"m\"", "--level", "1"};

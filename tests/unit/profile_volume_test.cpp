@@ -64,8 +64,8 @@ protected:
         return Scratch::run("findmnt -rno SOURCE,OPTIONS --mountpoint " + home_ + " || true");
     }
 
-    ProfileMount mount(const std::string& home, const std::string& user = user_, const std::string& option = "") {
-        return volumes_.mount(tasks_, user, home, "ext4", option);
+    ProfileMount mount(const std::string& home, const std::string& option = "") {
+        return volumes_.mount(tasks_, user_, home, "ext4", option);
     }
     void end(ProfileMount mount, const std::vector<ProcessHandle>& holders = {}) {
         mount.leave(holders, Vard::unknownUid);
@@ -90,21 +90,6 @@ TEST(FindProfileVolume, TakesTheFirstOfExactTypeAndLabel) {
     EXPECT_EQ(findProfileVolume(volumes, "an"), nullptr);
 }
 
-TEST_F(ProfileVolumeTest, MountsTheFittingPartitionAndUnmountsItWithItsObject) {
-    auto profile = mount(home_, user_, "commit=77");
-    EXPECT_THAT(mounted(), testing::MatchesRegex(disk_->partition(2) + " .*commit=77.*"));
-    profile = {};
-    EXPECT_TRUE(tasks_.drain(std::chrono::minutes(1)));
-    EXPECT_EQ(mounted(), "");
-}
-
-TEST_F(ProfileVolumeTest, LogsAFailedMountButNoMissingPartition) {
-    const Scratch::Journal journal;
-    EXPECT_FALSE(mount(home_, user_ + "x"));
-    EXPECT_FALSE(mount(home_, user_, "no-such-option"));
-    EXPECT_EQ(journal.lines(), "sessionMountProfile: mount failed, error: Invalid argument, code: 22\n");
-}
-
 TEST_F(ProfileVolumeTest, FollowsALinkInTheHomesPlaceWhenItIsRootsAlone) {
     const std::string link = dir_.path() / "link";
     fs::create_directory_symlink(home_, link);
@@ -121,7 +106,8 @@ TEST_F(ProfileVolumeTest, FollowsALinkInTheHomesPlaceWhenItIsRootsAlone) {
 }
 
 TEST_F(ProfileVolumeTest, GoesWithTheLastSessionOnceItsProcessesHaveGone) {
-    auto first = mount(home_);
+    auto first = mount(home_, "commit=77");
+    EXPECT_THAT(mounted(), testing::MatchesRegex(disk_->partition(2) + " .*commit=77.*"));
     auto second = mount(home_);
     end(std::move(first));
     EXPECT_NE(mounted(), "") << "the second session still runs";

@@ -45,11 +45,4 @@ TEST_F(SessionTable, GrowsButNeverShrinksUnderRunningSessions) {
     EXPECT_THAT(table_.lock().freeDisplays(), testing::ElementsAre(Vard::lastDisplay));
 }
 
-TEST_F(SessionTable, ClearingTellsWhoStillHoldsARecord) {
-    table_.setRange({33, 2});
-    const auto held = put(33);
-    table_.clear();
-    EXPECT_TRUE(held->ended);
-}
-
 } // namespace

@@ -1,7 +1,7 @@
-// What the words on the command line mean, and how refusals are told.
+// What the words on the command line mean.
 #include "arguments.h"
+#include "failure.h"
 #include "options.h"
-#include "service.h"
 
 #include <gtest/gtest.h>
 
@@ -42,16 +42,6 @@ TEST(VardctlArguments, WrongOnesAreNamedWithTheHelpToLookAt) {
         EXPECT_NE(refusal({"resize", "33", word}), "") << word;
     }
     EXPECT_EQ(refusal({"nonsense"}), "unknown subcommand: nonsense; see vardctl --help");
-}
-
-TEST(VardctlFailures, AnAbsentServiceIsToldFromOneThatRefuses) {
-    const auto code = [](const std::string& last) {
-        return busFailure({"org.freedesktop.DBus.Error." + last, "text", "vardTest"}, "status").code();
-    };
-    for (const char* name : {"ServiceUnknown", "NameHasNoOwner", "Disconnected", "NoReply", "Timeout"}) {
-        EXPECT_EQ(code(name), ExitCode::notRunning) << name;
-    }
-    EXPECT_EQ(code("Failed"), ExitCode::failed);
 }
 
 } // namespace

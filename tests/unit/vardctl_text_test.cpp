@@ -40,11 +40,4 @@ TEST_F(VardctlText, ColumnsAlignAndStayCountable) {
               "   5 two\\x20words -\n");
 }
 
-TEST_F(VardctlText, AgesShowTheirTwoGreatestUnits) {
-    EXPECT_EQ(ageText(59), "59s");
-    EXPECT_EQ(ageText(3599), "59min59s");
-    EXPECT_EQ(ageText(86399), "23h59min");
-    EXPECT_EQ(ageText(90000), "1d1h");
-}
-
 } // namespace

@@ -5,17 +5,13 @@
 #include "random_bytes.h"
 #include "scratch.h"
 
-#include <gmock/gmock.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
 
 #include <optional>
-#include <set>
 
 namespace {
 
 namespace fs = std::filesystem;
-using testing::HasSubstr;
 using Vard::XAuthorityFile;
 using Vard::xauthorityRecord;
 
@@ -36,13 +32,6 @@ protected:
     std::vector<uint8_t> record_ = xauthorityRecord("ts1", 33, {0x00, 0xE0, 0xFF});
     std::optional<XAuthorityFile> file_;
 };
-
-TEST_F(XauthorityTest, IsReadByTheUsersToolsAndKeepsTheUmask) {
-    const mode_t before = ::umask(0);
-    write();
-    EXPECT_EQ(::umask(before), 0U);
-    EXPECT_EQ(Scratch::run("xauth -f " + path_.string() + " list 2>&1"), "ts1/unix:33  MIT-MAGIC-COOKIE-1  00e0ff\n");
-}
 
 TEST_F(XauthorityTest, ReplacesWhatIsThereAndFollowsNoLink) {
     for (const char* planted :
@@ -68,18 +57,6 @@ TEST_F(XauthorityTest, NeverGivesTheCookieToAForeignGroup) {
     EXPECT_EQ(owners(), "-r--r----- root xauth-readers\n");
 }
 
-// A mount point cannot be removed, so here something is in the way for sure when the file is opened.
-TEST_F(XauthorityTest, NeverWritesIntoAFileThatItDidNotMake) {
-    const Scratch::Journal journal;
-    const auto victim = dir_.write("victim", "untouched");
-    dir_.write("xauth_33", "");
-    ASSERT_EQ(::mount(victim.c_str(), path_.c_str(), nullptr, MS_BIND, nullptr), 0);
-    EXPECT_THROW(write(), Vard::vard_error);
-    ASSERT_EQ(::umount2(path_.c_str(), MNT_DETACH), 0);
-    EXPECT_EQ(Scratch::run("cat " + victim.string()), "untouched");
-    EXPECT_THAT(journal.lines(), HasSubstr("createXauthFile: create xauthfile failed, path: " + path_.string()));
-}
-
 TEST_F(XauthorityTest, LeavesNoHalfWrittenFile) {
     ASSERT_EQ(::mount("tmpfs", dir_.path().c_str(), "tmpfs", 0, "size=4k"), 0);
     dir_.write("filler", std::string(4096, 'x'));
@@ -88,11 +65,6 @@ TEST_F(XauthorityTest, LeavesNoHalfWrittenFile) {
     ASSERT_EQ(::umount2(dir_.path().c_str(), MNT_DETACH), 0);
 }
 
-TEST(RandomBytes, HoldNoValueTwiceInACookie) {
-    const auto bytes = Vard::Utils::randomBytes(300);
-    ASSERT_EQ(bytes.size(), 300U);
-    EXPECT_EQ(std::set<uint8_t>(bytes.begin(), bytes.begin() + 256).size(), 256U);
-    EXPECT_NE(Vard::Utils::randomBytes(32), Vard::Utils::randomBytes(32));
-}
+TEST(RandomBytes, AreOthersEachTime) { EXPECT_NE(Vard::Utils::randomBytes(32), Vard::Utils::randomBytes(32)); }
 
 } // namespace
