@@ -8,6 +8,20 @@
 
 namespace Vard {
 
+// The loop may be waiting: what could not be written at once goes out when it looks again.
+template <typename Signal>
+void BusSignals::emit(const Signal& signal) noexcept {
+    if (!alive_) {
+        return;
+    }
+    try {
+        signal();
+    } catch (const std::exception& err) {
+        Syslog::error("%s: exception: %s", "emitSignal", err.what());
+    }
+    serviceDispatcher.wake();
+}
+
 void BusSignals::sessionConnected(uint32_t sid) noexcept {
     emit([&] { bus_.signalSessionConnected(sid); });
 }
@@ -30,19 +44,6 @@ void BusSignals::proxyListenTimeout(uint32_t seconds) noexcept {
 
 void BusSignals::vardStopped() noexcept {
     emit([&] { bus_.signalVardStopped(); });
-}
-
-// The loop may be waiting: what could not be written at once goes out when it looks again.
-void BusSignals::emit(const std::function<void()>& signal) noexcept {
-    if (!alive_) {
-        return;
-    }
-    try {
-        signal();
-    } catch (const std::exception& err) {
-        Syslog::error("%s: exception: %s", "emitSignal", err.what());
-    }
-    serviceDispatcher.wake();
 }
 
 } // namespace Vard

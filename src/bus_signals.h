@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <functional>
 
 namespace Vard {
 
@@ -17,12 +16,12 @@ class BusSignals {
 public:
     explicit BusSignals(ru::korvex::vard_adaptor& bus) : bus_(bus) {}
 
-    void sessionConnected(uint32_t sid) noexcept;
-    void sessionDisconnected(uint32_t sid) noexcept;
-    void sessionShutdown(uint32_t sid) noexcept;
-    void proxyAllowConnection(uint32_t sid, uid_t uid) noexcept;
-    void proxyListenTimeout(uint32_t seconds) noexcept;
-    void vardStopped() noexcept;
+    void sessionConnected(uint32_t sid) noexcept; ///< a transport serves a client
+    void sessionDisconnected(uint32_t sid) noexcept; ///< it does no more
+    void sessionShutdown(uint32_t sid) noexcept; ///< the session has ended
+    void proxyAllowConnection(uint32_t sid, uid_t uid) noexcept; ///< the proxy may let the user's client in
+    void proxyListenTimeout(uint32_t seconds) noexcept; ///< how long the proxy is to wait for a client
+    void vardStopped() noexcept; ///< the service stops
 
     /// From now on nothing is sent.
     void busLost() noexcept { alive_ = false; }
@@ -30,7 +29,8 @@ public:
     [[nodiscard]] bool alive() const noexcept { return alive_; }
 
 private:
-    void emit(const std::function<void()>& signal) noexcept;
+    template <typename Signal>
+    void emit(const Signal& signal) noexcept;
 
     ru::korvex::vard_adaptor& bus_;
     std::atomic<bool> alive_{true};

@@ -28,68 +28,67 @@ void applyLevel(const JsonConfig& settings) { Syslog::setDebugLevel(settings.set
 
 } // namespace
 
-ServiceConfig::ServiceConfig(std::filesystem::path file, SessionTable& table, DisplayPool& pool)
-    : file_(std::move(file)), table_(table), pool_(pool), settings_(readSettings(file_, "DBusService")) {
-    if (!settings_) {
+Configuration::Configuration(std::filesystem::path file, SessionTable& table, DisplayPool& pool)
+    : file_(std::move(file)), table_(table), pool_(pool) {
+    const auto settings = readSettings(file_, "DBusService");
+    if (!settings) {
         throw vard_error("DBusService");
     }
-    applyLevel(*settings_);
-    applyRange(DisplayRange::configured(*settings_), *settings_);
+    applyLevel(*settings);
+    apply(settings, DisplayRange::configured(*settings));
 }
 
-std::shared_ptr<const JsonConfig> ServiceConfig::settings() const {
+std::shared_ptr<const JsonConfig> Configuration::settings() const {
     const std::scoped_lock lock(lock_);
     return settings_;
 }
 
-std::shared_ptr<const ProgramList> ServiceConfig::programs() const {
+std::shared_ptr<const ProgramList> Configuration::programs() const {
     const std::scoped_lock lock(lock_);
     return programs_;
 }
 
-void ServiceConfig::reloadPrograms() {
+void Configuration::reloadPrograms() {
     auto list = std::make_shared<ProgramList>();
     list->reload(settings()->settingString("session:programs", "/etc/vard/programs.json"));
     const std::scoped_lock lock(lock_);
     programs_ = std::move(list);
 }
 
-// One start sees one state of the displays.
-void ServiceConfig::applyRange(const DisplayRange& range, const JsonConfig& settings) {
-    const bool isolate = settings.settingBoolean("xvfb:netns", true) && DisplayPool::canIsolate();
+// One start, which holds the table, sees one state of the settings and the displays.
+void Configuration::apply(std::shared_ptr<const JsonConfig> settings, const DisplayRange& range) {
+    const bool isolate = settings->settingBoolean("xvfb:netns", true) && DisplayPool::canIsolate();
     {
         const auto sessions = table_.lock();
         pool_.configure(range, isolate);
+        const std::scoped_lock lock(lock_);
+        settings_ = std::move(settings);
     }
     table_.setRange(range);
 }
 
-bool ServiceConfig::changed() {
+bool Configuration::changed() {
     struct stat info {};
     if (::stat(file_.c_str(), &info) != 0) {
         Utils::syslogErrno(watcher, "stat", errno);
         return false;
     }
-    const time_t previous = fileTime_.exchange(info.st_mtime);
+    const time_t previous = std::exchange(fileTime_, info.st_mtime);
     return previous != 0 && previous != info.st_mtime;
 }
 
-void ServiceConfig::reload() {
+void Configuration::reload() {
     const auto fresh = readSettings(file_, watcher);
     if (!fresh) {
         return;
     }
-    {
-        const std::scoped_lock lock(lock_);
-        settings_ = fresh;
-    }
     applyLevel(*fresh);
-    applyRange(DisplayRange::changed(*fresh).value_or(table_.range()), *fresh);
+    apply(fresh, DisplayRange::changed(*fresh).value_or(table_.range()));
     reloadPrograms();
     Syslog::notice("%s: %s", watcher, "success");
 }
 
-void ServiceConfig::reloadIfChanged() {
+void Configuration::reloadIfChanged() {
     if (changed()) {
         reload();
     }

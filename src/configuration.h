@@ -6,7 +6,6 @@
 #include "program_list.h"
 #include "session_table.h"
 
-#include <atomic>
 #include <ctime>
 #include <filesystem>
 #include <memory>
@@ -14,13 +13,13 @@
 
 namespace Vard {
 
-/// What the configuration file says. An operation takes one snapshot and keeps to it; a file read again is for the
-/// next. Any thread, but one at a time reloads.
-class ServiceConfig {
+/// What the configuration file says. What must not change in the middle, as for a session's start, takes one snapshot
+/// and keeps to it. Any thread, but one at a time reloads.
+class Configuration {
 public:
     /// Reads the file and puts it in force: the log level, and the displays of `table` and `pool`, which must outlive
     /// the object. Throws vard_error or jsoncpp's exception, after an error line, when the file cannot be used.
-    ServiceConfig(std::filesystem::path file, SessionTable& table, DisplayPool& pool);
+    Configuration(std::filesystem::path file, SessionTable& table, DisplayPool& pool);
 
     /// The settings as they stand.
     [[nodiscard]] std::shared_ptr<const JsonConfig> settings() const;
@@ -36,7 +35,7 @@ public:
 private:
     bool changed();
     void reload();
-    void applyRange(const DisplayRange& range, const JsonConfig& settings);
+    void apply(std::shared_ptr<const JsonConfig> settings, const DisplayRange& range);
 
     const std::filesystem::path file_;
     SessionTable& table_;
@@ -44,7 +43,7 @@ private:
     mutable std::mutex lock_; // guards the two pointers, not what they point to
     std::shared_ptr<const JsonConfig> settings_;
     std::shared_ptr<const ProgramList> programs_;
-    std::atomic<time_t> fileTime_{0}; // as last observed; 0: not yet
+    time_t fileTime_ = 0; // as last observed; 0: not yet
 };
 
 } // namespace Vard

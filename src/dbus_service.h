@@ -25,6 +25,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace Vard {
@@ -48,8 +49,7 @@ public:
     /// Puts the service in order, up to what the worker needs. Throws vard_error or jsoncpp's exception, after an error
     /// line, when the configuration cannot be used or the service's directory cannot be made.
     DBusService(DBus::Connection& connection, Text path);
-    /// Removes the pid file and waits, in bounded time, for the background tasks.
-    ~DBusService() override;
+    ~DBusService() override; ///< removes the pid file and waits, in bounded time, for the tasks
     DBusService(const DBusService&) = delete;
     DBusService& operator=(const DBusService&) = delete;
 
@@ -113,7 +113,8 @@ public:
     /// cannot be a transport.
     void proxySessionConnected(Number session, Number pid, Text ipaddr) override;
     void proxyListenTimeout(Number timeout) override; ///< tells the proxy a time-out in seconds
-    void vardRdpSecurityPolicy(Number session, const bool& nla, const bool& tls, const bool& rdp) override;
+    void vardRdpSecurityPolicy(Number session, const bool& nla, const bool& tls,
+                               const bool& rdp) override; ///< stores it
     /// Asks the proxy to let a client in; false for an unknown session and while a transport runs.
     bool vardConnectRdpTransport(Number session, Number timeout) override;
     bool vardCheckProxyListen() override; ///< true since the proxy last reported to listen, until a client came
@@ -126,13 +127,13 @@ private:
     bool busAlive();
     /// The session of that id, whose end is not noticed before the request has been answered; empty when there is none.
     SessionPtr findForRequest(uint32_t sid);
-    SessionPtr startSession(const StartRequest& request); ///< as findForRequest
+    SessionPtr startSession(const StartRequest& request); ///< SessionStart::start, held as by findForRequest
     StartRequest desktopRequest(Text user, Text password, const DisplayFormat& format) const;
     int32_t requestDesktop(const StartRequest& request, Text domain);
     int32_t admit(const SessionPtr& session, const Admission& admission);
     void complete(const SessionPtr& session, const Admission& admission);
 
-    // What the rooms do, under the names that the journal knows it by; the worker, and what it calls.
+    // Required under these names, each handed on to its room; the worker, and what it calls.
     SessionPtr startSession(Text user, Text password, const unsigned char& depth, const unsigned short& width,
                             const unsigned short& height, Text sessionPath, const std::list<std::string>& sessionArgs);
     std::pair<XAuthorityFile, std::vector<uint8_t>> createXauthFile(unsigned display, Text user);
@@ -167,8 +168,8 @@ private:
     AdoptedChildren adopted_; // worker thread, and main thread once that has ended
     DisplayPool displays_;
     ProfileVolumes profiles_; // main thread
-    ServiceConfig config_;
-    ServiceDirectory directory_;
+    Configuration config_;
+    ServiceRuntimeDirectory directory_;
     SessionStart starter_;
     SessionNotices notices_;
     std::chrono::steady_clock::time_point stopBegan_ = std::chrono::steady_clock::now();

@@ -184,12 +184,10 @@ std::shared_ptr<Xcb::Connector> Display::connectOnce(const std::vector<uint8_t>&
     return std::make_shared<Xcb::Connector>(right_.display(), &cookie, std::move(connection), limit);
 }
 
-bool Display::restIfDisturbed() {
-    const bool was = wasDisturbed(right_.display(), usual_, uid_);
-    if (was) {
+void Display::restIfDisturbed() {
+    if (wasDisturbed(right_.display(), usual_, uid_)) {
         services_.pool.rest(right_.display());
     }
-    return was;
 }
 
 } // namespace Vard

@@ -63,8 +63,6 @@ public:
     /// For the user `user` with the id `uid`. The settings and the services must outlive the object.
     Display(DisplayRight right, std::string user, uid_t uid, const JsonConfig& settings, DisplayServices services);
 
-    /// The right to it.
-    [[nodiscard]] const DisplayRight& right() const { return right_; }
     /// The X server; no process before it is started.
     [[nodiscard]] const ProcessHandle& server() const { return server_; }
 
@@ -76,8 +74,8 @@ public:
     bool open();
     /// Connects to the server; none when that fails in every attempt.
     std::shared_ptr<Xcb::Connector> connect(const std::vector<uint8_t>& cookie);
-    /// After a failure: the display rests when somebody has disturbed the start. True then.
-    bool restIfDisturbed();
+    /// After a failure: the display rests when somebody has disturbed the start.
+    void restIfDisturbed();
 
 private:
     using Clock = std::chrono::steady_clock;

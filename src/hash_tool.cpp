@@ -34,7 +34,7 @@ std::list<std::string> toolArguments(const std::string& user, const std::string&
 // What the tool has written is the user's file.
 std::string readLine(const Session& session) {
     const auto read = [log = session.commandLog()] { return wholeFirstLine(Utils::readSmallFile(log)); };
-    return callUserScope(session, read, session.children().tools).value_or("");
+    return callUserScope(session, read, session.users().tools).value_or("");
 }
 
 // Without the line nobody can connect: whoever reads the journal is to know why.

@@ -109,7 +109,7 @@ std::optional<std::string> readAnswer(const Worker& worker, const Deadline& end)
 
 std::optional<std::string> callUserScope(const Session& session, const std::function<std::string()>& function,
                                          Patience& patience, std::chrono::milliseconds limit) {
-    auto& children = session.children();
+    auto& children = session.users();
     const auto left = std::min(limit, children.grant(patience, session.uid, "callUserScope"));
     if (left.count() == 0) {
         return std::nullopt;

@@ -11,7 +11,8 @@
 
 namespace Vard {
 
-/// Those of one kind, so that no more than a few run at once. Any thread.
+/// Those of one kind, so that no more than a few run at once. Any thread. The child list's lock may be taken under the
+/// one of this list, which is held over the start of a notice.
 class NoticeList {
 public:
     /// Starts one more with `start` unless `most` run already; false then. Throws what `start` throws.

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <optional>
+#include <utility>
 
 namespace Vard {
 
@@ -16,6 +17,7 @@ inline constexpr std::chrono::seconds endGrace{10};
 /// at a time.
 class OverdueChild {
 public:
+    /// For a child that is not reaped yet.
     explicit OverdueChild(ProcessHandle process) : process_(std::move(process)) {}
 
     /// The handle to signal the child by.

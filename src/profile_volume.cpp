@@ -193,9 +193,11 @@ struct ProfileMount::Home {
 ProfileMount::~ProfileMount() { leave({}, unknownUid); }
 
 ProfileMount& ProfileMount::operator=(ProfileMount&& other) noexcept {
-    leave({}, unknownUid);
-    tasks_ = other.tasks_;
-    home_ = std::exchange(other.home_, nullptr);
+    if (this != &other) {
+        leave({}, unknownUid);
+        tasks_ = other.tasks_;
+        home_ = std::exchange(other.home_, nullptr);
+    }
     return *this;
 }
 

@@ -136,7 +136,7 @@ std::vector<std::string> DBusService::vardProgramList() {
     return config_.programs()->getNames();
 }
 
-// The steps of a start, for one session at a time; a start goes through the rooms by itself.
+// The steps of a session's start. A start goes from room to room by itself; what nobody here calls is required.
 
 DBusService::SessionPtr DBusService::startSession(Text user, Text password, const unsigned char& depth,
                                                   const unsigned short& width, const unsigned short& height,

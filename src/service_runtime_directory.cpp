@@ -31,7 +31,7 @@ void clearDisplays(const JsonConfig& settings, const DisplayRange& range) {
 
 } // namespace
 
-ServiceDirectory::ServiceDirectory(const JsonConfig& settings, const DisplayRange& range)
+ServiceRuntimeDirectory::ServiceRuntimeDirectory(const JsonConfig& settings, const DisplayRange& range)
     : path_(settings.settingString("runtime:dir", "/run/vard")) {
     create();
     removeStaleCookies();
@@ -39,7 +39,7 @@ ServiceDirectory::ServiceDirectory(const JsonConfig& settings, const DisplayRang
     writePidFile();
 }
 
-void ServiceDirectory::create() const {
+void ServiceRuntimeDirectory::create() const {
     std::error_code failed;
     if (!fs::exists(path_, failed) && !fs::create_directory(path_, failed)) {
         Syslog::error("%s: create runtime directory failed, path: %s", "DBusService", path_.c_str());
@@ -48,7 +48,7 @@ void ServiceDirectory::create() const {
     fs::permissions(path_, static_cast<fs::perms>(0755), fs::perm_options::replace, failed);
 }
 
-void ServiceDirectory::removeStaleCookies() const {
+void ServiceRuntimeDirectory::removeStaleCookies() const {
     std::error_code failed;
     for (fs::directory_iterator it(path_, failed), end; !failed && it != end; it.increment(failed)) {
         if (it->path().filename().native().starts_with("xauth_")) {
@@ -58,16 +58,16 @@ void ServiceDirectory::removeStaleCookies() const {
     }
 }
 
-void ServiceDirectory::writePidFile() {
-    hasPidFile_ = true;
+void ServiceRuntimeDirectory::writePidFile() {
     std::ofstream file(path_ / pidFile, std::ios::trunc);
     if (file) {
+        hasPidFile_ = true;
         file << ::getpid();
     }
 }
 
 // Once: another instance may have written its own since.
-void ServiceDirectory::removePidFile() noexcept {
+void ServiceRuntimeDirectory::removePidFile() noexcept {
     std::error_code ignored;
     if (std::exchange(hasPidFile_, false)) {
         fs::remove(path_ / pidFile, ignored);

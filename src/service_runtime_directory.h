@@ -10,16 +10,17 @@ namespace Vard {
 
 /// The directory that holds the pid file and the sessions' authority files. The pid file goes with the object. Main
 /// thread.
-class ServiceDirectory {
+class ServiceRuntimeDirectory {
 public:
     /// Makes the directory that the settings name, clears away what an instance that was killed has left there and on
     /// the displays of `range`, and writes the pid file. Throws vard_error, after an error line, when the directory
     /// cannot be made.
-    ServiceDirectory(const JsonConfig& settings, const DisplayRange& range);
-    ~ServiceDirectory() { removePidFile(); }
-    ServiceDirectory(const ServiceDirectory&) = delete;
-    ServiceDirectory& operator=(const ServiceDirectory&) = delete;
+    ServiceRuntimeDirectory(const JsonConfig& settings, const DisplayRange& range);
+    ~ServiceRuntimeDirectory() { removePidFile(); }
+    ServiceRuntimeDirectory(const ServiceRuntimeDirectory&) = delete;
+    ServiceRuntimeDirectory& operator=(const ServiceRuntimeDirectory&) = delete;
 
+    /// Where it is.
     [[nodiscard]] const std::filesystem::path& path() const { return path_; }
     /// Removes the pid file before its time.
     void removePidFile() noexcept;

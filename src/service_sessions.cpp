@@ -1,8 +1,10 @@
-// The methods on sessions that are there: what they are, how they look, their limits and their ends.
+// The methods on sessions that are there: what they are, how they look, their limits and their ends; the steps of a
+// desktop's preparation.
 #include "bus_rows.h"
 #include "dbus_service.h"
 #include "json_writer.h"
 #include "process_list.h"
+#include "secret.h"
 #include "session_desktop.h"
 #include "session_end.h"
 #include "session_limits.h"
@@ -26,7 +28,8 @@ std::string DBusService::vardSessionInfoJson(Number session) {
     if (!found) {
         return "{}";
     }
-    const auto json = sessionJson(table_, *found, Xcb::Connector::answerLimit);
+    auto json = sessionJson(table_, *found, Xcb::Connector::answerLimit);
+    const Utils::WipeGuard guard(json); // the hash line is in it
     if (!fitsMessage(json)) {
         warning("%s: session too large for an answer: 0x%08x", "vardSessionInfoJson", session);
         return "{}";
@@ -35,7 +38,9 @@ std::string DBusService::vardSessionInfoJson(Number session) {
 }
 
 std::string DBusService::vardUserInfoJson(Text user) {
-    return Utils::toValidUtf8(sessionsJson(table_, table_.findUserSessions(user)));
+    auto json = sessionsJson(table_, table_.findUserSessions(user));
+    const Utils::WipeGuard guard(json); // the hash lines are in it
+    return Utils::toValidUtf8(json);
 }
 
 std::string DBusService::vardSessionProcess(Number session) {
@@ -87,7 +92,7 @@ std::string DBusService::vardSessionDBusAddress(Text username) {
     return found ? sessionBusAddress(*found) : "";
 }
 
-// The preparation of a desktop, for one session at a time.
+// The steps of a desktop's preparation. Those of a start go from room to room; what nobody here calls is required.
 
 void DBusService::waitSessionDBus(const Session* session) { Vard::waitSessionDBus(session); }
 

@@ -46,8 +46,8 @@ struct SessionState {
 /// any thread then; what changes later is in its state. Destruction tells the session's processes to end (it does not
 /// wait for them), removes the X authority file, and unmounts the profile in the background.
 struct Session {
-    /// `tasks` runs the unmounting, `children` knows how the users' children fared; both must outlive the record.
-    Session(BackgroundTasks& tasks, UserChildren& children) : tasks_(tasks), children_(children) {}
+    /// `tasks` runs the unmounting, `users` knows how the users' children fared; both must outlive the record.
+    Session(BackgroundTasks& tasks, UserChildren& users) : tasks_(tasks), users_(users) {}
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -60,7 +60,7 @@ struct Session {
     /// Where background work of this session runs.
     [[nodiscard]] BackgroundTasks& tasks() const { return tasks_; }
     /// How the children of this session's and all other users fared.
-    [[nodiscard]] UserChildren& children() const { return children_; }
+    [[nodiscard]] UserChildren& users() const { return users_; }
 
     /// Keeps the display from being handed out again; declared first, so that it goes when everything else of the
     /// record has.
@@ -95,19 +95,23 @@ private:
 
     SessionState state_;
     BackgroundTasks& tasks_;
-    UserChildren& children_;
+    UserChildren& users_;
 };
 
 /// Marks a session as worked on by a request while it lives, so that the session's end is not noticed before the
 /// request has been answered. Any thread.
 class RequestHold {
 public:
+    /// Holds none.
     RequestHold() = default;
+    /// Marks the session.
     explicit RequestHold(std::shared_ptr<Session> session) : session_(std::move(session)) { ++session_->requests; }
     RequestHold(RequestHold&&) = default;
     RequestHold& operator=(RequestHold&& other) noexcept {
-        reset();
-        session_ = std::move(other.session_);
+        if (this != &other) {
+            reset();
+            session_ = std::move(other.session_);
+        }
         return *this;
     }
     RequestHold(const RequestHold&) = delete;
@@ -116,8 +120,10 @@ public:
 
     /// The session; empty when none is held.
     [[nodiscard]] const std::shared_ptr<Session>& session() const { return session_; }
+    /// The session's members, when one is held.
     [[nodiscard]] Session& operator*() const { return *session_; }
     [[nodiscard]] Session* operator->() const { return session_.get(); }
+    /// True when one is held.
     explicit operator bool() const { return session_ != nullptr; }
     /// Lets go of the session.
     void reset() noexcept {

@@ -76,7 +76,7 @@ void logIdentity(const Session& session) {
 
 std::shared_ptr<Session> SessionAssembly::build(DisplayRight right, LoginAudit& audit) {
     auto session = makeRecord(request_.user, std::move(right), settings_, services_.display);
-    RuntimeDirectory runtimeDirectory(session->runtimedir, session->username);
+    UserRuntimeDirectory runtimeDirectory(session->runtimedir, session->username);
     if (!runtimeDirectory.valid() || !checkAccount(*session, audit) || !programExists(request_.program) ||
         !checkHome(*session)) {
         return nullptr;

@@ -25,7 +25,7 @@ struct StartRequest {
 
 /// The rooms that a start goes through.
 struct StartServices {
-    const ServiceConfig& config;
+    const Configuration& config;
     SessionTable& table;
     DisplayServices display;
     ProfileVolumes& profiles;

@@ -40,7 +40,7 @@ ChildWait runSessionCommand(const Session& session, const Identity& identity, co
 
 std::optional<int> runSessionTool(const Session& session, const char* name, const std::filesystem::path& program,
                                   const std::list<std::string>& args, const ChildOptions& options) {
-    auto& children = session.children();
+    auto& children = session.users();
     const auto left = children.grant(children.tools, session.uid, name);
     if (left.count() == 0) {
         return std::nullopt;

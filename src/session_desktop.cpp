@@ -42,7 +42,7 @@ void waitTool(const Session* session, const char* name, const std::string& progr
 
 /// True when the session's X server answers, and its user may be waited for at all.
 bool asks(const Session& session, const char* name) {
-    auto& children = session.children();
+    auto& children = session.users();
     const auto left = children.grant(children.tools, session.uid, name);
     if (left.count() == 0) {
         return false;
@@ -67,7 +67,7 @@ void waitClient(const Session* session, const char* name, const std::string& pro
 
 /// The mode to set for a size; none when the screen has it already.
 std::optional<ScreenMode> neededMode(const Session& session, unsigned short width, unsigned short height) {
-    const UserChildren::Question question(session.children(), session.uid);
+    const UserChildren::Question question(session.users(), session.uid);
     const auto root = session.xcb->getWindowGeometry(session.xcb->windowRoot());
     if (root.width == width && root.height == height) {
         return std::nullopt;
@@ -160,7 +160,7 @@ std::string sessionBusAddress(const Session& session) {
         }
     };
     try {
-        return Utils::toValidUtf8(callUserScope(session, search, session.children().tools, addressLimit).value_or(""));
+        return Utils::toValidUtf8(callUserScope(session, search, session.users().tools, addressLimit).value_or(""));
     } catch (const std::exception& err) {
         Syslog::error("exception: %s", err.what());
         return "";

@@ -11,8 +11,8 @@
 
 namespace Vard {
 
-// Each of these runs as the user, waits as long as the service has patience with him, and never throws: what fails is
-// logged under the operation's name, and the session goes on. Nothing happens for a null session. Main thread, but for
+// Each of these runs as the user and waits as long as the service has patience with him; a tool that fails is logged
+// under the operation's name, and the session goes on. Nothing happens for a null session. Main thread, but for
 // the size, which background tasks set too.
 
 /// Tells the user's session bus and service manager the session's variables.
@@ -33,7 +33,8 @@ void sessionCorrectMainWindowSize(const std::shared_ptr<Session>& session);
 /// The address of a session bus in the first file of `directory` that is for the display; empty when none has one. For
 /// a process that is the user. Throws std::filesystem::filesystem_error when the directory cannot be read.
 std::string readSessionDBusAddress(const std::filesystem::path& directory, uint32_t display);
-/// The same for a session, looked up as its user in at most two seconds; valid UTF-8, empty after logging a failure.
+/// The same for a session, looked up as its user in at most about three seconds; valid UTF-8, empty after logging a
+/// failure.
 std::string sessionBusAddress(const Session& session);
 
 } // namespace Vard

@@ -22,7 +22,7 @@ constexpr size_t longestMessage = 4 << 10;
 constexpr size_t longestAddress = 64; // bytes; the longest that is one has 45
 constexpr const char* func = "vardSendNotify";
 
-std::list<std::string> programArguments(const Notice& notice) {
+std::list<std::string> programArguments(const SessionNotice& notice) {
     return {"--header",  Utils::stringQuoted(bounded(notice.header, longestHeader)),
             "--message", Utils::stringQuoted(bounded(notice.message, longestMessage)),
             "--level",   std::to_string(notice.urgency)};
@@ -30,11 +30,11 @@ std::list<std::string> programArguments(const Notice& notice) {
 
 } // namespace
 
-Notice attemptNotice(const std::string& address) {
+SessionNotice attemptNotice(const std::string& address) {
     return {"", "There was an attempt to connect from a remote address: " + bounded(address, longestAddress), 0, true};
 }
 
-bool SessionNotices::send(const SessionTable& table, uint32_t sid, const Notice& notice) {
+bool SessionNotices::send(const SessionTable& table, uint32_t sid, const SessionNotice& notice) {
     Syslog::info("%s: session id: 0x%08x, level: %u, message: `%s'", func, sid, notice.urgency, notice.message.c_str());
     const auto found = table.findSession(sid);
     if (!found) {
@@ -50,10 +50,10 @@ bool SessionNotices::send(const SessionTable& table, uint32_t sid, const Notice&
 
 // A look-up may take as long as a directory service pleases, and a fork waits for it: neither happens under a lock that
 // the watchers take.
-void SessionNotices::start(Session& session, const Notice& notice) {
+void SessionNotices::start(Session& session, const SessionNotice& notice) {
     const auto program = config_.settings()->settingString("helper:notification", "/usr/libexec/vard/vard_notify");
     const Identity identity = Identity::of(session.username);
-    if (session.children().stuck.of(session.uid) != 0) {
+    if (session.users().stuck.of(session.uid) != 0) {
         Syslog::warning("%s: not shown, a process of the user's does not end, session id: 0x%08x", func, session.sid);
         return;
     }

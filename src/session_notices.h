@@ -11,7 +11,7 @@
 namespace Vard {
 
 /// What a notice tells.
-struct Notice {
+struct SessionNotice {
     std::string header;
     std::string message;
     uint8_t urgency = 0;
@@ -19,21 +19,21 @@ struct Notice {
 };
 
 /// Tells of an attempt to connect from an address, whatever the text that a proxy takes for one.
-Notice attemptNotice(const std::string& address);
+SessionNotice attemptNotice(const std::string& address);
 
 /// Shows notices in sessions. What it is made of must outlive it. Any thread.
 class SessionNotices {
 public:
-    SessionNotices(const ServiceConfig& config, ChildWaits& children) : config_(config), children_(children) {}
+    SessionNotices(const Configuration& config, ChildWaits& children) : config_(config), children_(children) {}
 
     /// Starts the program that shows the notice in a session, unless too many are shown already; why it is not shown is
     /// logged under "vardSendNotify". Texts beyond what can be shown are cut. False only for an unknown session.
-    bool send(const SessionTable& table, uint32_t sid, const Notice& notice);
+    bool send(const SessionTable& table, uint32_t sid, const SessionNotice& notice);
 
 private:
-    void start(Session& session, const Notice& notice);
+    void start(Session& session, const SessionNotice& notice);
 
-    const ServiceConfig& config_;
+    const Configuration& config_;
     ChildWaits& children_;
 };
 

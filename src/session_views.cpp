@@ -77,7 +77,7 @@ Xcb::Rect rootGeometry(Xcb::Connector* xcb, std::chrono::milliseconds limit) {
 
 // Whose server dawdles at every question is asked no more for a while.
 Xcb::Rect askRoot(const Session& session, std::chrono::milliseconds limit) {
-    auto& children = session.children();
+    auto& children = session.users();
     const auto left = std::min(limit, children.tools.left(session.uid));
     if (left.count() == 0) {
         return {};

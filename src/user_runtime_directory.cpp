@@ -29,7 +29,7 @@ bool trusted(const FileDescriptor& directory, const std::string& user) {
 
 } // namespace
 
-RuntimeDirectory::RuntimeDirectory(const fs::path& path, const std::string& user) {
+UserRuntimeDirectory::UserRuntimeDirectory(const fs::path& path, const std::string& user) {
     const auto makeMissing = [&](int parent, const std::string& name, bool last) {
         return last ? make(parent, name, ownMode, user) : make(parent, name, parentMode, "");
     };
@@ -44,14 +44,14 @@ RuntimeDirectory::RuntimeDirectory(const fs::path& path, const std::string& user
     }
 }
 
-RuntimeDirectory::~RuntimeDirectory() {
+UserRuntimeDirectory::~UserRuntimeDirectory() {
     for (; !made_.empty(); made_.pop_back()) {
         ::unlinkat(made_.back().parent.get(), made_.back().name.c_str(), AT_REMOVEDIR);
     }
 }
 
 // Somebody else may make it at the same moment: then it is found, and not ours to remove.
-bool RuntimeDirectory::make(int parent, const std::string& name, mode_t mode, const std::string& owner) {
+bool UserRuntimeDirectory::make(int parent, const std::string& name, mode_t mode, const std::string& owner) {
     FileDescriptor kept(::fcntl(parent, F_DUPFD_CLOEXEC, 0));
     if (!kept || ::mkdirat(parent, name.c_str(), mode) != 0) {
         return kept && errno == EEXIST;

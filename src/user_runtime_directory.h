@@ -13,18 +13,18 @@ namespace Vard {
 
 /// A user's runtime directory during a session start. What this start created, missing parents included, is removed
 /// again unless keep() is called.
-class RuntimeDirectory {
+class UserRuntimeDirectory {
 public:
     /// Makes sure the directory exists: an existing one is left as it is, but refused when it is a link or another
     /// user's (neither `user`'s nor root's); a missing one is created with its parents (0755) and itself exactly 0700,
     /// owned by `user`. The path is absolute; on the way to it no link is followed but root's own (see walkTo). Logs
     /// "%s: create xdg directory failed, path: %s" or "%s: xdg directory of another user refused, path: %s" under
     /// "startSession" on failure; valid() is false then.
-    RuntimeDirectory(const std::filesystem::path& path, const std::string& user);
+    UserRuntimeDirectory(const std::filesystem::path& path, const std::string& user);
     /// Removes what was created, as far as it is still empty.
-    ~RuntimeDirectory();
-    RuntimeDirectory(const RuntimeDirectory&) = delete;
-    RuntimeDirectory& operator=(const RuntimeDirectory&) = delete;
+    ~UserRuntimeDirectory();
+    UserRuntimeDirectory(const UserRuntimeDirectory&) = delete;
+    UserRuntimeDirectory& operator=(const UserRuntimeDirectory&) = delete;
 
     [[nodiscard]] bool valid() const { return valid_; }
     /// The session lives: the directory stays.

@@ -56,7 +56,7 @@ protected:
     ChildWaits children_;
     DisplayPool displays_;
     ProfileVolumes profiles_;
-    ServiceConfig config_{scratch_.write("config.json", R"({"display:min": 70, "display:max": 72,
+    Configuration config_{scratch_.write("config.json", R"({"display:min": 70, "display:max": 72,
         "xvfb:path": "/usr/bin/Xvfb", "xvfb:args": [":%{display}", "-screen", "0", "%{width}x%{height}x%{depth}",
         "-nolisten", "tcp", "-auth", "%{authfile}"], "pam:service": "unit-test", "xauth:group": ""})"),
                           table_, displays_};

@@ -8,7 +8,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using Vard::RuntimeDirectory;
+using Vard::UserRuntimeDirectory;
 
 std::string modeAndOwner(const fs::path& path) { return Scratch::run("stat -c '%A %U:%G' " + path.string()); }
 
@@ -18,7 +18,7 @@ protected:
         Scratch::Machine::SetUpTestSuite();
         Scratch::run("useradd -M runtime-user");
     }
-    static bool made(const fs::path& path) { return RuntimeDirectory(path, "runtime-user").valid(); }
+    static bool made(const fs::path& path) { return UserRuntimeDirectory(path, "runtime-user").valid(); }
 
     Scratch::Directory dir_;
     fs::path top_ = dir_.path() / "user";
@@ -28,7 +28,7 @@ protected:
 TEST_F(RuntimeDirectoryTest, CreatesWithParentsWhateverTheUmask) {
     for (const mode_t mask : {mode_t{0}, mode_t{0777}}) {
         const mode_t before = ::umask(mask);
-        const RuntimeDirectory directory(path_.string() + "/", "runtime-user");
+        const UserRuntimeDirectory directory(path_.string() + "/", "runtime-user");
         ::umask(before);
         EXPECT_TRUE(directory.valid());
         EXPECT_EQ(modeAndOwner(path_), "drwx------ runtime-user:runtime-user\n");
@@ -40,12 +40,12 @@ TEST_F(RuntimeDirectoryTest, RemovesWhatAFailedStartMadeAndNothingElse) {
     EXPECT_FALSE(made(path_ / std::string(300, 'n')));
     EXPECT_FALSE(fs::exists(top_)) << "the parents of one that could not be made";
     {
-        const RuntimeDirectory directory(path_, "runtime-user");
+        const UserRuntimeDirectory directory(path_, "runtime-user");
         fs::create_directory(path_.parent_path() / "1001"); // another session's, meanwhile
     }
     EXPECT_FALSE(fs::exists(path_));
     EXPECT_TRUE(fs::exists(path_.parent_path() / "1001"));
-    RuntimeDirectory(path_, "runtime-user").keep();
+    UserRuntimeDirectory(path_, "runtime-user").keep();
     EXPECT_TRUE(fs::exists(path_));
 }
 
@@ -80,7 +80,7 @@ TEST_F(RuntimeDirectoryTest, FollowsLinksThatAreRootsAlone) {
     const auto linked = dir_.path() / "linked" / "user" / "1000";
     EXPECT_TRUE(made(linked));
     EXPECT_FALSE(fs::exists(dir_.path() / "run/deep/user")) << "that start came to nothing";
-    RuntimeDirectory(linked, "runtime-user").keep();
+    UserRuntimeDirectory(linked, "runtime-user").keep();
     EXPECT_EQ(modeAndOwner(dir_.path() / "run/deep/user/1000"), "drwx------ runtime-user:runtime-user\n");
 }
 
