@@ -46,8 +46,7 @@ public:
     /// Runs the service with the configuration file `path` until it is asked to stop. Main thread. Throws DBus::Error
     /// without a bus, std::runtime_error when another instance owns the name, and what the constructor throws.
     static void start(Text path);
-    /// Puts the service in order, up to what the worker needs. Throws vard_error or jsoncpp's exception, after an error
-    /// line, when the configuration cannot be used or the service's directory cannot be made.
+    /// Throws vard_error or jsoncpp's exception, after an error line, when configuration or directory cannot be used.
     DBusService(DBus::Connection& connection, Text path);
     ~DBusService() override; ///< removes the pid file and waits, in bounded time, for the tasks
     DBusService(const DBusService&) = delete;

@@ -56,6 +56,12 @@ void SessionTable::clear() {
     }
 }
 
+std::vector<std::shared_ptr<Session>> TableView::sessions() const {
+    std::vector<std::shared_ptr<Session>> result;
+    std::ranges::copy_if(table_.slots_, std::back_inserter(result), [](const auto& slot) { return slot != nullptr; });
+    return result;
+}
+
 // The table may have more slots than the range, and the range's last may be beyond what a server can have.
 std::vector<uint32_t> TableView::freeDisplays() const {
     std::set<uint32_t> taken;

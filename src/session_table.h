@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <ranges>
 #include <string>
 #include <vector>
 
@@ -52,9 +51,7 @@ private:
 class TableView {
 public:
     /// The sessions in display order.
-    [[nodiscard]] auto sessions() const {
-        return table_.slots_ | std::views::filter([](const auto& slot) { return slot != nullptr; });
-    }
+    [[nodiscard]] std::vector<std::shared_ptr<Session>> sessions() const;
     /// What may change in a session, in the table or on its way there.
     [[nodiscard]] SessionState& state(Session& session) const { return session.state_; }
     [[nodiscard]] const SessionState& state(const Session& session) const { return session.state_; }

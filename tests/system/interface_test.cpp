@@ -49,4 +49,12 @@ TEST_F(Interface, HostileMessagesGetAnErrorAndTheServiceLives) {
     EXPECT_TRUE(bus.call("vardStatus").ok());
 }
 
+TEST_F(Interface, NothingIsDoneForAnUnknownSessionOrUser) {
+    EXPECT_EQ(bus.call("vardConnectRdpTransport", "uu", 33U, 5U).number, 0);
+    bus.call("proxyListenStarted", "ub", 33U, 1);
+    EXPECT_EQ(bus.call("vardCheckProxyListen").number, 0);
+    EXPECT_EQ(bus.call("busSessionShutdown", "s", "nobody").number, 0);
+    EXPECT_TRUE(journal.waitFor("busSessionShutdown: session not found: nobody"));
+}
+
 } // namespace

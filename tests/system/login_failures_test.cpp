@@ -116,4 +116,15 @@ TEST_F(LoginFailures, RefusedPasswordsDoNotStayInMemory) {
 }
 #endif
 
+TEST_F(LoginFailures, SettingsThatCannotBeStartedWithAreToldAndUndone) {
+    for (const auto& [config, logged] : std::initializer_list<std::pair<Json::Value, std::string>>{
+             {testConfig({{"xvfb:path", "/no/server"}}), "runChildProcess: program not found: /no/server"},
+             {testConfig({{"session:path", "/no/program"}}), "runChildProcess: program not found: /no/program"},
+             {testConfig({{"xcon:attempts:count", 0}}), "runXvfbDisplay: display: 33"}}) {
+        start(config);
+        expectFailedStart(logged);
+        service->stop();
+    }
+}
+
 } // namespace
