@@ -5,6 +5,8 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
+#include <string>
 
 namespace BusClient {
 

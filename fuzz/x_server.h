@@ -1,6 +1,7 @@
 // A fake X server: all that it will ever say is said before the client asks, so that no run waits for anything.
 #pragma once
 
+#include "exceptions.h"
 #include "harness.h"
 #include "xcb_connector.h"
 

@@ -2,6 +2,7 @@
 // server's place, can end or stall the service, or make it read beyond an answer.
 #include "x_server.h"
 
+#include "exceptions.h"
 #include "screen_mode.h"
 #include "window_fitting.h"
 

@@ -2,7 +2,9 @@
 #include "world.h"
 
 #include <csignal>
-#include <stdexcept>
+#include <functional>
+#include <string>
+#include <vector>
 
 namespace Soak {
 

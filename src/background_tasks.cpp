@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <exception>
+#include <memory>
 #include <thread>
 
 namespace Vard {

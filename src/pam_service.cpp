@@ -2,6 +2,7 @@
 #include "pam_service.h"
 
 #include "child_descriptors.h"
+#include "exceptions.h"
 #include "fork_guard.h"
 #include "logger.h"
 #include "own_children.h"

@@ -1,7 +1,6 @@
 // One PAM transaction of one user.
 #pragma once
 
-#include "exceptions.h"
 #include "secret.h"
 
 #include <security/pam_appl.h>

@@ -1,10 +1,11 @@
 // Users' profile partitions.
 #include "profile_volume.h"
 
-#include "child_waits.h"
 #include "deadline.h"
 #include "file_descriptor.h"
 #include "logger.h"
+#include "overdue_child.h"
+#include "own_children.h"
 #include "trusted_path.h"
 #include "user_database.h"
 

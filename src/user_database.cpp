@@ -1,7 +1,6 @@
 // Users and groups of the system databases.
 #include "user_database.h"
 
-#include "file_descriptor.h"
 #include "fork_guard.h"
 #include "logger.h"
 

@@ -1,6 +1,7 @@
 // The service's own X client on one session's display: the connection and geometry.
 #include "xcb_connector.h"
 
+#include "exceptions.h"
 #include "local_socket.h"
 #include "logger.h"
 #include "secret.h"

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "deadline.h"
-#include "exceptions.h"
 #include "file_descriptor.h"
 #include "xcb_channel.h"
 

@@ -1,5 +1,6 @@
 // The service's own X client on one session's display: pixels and their formats. Transports that show a display through
 // this client need them; the service itself looks at no pixel.
+#include "exceptions.h"
 #include "logger.h"
 #include "xcb_connector.h"
 

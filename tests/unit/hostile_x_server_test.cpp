@@ -1,6 +1,7 @@
 // The X client against programs that only pretend to be an X server.
 #include "xcb_connector.h"
 
+#include "exceptions.h"
 #include "scratch.h"
 #include "window_fitting.h"
 #include "xcb_setup.h"

@@ -3,10 +3,12 @@
 
 #include "scratch.h"
 
-#include <sys/prctl.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <memory>
+#include <string>
 #include <thread>
 
 namespace {

@@ -1,6 +1,7 @@
 // PAM transactions with real modules and a real account.
 #include "pam_service.h"
 
+#include "exceptions.h"
 #include "scratch.h"
 
 #include <array>

@@ -6,6 +6,7 @@
 
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 
 #include <csignal>
 #include <fstream>

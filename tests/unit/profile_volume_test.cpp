@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/mount.h>
+#include <sys/wait.h>
 
 #include <optional>
 #include <thread>

@@ -6,14 +6,14 @@
 #include "machine.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
+#include <sys/types.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 namespace Scratch {
 

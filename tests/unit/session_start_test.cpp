@@ -7,6 +7,8 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <fstream>
+
 namespace {
 
 using namespace Vard;

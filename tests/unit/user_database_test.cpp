@@ -5,6 +5,7 @@
 #include "scratch.h"
 
 #include <algorithm>
+#include <fstream>
 #include <thread>
 
 namespace {

@@ -1,10 +1,13 @@
 // The X client against a real server, running and stopped.
 #include "xcb_connector.h"
 
+#include "exceptions.h"
 #include "local_socket.h"
 #include "scratch.h"
 #include "window_fitting.h"
 #include "xauthority.h"
+
+#include <sys/wait.h>
 
 #include <csignal>
 
