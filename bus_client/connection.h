@@ -11,7 +11,7 @@
 namespace BusClient {
 
 inline constexpr const char* serviceName = "ru.korvex.vard"; ///< its interface's name as well
-inline constexpr const char* servicePath = "/ru/korvex/vard";
+inline constexpr const char* servicePath = "/ru/korvex/vard"; ///< of its only object
 
 /// A connection of its own, for one thread. Whatever fails throws Error.
 class Connection {
@@ -19,6 +19,7 @@ public:
     /// Gets a message when it comes. Called from code in C, it must not throw: that ends the program.
     using Handler = std::function<void(Message&)>;
 
+    /// Connects to the system bus; whether the service is there does not matter.
     Connection();
 
     /// Calls a method of the service, with arguments as sd-bus takes them, and waits for the answer.
@@ -45,6 +46,7 @@ public:
 
     /// The unique name of the service's connection; empty when it does not run.
     [[nodiscard]] std::string serviceOwner() const;
+    /// The library's connection, which stays this object's.
     [[nodiscard]] sd_bus* get() const { return bus_.get(); }
 
 private:

@@ -20,6 +20,7 @@ std::string textOf(const char* value);
 /// What came instead of an answer.
 class Error : public std::runtime_error {
 public:
+    /// Without a text the name serves as one.
     Error(std::string name, const std::string& text, std::string method = "")
         : runtime_error(text.empty() ? name : text), name_(std::move(name)), method_(std::move(method)) {}
 
@@ -39,11 +40,17 @@ public:
     /// Takes over the caller's reference.
     explicit Message(sd_bus_message* adopted) : message_(adopted, sd_bus_message_unref) {}
 
+    /// The next value: a string.
     std::string text();
+    /// A boolean.
     bool flag();
+    /// A signed number of 32 bits.
     int32_t number();
+    /// An unsigned number of 32 bits.
     uint32_t count();
+    /// A floating-point number.
     double real();
+    /// An array of strings.
     std::vector<std::string> texts();
     /// What is left of numbers as of count(), up to the first value that is none. Throws nothing.
     std::vector<uint32_t> counts();
@@ -66,10 +73,13 @@ public:
         return result;
     }
 
+    /// The types of all its values, as the bus writes them.
     [[nodiscard]] std::string signature() const;
+    /// The name of the method or signal; empty for an answer.
     [[nodiscard]] std::string member() const;
     /// The unique name of who sent it.
     [[nodiscard]] std::string sender() const;
+    /// The library's message, which stays this object's.
     [[nodiscard]] sd_bus_message* get() const { return message_.get(); }
 
 private:

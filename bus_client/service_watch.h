@@ -14,8 +14,11 @@ public:
     /// What is told; called from code in C.
     struct Handler {
         virtual ~Handler() = default;
+        /// The service has come to the bus, or another instance has taken its place.
         virtual void serviceAppeared() noexcept = 0;
+        /// It has gone, or another instance is about to take its place.
         virtual void serviceLeft() noexcept = 0;
+        /// One of its own signals, whose values are still to be read.
         virtual void signalCame(Message& signal) noexcept = 0;
         /// A signal under the service's names that is not its own: anybody may send one straight to a connection.
         virtual void strangerSignalled(const std::string& sender) noexcept = 0;

@@ -19,8 +19,10 @@
 
 namespace Doors {
 
+/// The door of one session. Owns its transport and the files that belong to it. All on the event loop's thread.
 class Door : public Transport::Handler {
 public:
+    /// Who keeps the doors.
     struct Owner {
         virtual ~Owner() = default;
         /// Asks the service for the session; answered() of the door with that number, if there still is one, follows.
@@ -31,9 +33,11 @@ public:
         virtual void doorClosed(uint32_t session) = 0;
     };
 
+    /// Closed at first. All that it is given must outlive it.
     Door(sd_event* loop, ServiceLink& service, const Options& options, Owner& owner, uint32_t session)
         : loop_(loop), service_(service), options_(options), owner_(owner), session_(session) {}
 
+    /// The port that its transports listen on; 0 before the first.
     [[nodiscard]] uint16_t port() const { return port_; }
     /// Clients may come, within the limit if it is not zero. A running transport stays, with the hash line of today.
     void open(std::chrono::seconds limit);

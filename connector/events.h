@@ -23,6 +23,7 @@ public:
     /// Calls `run` at every such signal, which must be blocked.
     static std::unique_ptr<EventSource> signal(sd_event* loop, int number, std::function<void()> run);
 
+    /// Takes it out of the loop; nothing is called any more.
     ~EventSource() { sd_event_source_disable_unref(source_); }
     EventSource(const EventSource&) = delete;
     EventSource& operator=(const EventSource&) = delete;

@@ -14,10 +14,12 @@ public:
     /// Writes the file whole under a new name and moves it into its place, so that no reader sees half of it and no
     /// link is followed. Throws std::system_error.
     OwnedFile(std::filesystem::path path, const std::string& text, mode_t mode);
+    /// Removes the file.
     ~OwnedFile();
     OwnedFile(const OwnedFile&) = delete;
     OwnedFile& operator=(const OwnedFile&) = delete;
 
+    /// Where the file is.
     [[nodiscard]] const std::filesystem::path& path() const { return path_; }
     /// Replaces the content in the same way.
     void replace(const std::string& text);

@@ -16,11 +16,16 @@ namespace Doors {
 /// the service, which may be busy starting a session. All on the one thread.
 class ServiceLink : BusClient::ServiceWatch::Handler {
 public:
+    /// What the service tells; an exception is logged.
     struct Handler {
         virtual ~Handler() = default;
+        /// A client may come to that session, which is the user's with that id.
         virtual void allowConnection(uint32_t session, uint32_t uid) = 0;
+        /// For how long a client may be waited for; zero: without a limit. Names no session.
         virtual void listenTimeout(uint32_t seconds) = 0;
+        /// The session has ended.
         virtual void sessionShutdown(uint32_t session) = 0;
+        /// The service stops, or has gone from the bus.
         virtual void serviceStopped() = 0;
     };
 
@@ -32,9 +37,13 @@ public:
     /// Asks for a session's JSON text; `answered` gets it later, empty when the service gave none.
     void askSession(uint32_t session, std::function<void(const std::string& json)> answered);
 
+    /// Tells whether a transport listens for the session. Like all reports it waits for nothing; a refusal is logged.
     void reportListening(uint32_t session, bool success);
+    /// Tells of a client that has come and not shown its password yet.
     void reportClient(uint32_t session, const std::string& address);
+    /// Tells that the transport with that process id serves an authenticated client.
     void reportConnected(uint32_t session, uint32_t pid, const std::string& address);
+    /// Tells which kinds of security the client has negotiated.
     void reportSecurity(uint32_t session, bool nla, bool tls, bool rdp);
 
 private:

@@ -7,11 +7,12 @@
 
 namespace Doors {
 
+/// One session, as the service tells it.
 struct SessionInfo {
     std::string username;
-    std::string xauthfile;
-    std::string hashLine;
-    uint32_t display = 0;
+    std::string xauthfile; ///< the path of its X authority file
+    std::string hashLine; ///< by which its user is recognised; not checked
+    uint32_t display = 0; ///< its number
 };
 
 /// True for a line of a SAM file, "user:domain:LM hash:NT hash:::", of that very user. The line comes from a file that

@@ -13,23 +13,26 @@
 
 namespace Doors {
 
+/// What a transport is started with.
 struct TransportSettings {
-    std::string program;
+    std::string program; ///< its path
     std::string bind; ///< empty for all addresses
     uint16_t port = 0;
-    uint32_t display = 0;
-    std::string xauthfile;
-    std::string samFile;
-    std::string stateDir;
+    uint32_t display = 0; ///< the number of the display that it shows
+    std::string xauthfile; ///< for that display
+    std::string samFile; ///< with the hash line that clients are checked by
+    std::string stateDir; ///< with the certificate
 };
 
-/// Its command line and its whole environment.
+/// Its command line, the program first.
 std::vector<std::string> transportArguments(const TransportSettings& settings);
+/// Its whole environment, as NAME=value.
 std::vector<std::string> transportEnvironment(const TransportSettings& settings);
 
 /// A running transport. It ends with the connector, however that ends; with the object, at once.
 class Transport {
 public:
+    /// Who hears of it, on the event loop's thread.
     struct Handler {
         virtual ~Handler() = default;
         /// A line of its log.
@@ -44,6 +47,7 @@ public:
     Transport(const Transport&) = delete;
     Transport& operator=(const Transport&) = delete;
 
+    /// Its process id; 0 once it is reaped.
     [[nodiscard]] pid_t pid() const { return child_.pid; }
     /// Tells it to end; after a few seconds it is killed. transportEnded() follows.
     void end();

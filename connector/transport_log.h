@@ -15,7 +15,9 @@
 
 namespace Doors {
 
+/// What one line tells.
 struct LogEvent {
+    /// Which of the lines above it is.
     enum Kind { Other, Failure, Listening, Negotiated, Refused, Activated };
 
     Kind kind = Other; ///< Failure: a line of level ERROR that is none of the others

@@ -19,29 +19,40 @@ Json::Value readJson(const std::filesystem::path& path);
 /// A present member that cannot be converted to the asked type raises Json::LogicError.
 class JsonConfig {
 public:
+    /// An empty object.
     JsonConfig() = default;
     /// `object` must be a JSON object.
     explicit JsonConfig(Json::Value object);
+    /// What is derived may have texts to wipe.
     virtual ~JsonConfig() = default;
 
-    // A member in its type, or the default when it is absent. Throw jsoncpp's exception when it cannot be converted.
+    /// The member as text, or the default when it is absent. Throws jsoncpp's exception when it cannot be converted, as
+    /// the next three do.
     std::string getString(std::string_view key, std::string_view defaultValue = {}) const;
+    /// The same as a whole number.
     int getInteger(std::string_view key, int defaultValue = 0) const;
+    /// The same as a floating-point number. Required; nobody here calls it.
     double getDouble(std::string_view key, double defaultValue = 0) const;
+    /// The same as a truth value.
     bool getBoolean(std::string_view key, bool defaultValue = false) const;
 
-    /// The array's elements as strings, in order; empty when the member is absent or no array.
+    /// The array's elements as strings, in order; empty when the member is absent or no array. Throws jsoncpp's
+    /// exception when an element cannot be converted.
     std::list<std::string> getStringList(std::string_view key) const;
+    /// The same in a vector. Required; nobody here calls it.
     std::vector<std::string> getVectorList(std::string_view key) const;
 
     /// True when the member is there, whatever its type.
     bool hasValue(std::string_view key) const;
 
-    // For the service's own settings, where a broken value must not stop an operation: as above, but a member that
-    // cannot be converted is logged at error level ("%s: bad value, key: %s") and the default is taken.
+    /// getString() for the service's own settings, where a broken value must not stop an operation: a member that
+    /// cannot be converted is logged at error level ("%s: bad value, key: %s") and the default is taken.
     std::string settingString(std::string_view key, std::string_view defaultValue = {}) const noexcept;
+    /// getInteger() in the same way.
     int settingInteger(std::string_view key, int defaultValue) const noexcept;
+    /// getBoolean() in the same way.
     bool settingBoolean(std::string_view key, bool defaultValue) const noexcept;
+    /// getStringList() in the same way, by default empty.
     std::list<std::string> settingStringList(std::string_view key) const noexcept;
 
 protected:
@@ -56,7 +67,9 @@ private:
 /// wiped when it goes.
 class JsonConfigString : public JsonConfig {
 public:
+    /// Parses the text, which stays the caller's to wipe.
     explicit JsonConfigString(const std::string& text);
+    /// Wipes the texts.
     ~JsonConfigString() override;
     JsonConfigString(const JsonConfigString&) = delete;
     JsonConfigString& operator=(const JsonConfigString&) = delete;

@@ -28,7 +28,9 @@ public:
     /// What the modules have for a session's end.
     static constexpr std::chrono::seconds closingLimit{10};
 
+    /// The name that was given.
     [[nodiscard]] const std::string& getLogin() const { return login_; }
+    /// The password that was given; valid as long as the object lives.
     [[nodiscard]] const std::string& getPassword() const { return password_.text(); }
 
     /// Account check; an expired password is changed through the same conversation. False also when the modules changed
@@ -41,6 +43,7 @@ public:
     /// Makes destruction close the PAM session.
     void setSessionOpened() { opened_ = true; }
 
+    /// The transaction's handle, which stays this object's.
     [[nodiscard]] pam_handle* getHandle() const { return handle_; }
     /// The PAM environment, as NAME=value in PAM's order.
     [[nodiscard]] std::list<std::string> getEnvironments() const;

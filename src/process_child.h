@@ -26,7 +26,7 @@ struct ChildOptions {
     bool endWithParent = false; ///< the program gets SIGTERM when the thread that started it ends before it
     bool ownNetwork = false; ///< in a network namespace of its own; without one the child ends as a failure
     std::filesystem::path seenDirectory{}; ///< seen in the place of `usualDirectory`; empty: none
-    std::filesystem::path usualDirectory{};
+    std::filesystem::path usualDirectory{}; ///< an absolute path; only with `seenDirectory`
 };
 
 namespace Utils {
@@ -38,8 +38,10 @@ namespace Utils {
 
 /// Gives the current process the user's identity: supplementary groups (but for root), home directory, group, user, and
 /// the variables USER, LOGNAME, HOME, SHELL, TERM. False, with an error line, when the ids could not be taken: the
-/// caller must end then. Only in a forked child.
+/// caller must end then, as it must for an unknown user. Looks the user up. Only in a forked child. Required; nobody
+/// here calls it.
 bool switchToUser(const std::string& user);
+/// The same with what was looked up before the fork.
 bool switchToUser(const Identity& identity) noexcept;
 
 /// Points standard output and error at the file: created or truncated, mode 0640, a regular file and no link; /dev/null

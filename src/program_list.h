@@ -12,14 +12,14 @@ namespace Vard {
 
 /// One startable program.
 struct Program {
-    std::string name;
-    std::filesystem::path path;
-    std::list<std::string> args;
+    std::string name; ///< by which clients ask for it
+    std::filesystem::path path; ///< of what is executed
+    std::list<std::string> args; ///< without the program itself
 };
 
 /// Fills the record from a JSON object with "name", "path" and "args". Throws on wrong types.
 const Json::Value& operator>>(const Json::Value& value, Program& program);
-/// A string element.
+/// A string element. Throws jsoncpp's exception when it cannot be converted.
 const Json::Value& operator>>(const Json::Value& value, std::string& text);
 
 /// The elements of a JSON array in order; empty for anything else.

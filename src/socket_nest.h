@@ -12,13 +12,16 @@ class SocketNest {
 public:
     /// Makes the directory beside the usual place of `socket`; not valid when that cannot be done. Main thread.
     explicit SocketNest(std::filesystem::path socket);
+    /// Removes the directory with all that is in it; what was published stays.
     ~SocketNest();
     SocketNest(const SocketNest&) = delete;
     SocketNest& operator=(const SocketNest&) = delete;
 
+    /// False when the directory could not be made, which was logged.
     [[nodiscard]] bool valid() const { return !outer_.empty(); }
     /// What the server is to see as the directory usual().
     [[nodiscard]] std::filesystem::path directory() const { return outer_ / "d"; }
+    /// The sockets' usual directory.
     [[nodiscard]] std::filesystem::path usual() const { return socket_.parent_path(); }
     /// Where the server's socket appears.
     [[nodiscard]] std::filesystem::path socket() const { return directory() / socket_.filename(); }

@@ -13,32 +13,40 @@ namespace Vard {
 /// nothing.
 class StreamBufRef {
 public:
+    /// An empty reader.
     StreamBufRef() = default;
     /// A null pointer gives an empty reader whatever the length.
     StreamBufRef(const void* ptr, size_t len);
+    /// Goes on where the other was, which is empty afterwards; so does the assignment.
     StreamBufRef(StreamBufRef&& other) noexcept;
     StreamBufRef& operator=(StreamBufRef&& other) noexcept;
     StreamBufRef(const StreamBufRef&) = delete;
     StreamBufRef& operator=(const StreamBufRef&) = delete;
     ~StreamBufRef() = default;
 
+    /// Reads these `len` bytes from now on; a null pointer must come with a length of zero.
     void reset(const void* ptr, size_t len);
 
+    /// Copies the next `len` bytes to `dst`.
     void getRaw(void* dst, size_t len) const;
-    /// Throws std::invalid_argument("getBytes").
+    /// The next `len` bytes. Throws std::invalid_argument("getBytes").
     std::vector<uint8_t> getBytes(size_t len) const;
-    /// Throws std::invalid_argument("skip").
+    /// Passes over `len` bytes. Throws std::invalid_argument("skip").
     void skip(size_t len) const;
     /// Bytes left.
     size_t last() const;
     /// The next byte, not consumed. Throws std::out_of_range("peek") at the end.
     uint8_t peek() const;
+    /// Where the next byte is; last() bytes may be read there.
     const uint8_t* data() const;
 
+    /// The next byte.
     uint8_t getInt8() const;
+    /// The next number of so many bits, its least significant byte first.
     uint16_t getIntLE16() const;
     uint32_t getIntLE32() const;
     uint64_t getIntLE64() const;
+    /// The same, its most significant byte first.
     uint16_t getIntBE16() const;
     uint32_t getIntBE32() const;
     uint64_t getIntBE64() const;

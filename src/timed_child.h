@@ -18,6 +18,7 @@ public:
     /// Takes over a child that was just started. Kills it, and throws vard_error after an error line, when no
     /// descriptor can be had to hold it by.
     explicit TimedChild(pid_t pid);
+    /// Kills a child that was not waited for, and reaps it as wait() does; blocks for two seconds at most.
     ~TimedChild();
     TimedChild(const TimedChild&) = delete;
     TimedChild& operator=(const TimedChild&) = delete;
@@ -33,6 +34,7 @@ public:
     [[nodiscard]] bool stuck() const { return stuck_; }
     /// For how long it has run, or ran until wait() returned.
     [[nodiscard]] std::chrono::steady_clock::duration took() const;
+    /// The handle that the child is held by.
     [[nodiscard]] const ProcessHandle& process() const { return process_; }
 
 private:

@@ -20,7 +20,7 @@ class Patience {
 public:
     using Clock = std::chrono::steady_clock;
 
-    static constexpr std::chrono::milliseconds usual{5000};
+    static constexpr std::chrono::milliseconds usual{5000}; ///< each child, as a rule
     static constexpr std::chrono::milliseconds afterwards{500}; ///< all children of a user in disgrace together
     static constexpr std::chrono::seconds disgrace{60}; ///< from the last offence on
 
@@ -52,6 +52,7 @@ private:
 /// own. As long as a user has one, the service starts nothing more for him, which would only add another. Any thread.
 class StuckProcesses {
 public:
+    /// Remembers one that was killed and is still there.
     void add(uid_t user, const ProcessHandle& process);
     /// The number of one that is still there; 0 when there is none.
     [[nodiscard]] pid_t of(uid_t user);
@@ -69,6 +70,7 @@ struct UserChildren {
     Patience tools{std::chrono::milliseconds(250)};
     /// For what a session's start waits for: his home directory, his X server.
     Patience starts{std::chrono::milliseconds(1000)};
+    /// Those that nothing ends.
     StuckProcesses stuck;
 
     /// How long the user's next child may take; zero, after a warning under `func`, when none is to be started.
@@ -76,9 +78,11 @@ struct UserChildren {
     /// Remembers what a question to the user's X server has taken, however the scope is left.
     class Question {
     public:
+        /// The question is asked now. `children` must outlive this object.
         Question(UserChildren& children, uid_t user) : children_(children), user_(user) {}
         Question(const Question&) = delete;
         Question& operator=(const Question&) = delete;
+        /// The question is answered, or given up.
         ~Question() { children_.tools.took(user_, "X server", Patience::Clock::now() - begin_, false); }
 
     private:

@@ -22,6 +22,7 @@ struct UserInfo {
     std::string home;
     std::string shell;
 
+    /// True for a user that the databases know.
     [[nodiscard]] bool known() const { return uid != unknownUid; }
 };
 
@@ -33,12 +34,15 @@ namespace Utils {
 
 /// The user of that name. Unknown: logs "%s: %s failed, error: %s, code: %d" with "getpwnam" and answers unknown ids.
 UserInfo getUserInfo(const std::string& user);
+/// The user's id, or all ones; an unknown user is logged.
 uid_t getUserUid(const std::string& user);
+/// The id of the user's primary group, or all ones; an unknown user is logged. Required; nobody here calls it.
 gid_t getUserGid(const std::string& user);
+/// The user's home directory, or an empty path; an unknown user is logged. Required; nobody here calls it.
 std::filesystem::path getUserHome(const std::string& user);
 /// The group's id, or all ones; an unknown group is logged.
 gid_t getGroupGid(const std::string& group);
-/// The names of the group's members; empty for an unknown group.
+/// The names of the group's members; empty for an unknown group, which is logged. Required; nobody here calls it.
 std::vector<std::string> getGroupMembers(const std::string& group);
 /// The ids of all groups of the user, the primary one included.
 std::vector<gid_t> getUserGroups(const std::string& user, gid_t primary);

@@ -22,6 +22,7 @@ namespace Vard::Xcb {
 
 /// Frees what the library allocated.
 struct FreeDeleter {
+    /// Null does nothing.
     void operator()(void* ptr) const { std::free(ptr); }
 };
 
@@ -53,9 +54,9 @@ struct ScreenSize {
 /// What copyWindowPixmapTo copied.
 struct PixmapInfo {
     size_t bytes = 0; ///< bytes written to the buffer; 0: nothing was copied
-    uint8_t depth = 0;
-    uint8_t bitsPerPixel = 0;
-    uint32_t redMask = 0;
+    uint8_t depth = 0; ///< bits that carry a colour
+    uint8_t bitsPerPixel = 0; ///< bits from one pixel to the next
+    uint32_t redMask = 0; ///< in a pixel, as the visual has it; the next two as well
     uint32_t greenMask = 0;
     uint32_t blueMask = 0;
 };
@@ -70,6 +71,7 @@ public:
     /// How long a server that missed an answer is left alone. Only tests change it, before they connect.
     static inline std::chrono::milliseconds silence{5000};
 
+    /// The secret that the server asks for, in raw bytes.
     using Cookie = std::vector<uint8_t>;
 
     /// Connects to display ":N" through `socket`, an already connected descriptor whose peer the caller has checked;
@@ -77,22 +79,24 @@ public:
     /// and throws xcb_error("Connector") on refusal, after `limit` or at a server without screen or pixmap format.
     Connector(uint32_t display, const Cookie* auth, FileDescriptor socket = {},
               std::chrono::milliseconds limit = answerLimit);
+    /// Closes the connection.
     ~Connector();
     Connector(const Connector&) = delete;
     Connector& operator=(const Connector&) = delete;
 
     /// The root window of the first screen.
     [[nodiscard]] xcb_window_t windowRoot() const;
-    /// Depth and bits per pixel of the root window.
+    /// Depth of the root window.
     [[nodiscard]] uint8_t depth() const;
+    /// Bits per pixel of the root window.
     [[nodiscard]] uint8_t bitsPerPixel() const;
     /// The first pixmap format with that depth, or null.
     [[nodiscard]] const xcb_format_t* findFormat(uint8_t depth) const;
-    /// The first visual of the screen with that id, or null.
+    /// The first visual of the screen with that id, or null. Required; nobody here calls it but copyWindowPixmapTo().
     [[nodiscard]] const xcb_visualtype_t* findVisual(xcb_visualid_t id) const;
-    /// Bits per pixel of the matching format, 0 when none.
+    /// Bits per pixel of the matching format, 0 when none. Required as well, and called by as few.
     [[nodiscard]] uint8_t bppFromDepth(uint8_t depth) const;
-    /// Depth of the first format with those bits per pixel, 0 when none.
+    /// Depth of the first format with those bits per pixel, 0 when none. Required; nobody here calls it.
     [[nodiscard]] uint8_t depthFromBpp(uint8_t bpp) const;
 
     /// True when the server answers within `limit`. After a missed answer every request fails at once for a while, so a
@@ -105,7 +109,7 @@ public:
     bool setWindowGeometry(xcb_window_t win, int16_t x, int16_t y, uint16_t width, uint16_t height);
     /// Copies the pixels of `rect` of a window into `buf` of `size` bytes, in bands below the server's request limit.
     /// Bytes 0 for an empty rectangle or buffer. Throws xcb_error("copyWindowPixmapTo") when the server refuses or the
-    /// buffer is too small.
+    /// buffer is too small. Required; nobody here calls it.
     PixmapInfo copyWindowPixmapTo(xcb_window_t win, const Rect& rect, uint8_t* buf, size_t size);
 
     /// The atom of that name, 0 when it does not exist or the request failed.

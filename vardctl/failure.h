@@ -18,8 +18,10 @@ enum class ExitCode {
 /// Ends the command with a message for its user, in plain text without the command's name.
 class Failure : public std::runtime_error {
 public:
+    /// Any code but `done`.
     Failure(ExitCode code, const std::string& message) : std::runtime_error(message), code_(code) {}
 
+    /// What the command ends with.
     [[nodiscard]] ExitCode code() const { return code_; }
 
 private:

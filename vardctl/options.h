@@ -10,20 +10,20 @@ namespace Vardctl {
 
 /// What was said on the command line.
 struct Options {
-    bool json = false;
-    bool noLegend = false;
-    bool forceUser = false;
-    bool secrets = false;
+    bool json = false; ///< print JSON
+    bool noLegend = false; ///< print no line with the columns' names
+    bool forceUser = false; ///< the target is a user's name, whatever it looks like
+    bool secrets = false; ///< show password hashes
     uint32_t session = 0; ///< its id
     std::string target; ///< a user, or a word for chooseTarget()
-    std::string domain;
-    std::string program;
-    std::string header;
+    std::string domain; ///< of the user; empty for none
+    std::string program; ///< the name of a published one
+    std::string header; ///< of the message
     std::string message;
     std::string logLevel; ///< the service's own word
-    Size size;
-    uint8_t depth = 24;
-    uint8_t urgency = 1;
+    Size size; ///< of the screen
+    uint8_t depth = 24; ///< of its colours, in bits
+    uint8_t urgency = 1; ///< of the message: 0 low, 1 normal, from 2 on critical
     std::optional<uint32_t> duration; ///< seconds
     std::optional<uint32_t> inactivity; ///< seconds
 };

@@ -12,10 +12,12 @@ public:
     /// Reads it; `user` is named in the question. Throws Failure when there is none, an empty one, or none that the bus
     /// can carry.
     explicit Password(const std::string& user);
+    /// Wipes it.
     ~Password();
     Password(const Password&) = delete;
     Password& operator=(const Password&) = delete;
 
+    /// The password, ended by a NUL; valid as long as the object lives.
     [[nodiscard]] const char* text() const { return text_.data(); }
 
 private:

@@ -7,7 +7,9 @@ namespace Vardctl {
 /// when the object goes, after the objects made later have put back what they changed.
 class HeldSignals {
 public:
+    /// Holds them back from now on. Throws Failure when they cannot be watched.
     HeldSignals();
+    /// Lets them through.
     ~HeldSignals();
     HeldSignals(const HeldSignals&) = delete;
     HeldSignals& operator=(const HeldSignals&) = delete;

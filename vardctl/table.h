@@ -9,12 +9,15 @@ namespace Vardctl {
 /// Rows of texts in aligned columns.
 class Table {
 public:
+    /// At which side of its column a text stands.
     enum class Align { left, right };
+    /// A column with its name, whose text must outlive the table.
     struct Column {
         const char* name;
         Align align = Align::left;
     };
 
+    /// A table without rows.
     explicit Table(std::vector<Column> columns) : columns_(std::move(columns)) {}
 
     /// Adds a row, one text for each column. The texts are made harmless, an empty one becomes "-", and blanks in any

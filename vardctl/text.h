@@ -9,7 +9,7 @@
 namespace Vardctl {
 
 /// Makes the process read texts as UTF-8, whatever the user's locale: the bus knows no other. Before it, everything but
-/// ASCII is escaped. Call it before other threads start.
+/// ASCII is escaped. False when the machine cannot. Call it before other threads start.
 bool useUtf8();
 
 /// The text with everything that could steer a terminal or break a line made visible: \n, \t, \r, and \xNN for each
