@@ -4,7 +4,7 @@
 
 #include "failure.h"
 #include "json.h"
-#include "text.h"
+#include "terminal_text.h"
 
 #include <algorithm>
 

@@ -2,7 +2,7 @@
 #include "commands.h"
 #include "session_info.h"
 #include "table.h"
-#include "text.h"
+#include "terminal_text.h"
 
 #include <iomanip>
 #include <iostream>

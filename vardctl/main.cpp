@@ -1,7 +1,7 @@
 // vardctl: the administrators' command.
 #include "commands.h"
 #include "service.h"
-#include "text.h"
+#include "terminal_text.h"
 
 #include <exception>
 #include <iostream>

@@ -3,7 +3,7 @@
 
 #include "failure.h"
 #include "stop_signals.h"
-#include "text.h"
+#include "terminal_text.h"
 
 #include <poll.h>
 #include <sys/prctl.h>

@@ -1,7 +1,7 @@
 // Columns for people and for scripts.
 #include "table.h"
 
-#include "text.h"
+#include "terminal_text.h"
 
 #include <algorithm>
 

@@ -5,7 +5,7 @@
 #include "json.h"
 #include "service.h"
 #include "stop_signals.h"
-#include "text.h"
+#include "terminal_text.h"
 
 #include <poll.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
 // Texts as a terminal may see them.
-#include "text.h"
+#include "terminal_text.h"
 
 #include <algorithm>
 #include <array>

@@ -2,7 +2,7 @@
 #include "failure.h"
 #include "json.h"
 #include "table.h"
-#include "text.h"
+#include "terminal_text.h"
 
 #include <gtest/gtest.h>
 
