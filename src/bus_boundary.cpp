@@ -152,7 +152,8 @@ void answerCall(DBus::Connection& bus, const DBus::CallMessage& call, const Inte
     }
 }
 
-uid_t callerUid(DBus::Connection& bus, const std::string& sender) {
+uid_t callerUid(DBus::Connection& bus, const DBus::CallMessage& answered) {
+    const std::string sender = text(answered.sender());
     DBus::CallMessage call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
                            "GetConnectionUnixUser");
     DBus::MessageIter out = call.writer();

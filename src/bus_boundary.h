@@ -17,7 +17,7 @@ using InterfaceFinder = std::function<DBus::InterfaceAdaptor*(const std::string&
 /// arguments are wiped in the received message before the answer goes out. Main thread.
 void answerCall(DBus::Connection& bus, const DBus::CallMessage& call, const InterfaceFinder& find) noexcept;
 
-/// The user who made a call, by the bus name of its sender; all ones when the bus does not tell. Main thread.
-uid_t callerUid(DBus::Connection& bus, const std::string& sender);
+/// The user who made a call; all ones when the bus does not tell. Main thread.
+uid_t callerUid(DBus::Connection& bus, const DBus::CallMessage& answered);
 
 } // namespace Vard

@@ -146,10 +146,9 @@ bool DBusService::handle_message(const DBus::Message& message) {
     }
     // The library hands the call over as its base, as its own objects receive it.
     const auto& call = static_cast<const DBus::CallMessage&>(message); // NOLINT(*-static-cast-downcast)
-    answerCall(conn(), call, [&](const std::string& interface) {
-        caller_ = call.sender() != nullptr ? call.sender() : "";
-        return find_interface(interface);
-    });
+    call_ = &call;
+    answerCall(conn(), call, [this](const std::string& interface) { return find_interface(interface); });
+    call_ = nullptr;
     request_.reset(); // answered: the end of its session may be told now
     return true;
 }

@@ -172,7 +172,7 @@ private:
     SessionStart starter_;
     SessionNotices notices_;
     std::chrono::steady_clock::time_point stopBegan_ = std::chrono::steady_clock::now();
-    std::string caller_; // main thread: the bus name of who made the call that is being answered
+    const DBus::CallMessage* call_ = nullptr; // main thread: the one that is being answered
     RequestHold request_; // main thread: of the request that is being answered
     bool proxyListenActive_ = false; // main thread
 };

@@ -42,7 +42,7 @@ void DBusService::proxySessionConnected(Number session, Number pid, Text ipaddr)
     }
     info("%s: session id: 0x%08x, transport pid: %u, ipaddr: %s", "proxySessionConnected", session, pid,
          ipaddr.c_str());
-    const TransportClaim claim{pid, ipaddr, [this] { return callerUid(conn(), caller_); }};
+    const TransportClaim claim{pid, ipaddr, [this] { return callerUid(conn(), *call_); }};
     if (takeTransport(table_, *found, claim, children_)) {
         waitSessionFixSetxkbmapEvdev(found.get());
         signals_.sessionConnected(session);
