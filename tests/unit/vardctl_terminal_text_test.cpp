@@ -1,7 +1,6 @@
-// Texts of users on an administrator's terminal, and the columns that hold them.
+// Texts of users on an administrator's terminal.
 #include "failure.h"
 #include "json.h"
-#include "table.h"
 #include "terminal_text.h"
 
 #include <gtest/gtest.h>
@@ -26,18 +25,6 @@ TEST_F(VardctlText, NothingSteersTheTerminal) {
     EXPECT_EQ(jsonLine("\x1b\u009b\x7f"), "\"\\u001b\\u009b\\u007f\"\n");
     EXPECT_EQ(jsonLine(parseJson("1 // \x1b[2J")), "1\n") << "a comment would be printed as it stands";
     EXPECT_THROW(parseJson(std::string(2000, '[')), Failure) << "deeper than the reader goes";
-}
-
-TEST_F(VardctlText, ColumnsAlignAndStayCountable) {
-    Table table({{"ID", Table::Align::right}, {"USER"}, {"COMMAND"}});
-    table.add({"7", "漢e\u0301", "/usr/bin/a b"}); // a wide character, and an accent of its own
-    table.add({"1234", "", "x\ny"});
-    table.add({"5", "two words", ""});
-    EXPECT_EQ(table.layout(true),
-              "  ID USER         COMMAND\n"
-              "   7 漢e\u0301          /usr/bin/a b\n"
-              "1234 -            x\\ny\n"
-              "   5 two\\x20words -\n");
 }
 
 } // namespace

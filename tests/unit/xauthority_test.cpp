@@ -1,8 +1,7 @@
-// X authority files: the record and its cookie, who may read it, and what may lie in the file's place.
+// X authority files: the record, who may read it, and what may lie in the file's place.
 #include "xauthority.h"
 
 #include "exceptions.h"
-#include "random_bytes.h"
 #include "scratch.h"
 
 #include <sys/mount.h>
@@ -64,7 +63,5 @@ TEST_F(XauthorityTest, LeavesNoHalfWrittenFile) {
     EXPECT_FALSE(fs::exists(path_));
     ASSERT_EQ(::umount2(dir_.path().c_str(), MNT_DETACH), 0);
 }
-
-TEST(RandomBytes, AreOthersEachTime) { EXPECT_NE(Vard::Utils::randomBytes(32), Vard::Utils::randomBytes(32)); }
 
 } // namespace

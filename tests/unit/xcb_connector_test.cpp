@@ -44,11 +44,10 @@ protected:
         ::kill(server, SIGCONT);
         EXPECT_TRUE(Scratch::waitUntil([this] { return xcb.answers(); }));
     }
-    xcb_window_t makeWindow(const Xcb::Rect& rect, uint32_t color = 0) {
+    xcb_window_t makeWindow(const Xcb::Rect& rect) {
         const auto window = ::xcb_generate_id(client);
         ::xcb_create_window(client, XCB_COPY_FROM_PARENT, window, xcb.windowRoot(), rect.x, rect.y, rect.width,
-                            rect.height, 0, XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, XCB_CW_BACK_PIXEL,
-                            &color);
+                            rect.height, 0, XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, 0, nullptr);
         ::xcb_map_window(client, window);
         sync();
         return window;
@@ -88,19 +87,6 @@ TEST_F(XcbConnector, FitsApplicationsWindowsAndNothingElse) {
     EXPECT_EQ(place(notice), (std::vector<int>{90, 90, 50, 50}));
     setProperty(xcb.windowRoot(), "_NET_CLIENT_LIST", XCB_ATOM_WINDOW, 32, 1, &main);
     EXPECT_EQ(xcb.getWindows(), std::vector<xcb_window_t>{main}) << "the window manager's list";
-}
-
-TEST_F(XcbConnector, CopiesPixelsInBands) {
-    makeWindow({0, 0, 800, 300}, 0x123456);
-    makeWindow({0, 300, 800, 300}, 0xabcdef);
-    std::vector<uint8_t> pixels(size_t{800} * 600 * 4);
-    const auto copy = [&](size_t size) {
-        return xcb.copyWindowPixmapTo(xcb.windowRoot(), {0, 0, 800, 600}, pixels.data(), size).bytes;
-    };
-    EXPECT_EQ(copy(pixels.size()), pixels.size());
-    EXPECT_EQ(pixels.front(), 0x56);
-    EXPECT_EQ(pixels[pixels.size() - 4], 0xef);
-    EXPECT_THROW(copy(pixels.size() - 1), xcb_error);
 }
 
 // The queue of a server that reads nothing takes some seventy requests, and the library waits for room without limit.
