@@ -24,6 +24,9 @@
 
 namespace Vard {
 
+/// Of what a proxy reports as a client's address so many bytes are kept; the longest that is one has 45.
+inline constexpr size_t longestAddress = 64;
+
 /// What changes in a session once it is in the table. Reached through the table's view, which holds its lock.
 struct SessionState {
     std::chrono::steady_clock::time_point transportEndedAt{}; ///< zero while never set

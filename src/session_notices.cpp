@@ -19,7 +19,6 @@ constexpr size_t mostAttempts = 4; // sixteen together
 constexpr std::chrono::seconds longestNotice{75}; // it ends itself before, unless it hangs
 constexpr size_t longestHeader = 256; // bytes, as the next
 constexpr size_t longestMessage = 4 << 10;
-constexpr size_t longestAddress = 64; // bytes; the longest that is one has 45
 constexpr const char* func = "vardSendNotify";
 
 std::list<std::string> programArguments(const SessionNotice& notice) {

@@ -15,8 +15,6 @@ namespace Vard {
 
 namespace {
 
-constexpr size_t longestAddress = 64; // bytes; the longest that is one has 45
-
 // The transport will be told to end one day: a number that the system calls take for a group, the init process and the
 // service with its own children are none.
 bool possibleTransport(uint32_t pid, ChildWaits& children) {
