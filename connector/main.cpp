@@ -1,11 +1,13 @@
 // vard_connector: lets remote-desktop clients into the sessions of vard_service.
 #include "certificate.h"
 #include "doorkeeper.h"
+#include "front_door.h"
 #include "options.h"
 
 #include <sys/stat.h>
 #include <systemd/sd-daemon.h>
 #include <systemd/sd-journal.h>
+#include <boost/asio/signal_set.hpp>
 
 #include <csignal>
 #include <filesystem>
@@ -15,54 +17,51 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Unref {
-    void operator()(sd_event* loop) const { sd_event_unref(loop); }
-};
-
-// What a connector that was killed has left would name ports that nobody listens on.
+// What a connector that was killed has left.
 void emptyDirectory(const fs::path& directory) {
     for (const auto& entry : fs::directory_iterator(directory)) {
-        if (entry.is_regular_file() && !entry.is_symlink()) {
+        if (entry.is_regular_file() || entry.is_socket()) {
             fs::remove(entry.path());
         }
     }
 }
 
+// Nobody else may come to the hash lines and to the transports' sockets.
 void prepareDirectories(const Doors::Options& options) {
     ::umask(077);
-    if (fs::create_directories(options.runtimeDir)) {
-        fs::permissions(options.runtimeDir, static_cast<fs::perms>(0755)); // the port files are for everybody
-    }
-    fs::create_directories(options.runtimeDir / "private");
+    fs::create_directories(options.runtimeDir);
+    fs::permissions(options.runtimeDir, fs::perms::owner_all);
     emptyDirectory(options.runtimeDir);
-    emptyDirectory(options.runtimeDir / "private");
     fs::create_directories(options.stateDir);
-}
-
-void blockSignals() {
-    sigset_t signals;
-    ::sigemptyset(&signals);
-    for (const int number : {SIGTERM, SIGINT, SIGCHLD}) {
-        ::sigaddset(&signals, number);
-    }
-    ::sigprocmask(SIG_BLOCK, &signals, nullptr);
 }
 
 int run(const Doors::Options& options) {
     prepareDirectories(options);
     Doors::ensureCertificate(options.stateDir);
-    blockSignals();
-    sd_event* made = nullptr;
-    if (const int failed = sd_event_new(&made); failed < 0) {
-        throw std::system_error(-failed, std::generic_category(), "sd_event_new");
-    }
-    const std::unique_ptr<sd_event, Unref> loop(made);
-    Doors::Doorkeeper doorkeeper(loop.get(), options);
-    const auto stop = [&doorkeeper] { doorkeeper.stop(); };
-    const auto terminate = Doors::EventSource::signal(loop.get(), SIGTERM, stop);
-    const auto interrupt = Doors::EventSource::signal(loop.get(), SIGINT, stop);
+    Doors::Lobby lobby(options);
+    Doors::asio::io_context loop;
+    int status = 1;
+    const auto finished = [&](bool orderly) {
+        status = orderly ? 0 : 1;
+        loop.stop();
+    };
+    Doors::Doorkeeper doorkeeper(loop, options, finished);
+    lobby.place = [&doorkeeper](const auto& client) { doorkeeper.place(client); };
+    Doors::FrontDoor frontDoor(loop, options, lobby);
+    Doors::asio::signal_set signals(loop, SIGTERM, SIGINT);
+    signals.async_wait([&](Doors::Failed, int) {
+        frontDoor.close();
+        doorkeeper.stop();
+    });
     sd_notify(0, "READY=1");
-    return sd_event_loop(loop.get()) == 0 ? 0 : 1;
+    while (!loop.stopped()) {
+        try {
+            loop.run();
+        } catch (const std::exception& err) { // one client's trouble is not the others'
+            sd_journal_print(LOG_ERR, "event: exception: %s", err.what());
+        }
+    }
+    return status;
 }
 
 } // namespace

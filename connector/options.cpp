@@ -1,11 +1,10 @@
 // What the command line says.
 #include "options.h"
 
-#include <netdb.h>
-
 #include <CLI/CLI.hpp>
 
-#include <charconv>
+#include <functional>
+#include <string>
 
 namespace Doors {
 
@@ -15,29 +14,30 @@ std::string refuseRelative(const std::string& path) {
     return std::filesystem::path(path).is_absolute() ? "" : "an absolute path is needed, not `" + path + "'";
 }
 
-std::string refuseName(const std::string& address) {
-    addrinfo hints{};
-    hints.ai_flags = AI_NUMERICHOST;
-    addrinfo* found = nullptr;
-    if (::getaddrinfo(address.c_str(), nullptr, &hints, &found) != 0) {
-        return "a numeric address is needed, not `" + address + "'";
+// Reads each of an option's texts; the first that is none is named.
+template <typename Value>
+void takeAll(const char* option, const char* form, std::optional<Value> (*read)(const std::string&),
+             const std::vector<std::string>& texts, std::vector<Value>& values) {
+    values.clear();
+    for (const auto& text : texts) {
+        const auto value = read(text);
+        if (!value) {
+            throw CLI::ValidationError(option, std::string(form) + " is needed, not `" + text + "'");
+        }
+        values.push_back(*value);
     }
-    ::freeaddrinfo(found);
-    return "";
 }
 
-// What is not written as numbers are is refused by the comparison.
-void takePorts(const std::string& range, Options& options) {
-    uint16_t first = 0;
-    uint16_t last = 0;
-    const char* end = range.data() + range.size();
-    const auto* dash = std::from_chars(range.data(), end, first).ptr;
-    std::from_chars(std::min(dash + 1, end), end, last);
-    if (first == 0 || first > last || std::to_string(first) + "-" + std::to_string(last) != range) {
-        throw CLI::ValidationError("--ports", "FIRST-LAST is needed, both from 1 to 65535, not `" + range + "'");
-    }
-    options.firstPort = first;
-    options.lastPort = last;
+void describeLimits(CLI::App& app, Options& options) {
+    const auto limit = [&app](const char* name, size_t& value, const char* text) {
+        app.add_option(name, value, std::string(text) + " (" + std::to_string(value) + ")")
+            ->check(CLI::Range(size_t{1}, size_t{100000}))
+            ->type_name("NUMBER");
+    };
+    limit("--strangers", options.strangers, "Connections of one address that have not shown a password yet");
+    limit("--strangers-total", options.strangersInAll, "The same, of all");
+    limit("--arrivals", options.arrivals, "New connections of one address in a second");
+    limit("--arrivals-total", options.arrivalsInAll, "The same, of all");
 }
 
 void describe(CLI::App& app, Options& options) {
@@ -45,16 +45,25 @@ void describe(CLI::App& app, Options& options) {
         return failed->get_name() + ": " + error.what() + "; see " + failed->get_name() + " --help\n";
     });
     app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
-    const auto takeRange = [&options](const std::string& range) { takePorts(range, options); };
-    app.add_option_function<std::string>("--ports", takeRange, "Ports to listen on, one a session (3389-3489)")
-        ->type_name("FIRST-LAST");
-    app.add_option("--bind", options.bind, "The numeric address to listen on (all)")
-        ->check(refuseName)
-        ->type_name("ADDRESS");
+    const auto listen = [&options](const std::vector<std::string>& texts) {
+        takeAll("--listen", "ADDRESS:PORT, with a numeric address or none,", parseEndpoint, texts, options.listen);
+    };
+    app.add_option_function("--listen", std::function(listen),
+                            "Where clients come, may be repeated (:3389, on all addresses)")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->type_name("ADDRESS:PORT");
+    const auto balancers = [&options](const std::vector<std::string>& texts) {
+        takeAll("--proxy-protocol-from", "ADDRESS or ADDRESS/BITS", Network::parse, texts, options.balancers);
+    };
+    app.add_option_function("--proxy-protocol-from", std::function(balancers),
+                            "Balancers that hand clients on by the PROXY protocol, may be repeated (none)")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->type_name("NETWORK");
+    describeLimits(app, options);
     app.add_option("--transport", options.transport, "The transport program (/usr/bin/freerdp-shadow-cli)")
         ->check(refuseRelative)
         ->type_name("PATH");
-    app.add_option("--runtime-dir", options.runtimeDir, "Port files and hash lines (/run/vard_connector)")
+    app.add_option("--runtime-dir", options.runtimeDir, "Hash lines and the transports' sockets (/run/vard_connector)")
         ->check(refuseRelative)
         ->envname("RUNTIME_DIRECTORY")
         ->type_name("DIR");
@@ -68,6 +77,7 @@ void describe(CLI::App& app, Options& options) {
 
 std::optional<Options> parseOptions(int argc, const char* const* argv) {
     Options options;
+    options.listen.push_back(*parseEndpoint(":3389"));
     CLI::App app("Lets remote-desktop clients into the sessions of vard_service.", "vard_connector");
     describe(app, options);
     try {

@@ -1,21 +1,26 @@
 // What the command line says.
 #pragma once
 
-#include <cstdint>
+#include "network.h"
+
+#include <cstddef>
 #include <filesystem>
 #include <optional>
-#include <string>
+#include <vector>
 
 namespace Doors {
 
 /// How the connector was told to run.
 struct Options {
+    std::vector<Tcp::endpoint> listen; ///< at least one
+    std::vector<Network> balancers; ///< whose PROXY protocol is believed, and expected
+    size_t strangers = 32; ///< connections from one neighbour that have not shown a password
+    size_t strangersInAll = 512;
+    size_t arrivals = 20; ///< new connections from one neighbour in a second
+    size_t arrivalsInAll = 400;
     std::filesystem::path transport = "/usr/bin/freerdp-shadow-cli"; ///< its program
-    std::filesystem::path runtimeDir = "/run/vard_connector"; ///< port files and, in "private", hash lines
+    std::filesystem::path runtimeDir = "/run/vard_connector"; ///< hash lines and the transports' sockets
     std::filesystem::path stateDir = "/var/lib/vard_connector"; ///< the certificate that clients remember
-    std::string bind; ///< a numeric address; empty for all
-    uint16_t firstPort = 3389; ///< of those that a door may have
-    uint16_t lastPort = 3489; ///< of them, too
     bool help = false; ///< was all that was asked for
 };
 

@@ -31,11 +31,11 @@ bool isRefusal(const BusClient::Message& answer, const char* what) {
 
 } // namespace
 
-ServiceLink::ServiceLink(sd_event* loop, Handler& handler) : handler_(handler) {
-    if (sd_bus_attach_event(bus_.get(), loop, SD_EVENT_PRIORITY_NORMAL) < 0 ||
-        sd_bus_set_exit_on_disconnect(bus_.get(), 1) < 0) {
-        throw BusClient::Error(BusClient::noBus, "the event loop does not take the bus");
-    }
+ServiceLink::ServiceLink(asio::io_context& loop, Handler& handler)
+    : handler_(handler), source_(loop, bus_, [this] { handler_.busLost(); }) {}
+
+void ServiceLink::serviceAppeared() noexcept {
+    guarded("serviceAppeared", [this] { handler_.serviceStarted(); });
 }
 
 void ServiceLink::serviceLeft() noexcept {
@@ -66,18 +66,39 @@ void ServiceLink::dispatch(const std::string& signal, const std::vector<uint32_t
     }
 }
 
+void ServiceLink::send(const BusClient::Message& call, BusClient::Connection::Handler answered) {
+    bus_.send(call, std::move(answered));
+    source_.sent();
+}
+
+void ServiceLink::askSessions(std::function<void(const std::vector<uint32_t>& sessions)> answered) {
+    constexpr const char* method = "vardSessions";
+    send(bus_.newCall(BusClient::serviceName, method, ""),
+         [answered = std::move(answered)](BusClient::Message& answer) {
+             const auto number = [&answer] {
+                 answer.text(); // the user's name
+                 return answer.count();
+             };
+             guarded(method, [&] {
+                 const bool none = isRefusal(answer, method) || answer.signature() != "a(su)";
+                 answered(none ? std::vector<uint32_t>()
+                               : answer.list("(su)", [&] { return answer.structure("su", number); }));
+             });
+         });
+}
+
 void ServiceLink::askSession(uint32_t session, std::function<void(const std::string& json)> answered) {
     constexpr const char* method = "vardSessionInfoJson";
-    bus_.send(bus_.newCall(BusClient::serviceName, method, "u", session), [answered = std::move(answered)](
-                                                                              BusClient::Message& answer) {
+    send(bus_.newCall(BusClient::serviceName, method, "u", session), [answered = std::move(answered)](
+                                                                         BusClient::Message& answer) {
         guarded(method, [&] { answered(isRefusal(answer, method) || answer.signature() != "s" ? "" : answer.text()); });
     });
 }
 
 template <typename... Args>
 void ServiceLink::report(const char* method, const char* types, Args... args) {
-    bus_.send(bus_.newCall(BusClient::serviceName, method, types, args...),
-              [](const BusClient::Message& answer) { isRefusal(answer, "report"); });
+    send(bus_.newCall(BusClient::serviceName, method, types, args...),
+         [](const BusClient::Message& answer) { isRefusal(answer, "report"); });
 }
 
 void ServiceLink::reportListening(uint32_t session, bool success) {

@@ -2,18 +2,18 @@
 #pragma once
 
 #include "bus_client/service_watch.h"
-
-#include <systemd/sd-event.h>
+#include "bus_source.h"
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace Doors {
 
-/// The connection to the system bus, driven by the event loop; when the bus goes, the loop ends. Nothing here waits for
-/// the service, which may be busy starting a session. All on the one thread.
+/// The connection to the system bus, driven by the event loop. Nothing here waits for the service, which may be busy
+/// starting a session. All on the loop's thread.
 class ServiceLink : BusClient::ServiceWatch::Handler {
 public:
     /// What the service tells; an exception is logged.
@@ -25,15 +25,21 @@ public:
         virtual void listenTimeout(uint32_t seconds) = 0;
         /// The session has ended.
         virtual void sessionShutdown(uint32_t session) = 0;
+        /// The service is there now.
+        virtual void serviceStarted() = 0;
         /// The service stops, or has gone from the bus.
         virtual void serviceStopped() = 0;
+        /// The bus has gone: nothing follows.
+        virtual void busLost() = 0;
     };
 
     /// Connects and listens. Throws BusClient::Error.
-    ServiceLink(sd_event* loop, Handler& handler);
+    ServiceLink(asio::io_context& loop, Handler& handler);
     ServiceLink(const ServiceLink&) = delete;
     ServiceLink& operator=(const ServiceLink&) = delete;
 
+    /// Asks which sessions there are; `answered` gets their numbers later, none when the service gave no answer.
+    void askSessions(std::function<void(const std::vector<uint32_t>& sessions)> answered);
     /// Asks for a session's JSON text; `answered` gets it later, empty when the service gave none.
     void askSession(uint32_t session, std::function<void(const std::string& json)> answered);
 
@@ -50,7 +56,8 @@ private:
     template <typename... Args>
     void report(const char* method, const char* types, Args... args);
     void dispatch(const std::string& signal, const std::vector<uint32_t>& values);
-    void serviceAppeared() noexcept override {}
+    void send(const BusClient::Message& call, BusClient::Connection::Handler answered);
+    void serviceAppeared() noexcept override;
     void serviceLeft() noexcept override;
     void signalCame(BusClient::Message& signal) noexcept override;
     void strangerSignalled(const std::string& sender) noexcept override;
@@ -58,6 +65,7 @@ private:
     Handler& handler_;
     BusClient::Connection bus_;
     BusClient::ServiceWatch watch_{bus_, *this};
+    BusSource source_;
 };
 
 } // namespace Doors

@@ -34,8 +34,12 @@ std::optional<SessionInfo> parseSessionInfo(const std::string& text) {
         !value["xauthfile"].isString() || !value["ntlm"].isString()) {
         return std::nullopt;
     }
-    return SessionInfo{value["username"].asString(), value["xauthfile"].asString(), value["ntlm"].asString(),
-                       value["display"].asUInt()};
+    return SessionInfo{value["username"].asString(),
+                       value["xauthfile"].asString(),
+                       value["ntlm"].asString(),
+                       value["display"].asUInt(),
+                       value["start"].isInt64() ? value["start"].asInt64() : 0,
+                       value["seamless:mode"] != true};
 }
 
 } // namespace Doors

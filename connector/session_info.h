@@ -13,6 +13,8 @@ struct SessionInfo {
     std::string xauthfile; ///< the path of its X authority file
     std::string hashLine; ///< by which its user is recognised; not checked
     uint32_t display = 0; ///< its number
+    int64_t start = 0; ///< in seconds since 1970
+    bool desktop = true; ///< not a single program
 };
 
 /// True for a line of a SAM file, "user:domain:LM hash:NT hash:::", of that very user. The line comes from a file that

@@ -1,17 +1,21 @@
 // One process of the transport program.
 #include "transport.h"
 
-#include <systemd/sd-journal.h>
+#include "file_descriptor.h"
 
 #include <fcntl.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <systemd/sd-journal.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <filesystem>
+#include <fstream>
 #include <system_error>
 
 namespace Doors {
@@ -35,14 +39,28 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
     return result;
 }
 
+// A flood of clients that show no password, or a hostile screen, must not take the machine's memory.
+constexpr rlim_t mostMemory = rlim_t{1} << 30;
+constexpr rlim_t mostDescriptors = 1024;
+
+void limit(__rlimit_resource what, rlim_t most) {
+    const rlimit both{most, most};
+    ::setrlimit(what, &both);
+}
+
+// After a fork of a program with one thread: whatever it may call there, it may call here.
 [[noreturn]] void runChild(pid_t parent, int output, char* const* arguments, char* const* environment) {
-    sigset_t none;
-    ::sigemptyset(&none);
-    ::sigprocmask(SIG_SETMASK, &none, nullptr);
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    ::umask(077);
+    limit(RLIMIT_DATA, mostMemory);
+    limit(RLIMIT_NOFILE, mostDescriptors);
+    limit(RLIMIT_CORE, 0); // its memory holds hash lines
+    if (const int order = ::open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC); order >= 0) {
+        (void)!::write(order, "1000", 4);
+    }
     const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
     if (::getppid() == parent && ::dup2(nothing, STDIN_FILENO) >= 0 && ::dup2(output, STDOUT_FILENO) >= 0 &&
-        ::dup2(output, STDERR_FILENO) >= 0) {
+        ::dup2(output, STDERR_FILENO) >= 0 && ::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) == 0) {
         ::execve(arguments[0], arguments, environment);
     }
     ::_exit(127);
@@ -53,16 +71,10 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 // The program writes its log into a pipe in blocks of 4096 bytes, which is too late: stdbuf has it write lines. stdbuf
 // becomes the program, so the process is the same.
 std::vector<std::string> transportArguments(const TransportSettings& settings) {
-    std::vector<std::string> arguments{"/usr/bin/stdbuf", "-oL", settings.program,
-                                       "/port:" + std::to_string(settings.port)};
-    if (!settings.bind.empty()) {
-        const bool six = settings.bind.find(':') != std::string::npos;
-        arguments.push_back("/bind-address:" + (six ? "[" + settings.bind + "]" : settings.bind));
-    }
     // Network-level authentication alone: the two older ways let a client see the screen before it is authenticated.
-    arguments.emplace_back("/sec:nla");
-    arguments.push_back("/sam-file:" + settings.samFile);
-    return arguments;
+    return {"/usr/bin/stdbuf", "-oL",
+            settings.program,  "/ipc-socket:" + settings.socket,
+            "/sec:nla",        "/sam-file:" + settings.samFile};
 }
 
 std::vector<std::string> transportEnvironment(const TransportSettings& settings) {
@@ -77,17 +89,22 @@ std::vector<std::string> transportEnvironment(const TransportSettings& settings)
         "WLOG_PREFIX=<%lv> %tid %mn "};
 }
 
-Transport::Transport(sd_event* loop, const TransportSettings& settings, Handler& handler)
-    : loop_(loop), handler_(handler) {
+Transport::Transport(asio::io_context& loop, const TransportSettings& settings, Handler& handler)
+    : handler_(handler), output_(loop), process_(loop), killTimer_(loop) {
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
         fail("pipe2");
     }
-    output_.reset(ends[0]);
+    output_.assign(ends[0]);
     const Vard::FileDescriptor childEnd(ends[1]);
-    ::fcntl(output_.get(), F_SETFL, O_NONBLOCK);
-    outputSource_ = EventSource::readable(loop, output_.get(), [this] { readOutput(); });
+    ::fcntl(ends[0], F_SETFL, O_NONBLOCK);
     start(settings, childEnd.get());
+    waitForOutput();
+    process_.async_wait(Descriptor::wait_read, [this, alive = std::weak_ptr(alive_)](Failed failed) {
+        if (!failed && !alive.expired()) {
+            ended();
+        }
+    });
 }
 
 void Transport::start(const TransportSettings& settings, int output) {
@@ -104,7 +121,11 @@ void Transport::start(const TransportSettings& settings, int output) {
         child_.pid = 0;
         fail("fork");
     }
-    endSource_ = EventSource::childEnd(loop_, child_.pid, [this] { ended(); });
+    const auto handle = static_cast<int>(::syscall(SYS_pidfd_open, child_.pid, 0));
+    if (handle < 0) {
+        fail("pidfd_open");
+    }
+    process_.assign(handle);
 }
 
 Transport::Child::~Child() {
@@ -114,28 +135,37 @@ Transport::Child::~Child() {
     }
 }
 
+size_t Transport::memory() const {
+    std::ifstream statm("/proc/" + std::to_string(child_.pid) + "/statm");
+    size_t whole = 0;
+    size_t resident = 0;
+    statm >> whole >> resident;
+    return resident * static_cast<size_t>(::sysconf(_SC_PAGESIZE));
+}
+
 void Transport::end() {
-    if (child_.pid > 0 && !killTimer_) {
+    if (child_.pid > 0 && !std::exchange(told_, true)) {
         ::kill(child_.pid, SIGTERM);
-        killTimer_ = EventSource::after(loop_, endLimit, [this] { ::kill(child_.pid, SIGKILL); });
+        killTimer_.start(endLimit, [this] { ::kill(child_.pid, SIGKILL); });
     }
 }
 
-bool Transport::hasThread(pid_t thread) const {
-    std::error_code ignored;
-    return std::filesystem::exists(
-        std::filesystem::path("/proc") / std::to_string(child_.pid) / "task" / std::to_string(thread), ignored);
+void Transport::waitForOutput() {
+    output_.async_wait(Descriptor::wait_read, [this, alive = std::weak_ptr(alive_)](Failed failed) {
+        if (!failed && !alive.expired() && readOutput() && !alive.expired()) {
+            waitForOutput();
+        }
+    });
 }
 
-void Transport::readOutput() {
+bool Transport::readOutput() {
     std::array<char, 4096> block{};
-    const ssize_t count = ::read(output_.get(), block.data(), block.size());
+    const ssize_t count = ::read(output_.native_handle(), block.data(), block.size());
     if (count > 0) {
         unread_.append(block.data(), static_cast<size_t>(count));
         takeLines();
-    } else if (count == 0 || errno != EAGAIN) {
-        outputSource_.reset();
     }
+    return count > 0 || (count < 0 && errno == EAGAIN);
 }
 
 void Transport::takeLines() {
@@ -151,16 +181,16 @@ void Transport::takeLines() {
     }
 }
 
-// Reaped here and not by the loop after this call: the service takes an unreaped process for a running one.
+// Reaped before anything else hears of it: the service takes an unreaped process for a running one.
 void Transport::ended() {
+    ::waitpid(child_.pid, nullptr, WNOHANG);
+    child_.pid = 0;
+    killTimer_.cancel();
     try {
         readOutput(); // why it ended
     } catch (const std::exception& err) {
-        sd_journal_print(LOG_ERR, "transport %d: %s", static_cast<int>(child_.pid), err.what());
+        sd_journal_print(LOG_ERR, "transport: exception: %s", err.what());
     }
-    ::waitpid(child_.pid, nullptr, WNOHANG);
-    child_.pid = 0;
-    killTimer_.reset();
     handler_.transportEnded();
 }
 

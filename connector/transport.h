@@ -1,13 +1,12 @@
 // One process of the transport program.
 #pragma once
 
-#include "events.h"
-#include "file_descriptor.h"
+#include "loop.h"
 #include "transport_log.h"
 
 #include <sys/types.h>
 
-#include <memory>
+#include <array>
 #include <string>
 #include <vector>
 
@@ -16,8 +15,7 @@ namespace Doors {
 /// What a transport is started with.
 struct TransportSettings {
     std::string program; ///< its path
-    std::string bind; ///< empty for all addresses
-    uint16_t port = 0;
+    std::string socket; ///< where it listens; made by it, for this user alone
     uint32_t display = 0; ///< the number of the display that it shows
     std::string xauthfile; ///< for that display
     std::string samFile; ///< with the hash line that clients are checked by
@@ -29,10 +27,11 @@ std::vector<std::string> transportArguments(const TransportSettings& settings);
 /// Its whole environment, as NAME=value.
 std::vector<std::string> transportEnvironment(const TransportSettings& settings);
 
-/// A running transport. It ends with the connector, however that ends; with the object, at once.
+/// A running transport, within limits of memory and descriptors, and the first to go when the machine's memory ends. It
+/// ends with the connector, however that ends; with the object, at once. On the loop's thread.
 class Transport {
 public:
-    /// Who hears of it, on the event loop's thread.
+    /// Who hears of it.
     struct Handler {
         virtual ~Handler() = default;
         /// A line of its log.
@@ -42,17 +41,17 @@ public:
     };
 
     /// Starts it. Throws std::system_error.
-    Transport(sd_event* loop, const TransportSettings& settings, Handler& handler);
+    Transport(asio::io_context& loop, const TransportSettings& settings, Handler& handler);
     ~Transport() = default;
     Transport(const Transport&) = delete;
     Transport& operator=(const Transport&) = delete;
 
     /// Its process id; 0 once it is reaped.
     [[nodiscard]] pid_t pid() const { return child_.pid; }
+    /// The memory that it has in use, in bytes; 0 when it cannot be told.
+    [[nodiscard]] size_t memory() const;
     /// Tells it to end; after a few seconds it is killed. transportEnded() follows.
     void end();
-    /// True when a thread of it is still there.
-    [[nodiscard]] bool hasThread(pid_t thread) const;
 
 private:
     struct Child {
@@ -63,18 +62,19 @@ private:
         Child& operator=(const Child&) = delete;
     };
     void start(const TransportSettings& settings, int output);
-    void readOutput();
+    void waitForOutput();
+    bool readOutput();
     void takeLines();
     void ended();
 
-    sd_event* loop_;
     Handler& handler_;
     Child child_;
-    Vard::FileDescriptor output_;
+    Descriptor output_;
+    Descriptor process_; ///< can be read when the process has ended
     std::string unread_;
-    std::unique_ptr<EventSource> outputSource_;
-    std::unique_ptr<EventSource> endSource_;
-    std::unique_ptr<EventSource> killTimer_;
+    Timer killTimer_;
+    bool told_ = false; ///< to end
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
 } // namespace Doors

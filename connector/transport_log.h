@@ -2,12 +2,12 @@
 //
 // freerdp-shadow-cli tells of its state in nothing but its log. Its lines are given a fixed beginning, "<LEVEL> THREAD
 // TAG " (see transport.cpp), and these are the ones that count:
-//   Listening on [ADDRESS]:PORT             the port is open
+//   Listening on socket PATH                the socket is there
 //   Negotiated Security: NLA:1 TLS:0 RDP:0  a client speaks the protocol; it has not shown a password yet
 //   client authentication failure           it was not the right one
-//   Client from ADDRESS is activated (...)  authenticated, and the session's screen is on its way to it
-// Every client has a thread of its own, which ends with its connection; the line's THREAD therefore tells later whether
-// that client is still there. No text that a client chooses gets into these lines before it is authenticated.
+//   Client from  is activated (...)         authenticated, and the session's screen is on its way to it
+// Every client has a thread of its own, by which the lines are told apart. No text that a client chooses gets into
+// these lines before it is authenticated.
 #pragma once
 
 #include <sys/types.h>
@@ -21,8 +21,7 @@ struct LogEvent {
     enum Kind { Other, Failure, Listening, Negotiated, Refused, Activated };
 
     Kind kind = Other; ///< Failure: a line of level ERROR that is none of the others
-    pid_t thread = 0; ///< of the client; for Activated
-    std::string address; ///< of the client; for Activated
+    pid_t thread = 0; ///< whose line it is
     bool nla = false; ///< for Negotiated, with the next two
     bool tls = false;
     bool rdp = false;
@@ -30,8 +29,5 @@ struct LogEvent {
 
 /// What a line of the transport's log, without its end, tells.
 LogEvent parseLogLine(const std::string& line);
-
-/// An address as inet_pton takes it, an IPv4 address in IPv6 clothes as the former; empty for anything else.
-std::string plainAddress(const std::string& full);
 
 } // namespace Doors

@@ -1,0 +1,80 @@
+// The one door to the network.
+#include "front_door.h"
+
+#include <systemd/sd-journal.h>
+#include <boost/asio/ip/v6_only.hpp>
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace Doors {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto scarcityPause = 100ms;
+
+std::string text(const Tcp::endpoint& place) {
+    const auto address = place.address().to_string();
+    return (place.address().is_v6() ? "[" + address + "]" : address) + ":" + std::to_string(place.port());
+}
+
+void setUp(Tcp::acceptor& acceptor, const Tcp::endpoint& place) {
+    acceptor.open(place.protocol());
+    acceptor.set_option(Tcp::acceptor::reuse_address(true)); // connections of an earlier connector linger
+    if (place.address().is_v6()) {
+        acceptor.set_option(asio::ip::v6_only(!place.address().is_unspecified()));
+    }
+    acceptor.bind(place);
+    acceptor.listen();
+    acceptor.non_blocking(true);
+}
+
+} // namespace
+
+FrontDoor::FrontDoor(asio::io_context& loop, const Options& options, Lobby& lobby)
+    : loop_(loop), lobby_(lobby), pause_(loop) {
+    acceptors_.reserve(options.listen.size()); // they are referred to
+    std::ranges::for_each(options.listen, [this](const auto& one) { listenOn(one); });
+}
+
+void FrontDoor::listenOn(const Tcp::endpoint& place) {
+    auto& acceptor = acceptors_.emplace_back(loop_);
+    try {
+        setUp(acceptor, place);
+    } catch (const boost::system::system_error& failed) {
+        throw std::runtime_error("cannot listen on " + text(place) + ": " + failed.code().message());
+    }
+    sd_journal_print(LOG_INFO, "listening on %s", text(place).c_str());
+    accept(acceptor);
+}
+
+void FrontDoor::close() { acceptors_.clear(); }
+
+void FrontDoor::accept(Tcp::acceptor& acceptor) {
+    acceptor.async_accept([this, &acceptor](Failed failed, Tcp::socket socket) {
+        if (!acceptors_.empty()) { // closed meanwhile
+            accepted(acceptor, failed, std::move(socket));
+        }
+    });
+}
+
+void FrontDoor::accepted(Tcp::acceptor& acceptor, const Failed& failed, Tcp::socket socket) {
+    Failed gone;
+    const auto peer = socket.remote_endpoint(gone);
+    if (!failed && !gone) {
+        Failed ignored;
+        socket.set_option(Tcp::no_delay(true), ignored);
+        socket.set_option(asio::socket_base::keep_alive(true),
+                          ignored); // a client that vanished must not stay for ever
+        std::make_shared<Client>(loop_, std::move(socket), peer.address(), lobby_)->greet();
+    }
+    if (failed == asio::error::no_descriptors || failed == asio::error::no_memory) {
+        pause_.start(scarcityPause, [this, &acceptor] { accept(acceptor); });
+    } else {
+        accept(acceptor);
+    }
+}
+
+} // namespace Doors
