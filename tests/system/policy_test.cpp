@@ -107,12 +107,13 @@ TEST_F(Policy, ARefusedMonitoringAgentIsToldFromADaemonThatIsGone) {
         return as(user, "/usr/share/vard/monitoring/" + command);
     };
     EXPECT_EQ(ask("monitor", "vard_value zabbixSessionsTotal").text, "0\n");
-    EXPECT_EQ(ask("monitor", "vard_agent_check").text.find("ready up "), 0U);
+    EXPECT_EQ(ask("monitor", "vard_agent_check").text.find("up "), 0U);
+    EXPECT_EQ(ask("alice", "vard_agent_check").text.find("up 0% #access denied"), 0U);
     const auto denied = ask("alice", "vard_value vardLoadAverage");
     EXPECT_EQ(denied.text, "access denied: alice is not in the group vard-monitor\n");
     EXPECT_EQ(denied.status, 1) << "no value must not look like one";
     service->stop();
-    EXPECT_EQ(ask("monitor", "vard_agent_check").text, "0% drain #the session daemon does not answer\n");
+    EXPECT_EQ(ask("monitor", "vard_agent_check").text, "down #the session daemon does not answer\n");
 }
 
 } // namespace
