@@ -5,28 +5,16 @@
 
 #include <systemd/sd-journal.h>
 #include <boost/asio/read.hpp>
-#include <boost/asio/redirect_error.hpp>
 #include <boost/asio/write.hpp>
-
-#include <stdexcept>
 
 namespace Doors {
 
 using namespace std::chrono_literals;
-using asio::use_awaitable;
 
 namespace {
-
 constexpr auto greetLimit = 5s;
 constexpr auto loginLimit = 20s;
 constexpr auto lastWords = 2s; // for what one side still has to say when the other has ended
-constexpr size_t blockSize = size_t{16} * 1024;
-
-/// What the peer sent is no beginning that we know.
-struct Refused : std::runtime_error {
-    using runtime_error::runtime_error;
-};
-
 } // namespace
 
 Client::Client(asio::io_context& loop, Tcp::socket socket, Address address, Lobby& lobby)
@@ -43,41 +31,66 @@ std::string Client::address() const {
 
 void Client::greet() {
     limit_.start(greetLimit, [self = shared_from_this()] { self->close("no whole request in time"); });
-    const auto ended = [self = shared_from_this()](const std::exception_ptr& failed) {
-        try {
-            if (failed) {
-                std::rethrow_exception(failed);
-            }
-        } catch (const Refused& refused) {
-            self->close(refused.what());
-        } catch (const std::exception&) { // it left, or was closed
-            self->close();
-        }
-    };
-    asio::co_spawn(loop_, readRequest(), ended);
+    if (lobby_.isBalancer(address_)) {
+        read(proxyHeaderBegin, &Client::proxyHeaderBegan);
+    } else {
+        readRequest();
+    }
 }
 
-void Client::settle() {
+// Reads so many bytes more, and goes on there.
+void Client::read(size_t count, void (Client::*next)()) {
+    const size_t old = unread_.size();
+    unread_.resize(old + count);
+    asio::async_read(socket_, asio::buffer(unread_.data() + old, count),
+                     [self = shared_from_this(), next](Failed failed, size_t /*count*/) {
+                         if (failed) {
+                             self->close();
+                         } else if (!self->closed_) {
+                             (self.get()->*next)();
+                         }
+                     });
+}
+
+void Client::proxyHeaderBegan() {
+    if (const auto length = proxyHeaderLength(unread_)) {
+        read(*length - proxyHeaderBegin, &Client::proxyHeaderRead);
+    } else {
+        close("a balancer without its header");
+    }
+}
+
+void Client::proxyHeaderRead() {
+    if (const auto proxied = proxiedAddress(std::exchange(unread_, {}), address_)) {
+        address_ = *proxied;
+        readRequest();
+    } else {
+        close("a balancer with an unknown kind of address");
+    }
+}
+
+void Client::readRequest() {
     if (!lobby_.admit(address_)) {
-        throw std::runtime_error("turned away");
+        close();
+        return;
     }
     place_ = lobby_.unread.enter(address_, [this] { turnAway(); });
+    read(requestHeader, &Client::requestBegan);
 }
 
-asio::awaitable<void> Client::readRequest() {
-    if (lobby_.isBalancer(address_)) {
-        co_await readProxyHeader();
+void Client::requestBegan() {
+    if (const auto length = requestLength(unread_)) {
+        read(*length - requestHeader, &Client::requestRead);
+    } else {
+        close("no connection request");
     }
-    settle();
-    auto packet = co_await read(requestHeader, "");
-    const auto length = requestLength(packet);
-    if (!length) {
-        throw Refused("no connection request");
-    }
-    packet = co_await read(*length - requestHeader, std::move(packet));
-    auto request = parseConnectionRequest(packet);
+}
+
+void Client::requestRead() {
+    auto request = parseConnectionRequest(std::exchange(unread_, {}));
     if (!request) {
-        throw Refused("no connection request");
+        close("no connection request");
+        return;
     }
     request_ = std::move(*request);
     place_ = lobby_.strangers.enter(address_, [this] { turnAway(); });
@@ -85,52 +98,30 @@ asio::awaitable<void> Client::readRequest() {
     lobby_.place(shared_from_this());
 }
 
-asio::awaitable<void> Client::readProxyHeader() {
-    auto header = co_await read(proxyHeaderBegin, "");
-    const auto length = proxyHeaderLength(header);
-    if (!length) {
-        throw Refused("a balancer without its header");
-    }
-    header = co_await read(*length - proxyHeaderBegin, std::move(header));
-    const auto proxied = proxiedAddress(header, address_);
-    if (!proxied) {
-        throw Refused("a balancer with an unknown kind of address");
-    }
-    address_ = *proxied;
-}
-
-asio::awaitable<std::string> Client::read(size_t count, std::string before) {
-    const size_t old = before.size();
-    before.resize(old + count);
-    co_await asio::async_read(socket_, asio::buffer(before.data() + old, count), use_awaitable);
-    co_return before;
-}
-
 void Client::join(Local::socket transport) {
     transport_ = std::move(transport);
-    const auto ended = [self = shared_from_this()](const std::exception_ptr&) { self->oneWayEnded(); };
-    asio::co_spawn(loop_, copy(socket_, transport_), ended);
-    asio::co_spawn(loop_, copy(transport_, socket_), ended);
+    copy(socket_, transport_, std::make_shared<Block>());
+    copy(transport_, socket_, std::make_shared<Block>());
 }
 
 template <typename From, typename To>
-asio::awaitable<void> Client::copy(From& from, To& to) {
-    std::array<char, blockSize> block; // NOLINT(*-member-init): only what was read into it is read
-    Failed failed;
-    while (!failed) {
-        const size_t count =
-            co_await from.async_read_some(asio::buffer(block), asio::redirect_error(use_awaitable, failed));
-        if (!failed) {
-            co_await asio::async_write(to, asio::buffer(block.data(), count),
-                                       asio::redirect_error(use_awaitable, failed));
+void Client::copy(From& from, To& to, const std::shared_ptr<Block>& block) {
+    from.async_read_some(asio::buffer(*block), [=, &from, &to, self = shared_from_this()](Failed ended, size_t count) {
+        if (ended) {
+            self->oneWayEnded(to);
+            return;
         }
-    }
-    Failed ignored;
-    to.shutdown(To::shutdown_send, ignored);
+        asio::async_write(to, asio::buffer(block->data(), count), [=, &from, &to](Failed failed, size_t /*count*/) {
+            failed ? self->oneWayEnded(to) : self->copy(from, to, block);
+        });
+    });
 }
 
 // The other direction may still bring why.
-void Client::oneWayEnded() {
+template <typename To>
+void Client::oneWayEnded(To& to) {
+    Failed ignored;
+    to.shutdown(To::shutdown_send, ignored);
     if (std::exchange(halfOpen_, true)) {
         close();
     } else if (!closed_) {

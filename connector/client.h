@@ -40,19 +40,25 @@ public:
     [[nodiscard]] bool closed() const { return closed_; }
 
 private:
-    asio::awaitable<void> readRequest();
-    asio::awaitable<void> readProxyHeader();
-    asio::awaitable<std::string> read(size_t count, std::string before);
-    void settle();
+    using Block = std::array<char, size_t{16} * 1024>;
+
+    void read(size_t count, void (Client::*next)());
+    void proxyHeaderBegan();
+    void proxyHeaderRead();
+    void readRequest();
+    void requestBegan();
+    void requestRead();
     template <typename From, typename To>
-    asio::awaitable<void> copy(From& from, To& to);
-    void oneWayEnded();
+    void copy(From& from, To& to, const std::shared_ptr<Block>& block);
+    template <typename To>
+    void oneWayEnded(To& to);
 
     asio::io_context& loop_;
     Tcp::socket socket_;
     Local::socket transport_;
     Address address_;
     Lobby& lobby_;
+    std::string unread_; ///< what it has sent, before it is joined
     ConnectionRequest request_;
     Crowd::Place place_;
     Timer limit_;
