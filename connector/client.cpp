@@ -18,15 +18,12 @@ constexpr auto lastWords = 2s; // for what one side still has to say when the ot
 } // namespace
 
 Client::Client(asio::io_context& loop, Tcp::socket socket, Address address, Lobby& lobby)
-    : loop_(loop),
-      socket_(std::move(socket)),
-      transport_(loop),
-      address_(std::move(address)),
-      lobby_(lobby),
-      limit_(loop) {}
+    : socket_(std::move(socket)), transport_(loop), address_(std::move(address)), lobby_(lobby), limit_(loop) {}
 
+// Without the interface that a link-local address has behind it.
 std::string Client::address() const {
-    return neighbour(address_).is_v4() ? neighbour(address_).to_string() : address_.to_string();
+    const auto near = neighbour(address_);
+    return near.is_v4() ? near.to_string() : asio::ip::address_v6(address_.to_v6().to_bytes()).to_string();
 }
 
 void Client::greet() {

@@ -53,7 +53,6 @@ private:
     template <typename To>
     void oneWayEnded(To& to);
 
-    asio::io_context& loop_;
     Tcp::socket socket_;
     Local::socket transport_;
     Address address_;

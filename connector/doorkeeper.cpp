@@ -37,6 +37,9 @@ Doorkeeper::Doorkeeper(asio::io_context& loop, const Options& options, std::func
 }
 
 void Doorkeeper::findSessions() {
+    if (!service_.present()) {
+        return; // until it comes
+    }
     listing_ = true;
     service_.askSessions([this](const std::vector<uint32_t>& sessions) {
         listing_ = false;

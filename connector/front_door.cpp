@@ -1,6 +1,7 @@
 // The one door to the network.
 #include "front_door.h"
 
+#include <netinet/tcp.h>
 #include <systemd/sd-journal.h>
 #include <boost/asio/ip/v6_only.hpp>
 
@@ -29,6 +30,19 @@ void setUp(Tcp::acceptor& acceptor, const Tcp::endpoint& place) {
     acceptor.bind(place);
     acceptor.listen();
     acceptor.non_blocking(true);
+}
+
+// A client that vanished without a word is given up after some twenty seconds, whether anything is on its way or not.
+void setUp(Tcp::socket& socket) {
+    const auto set = [&socket](int level, int option, int value) {
+        ::setsockopt(socket.native_handle(), level, option, &value, sizeof value);
+    };
+    set(IPPROTO_TCP, TCP_NODELAY, 1);
+    set(SOL_SOCKET, SO_KEEPALIVE, 1);
+    set(IPPROTO_TCP, TCP_KEEPIDLE, 10);
+    set(IPPROTO_TCP, TCP_KEEPINTVL, 5);
+    set(IPPROTO_TCP, TCP_KEEPCNT, 3);
+    set(IPPROTO_TCP, TCP_USER_TIMEOUT, 25'000);
 }
 
 } // namespace
@@ -64,10 +78,7 @@ void FrontDoor::accepted(Tcp::acceptor& acceptor, const Failed& failed, Tcp::soc
     Failed gone;
     const auto peer = socket.remote_endpoint(gone);
     if (!failed && !gone) {
-        Failed ignored;
-        socket.set_option(Tcp::no_delay(true), ignored);
-        socket.set_option(asio::socket_base::keep_alive(true),
-                          ignored); // a client that vanished must not stay for ever
+        setUp(socket);
         std::make_shared<Client>(loop_, std::move(socket), peer.address(), lobby_)->greet();
     }
     if (failed == asio::error::no_descriptors || failed == asio::error::no_memory) {

@@ -20,7 +20,6 @@ namespace {
 constexpr size_t mostGuests = 16; // each costs the transport eight descriptors and some megabytes
 constexpr auto answerLimit = 5s;
 constexpr auto retireLimit = 8s; // longer than the service takes for the keyboard of the new one
-constexpr size_t spare = size_t{16} << 20;
 
 // Each of a session's transports has names of its own: the one before may not have gone yet.
 std::string fileName(const Options& options, uint32_t session) {
@@ -222,16 +221,8 @@ void Gate::left(const Client* client) {
     if (client == served_) {
         sd_journal_print(LOG_INFO, "session id: 0x%08x, the client has left", session_);
         end();
-    } else if (guests_.empty() && opened_ && served_ == nullptr) {
-        replaceIfSwollen();
-    }
-}
-
-// What a transport has once taken for its clients it does not give back.
-void Gate::replaceIfSwollen() {
-    if (transport_.memory() > 2 * memory_ + spare) {
-        sd_journal_print(LOG_NOTICE, "session id: 0x%08x, the transport has grown, replaced, pid: %d", session_, pid());
-        end();
+    } else if (guests_.empty() && opened_ && !ending_ && served_ == nullptr) {
+        owner_.gateIdle(*this);
     }
 }
 

@@ -30,6 +30,8 @@ public:
         virtual void clientCame(Gate& gate, const Client& client) = 0;
         /// A client is served from now on, and no other.
         virtual void clientServed(Gate& gate, const Client& client, const LogEvent& security) = 0;
+        /// Clients have come and gone, and none is there any more; nobody was served.
+        virtual void gateIdle(Gate& gate) = 0;
         /// The transport is gone. May destroy the gate.
         virtual void gateClosed(Gate& gate) = 0;
     };
@@ -51,12 +53,15 @@ public:
 
     /// The transport's process id.
     [[nodiscard]] pid_t pid() const { return transport_.pid(); }
+    /// True when its clients have made the transport so large that a fresh one is better: it gives nothing back.
+    [[nodiscard]] bool swollen() const { return transport_.memory() > 2 * memory_ + spareMemory; }
     /// True once the transport has listened.
     [[nodiscard]] bool opened() const { return opened_; }
     /// True when it has been told to end.
     [[nodiscard]] bool ending() const { return ending_; }
 
 private:
+    static constexpr size_t spareMemory = size_t{16} << 20;
     struct Guest {
         std::shared_ptr<Client> client;
         Crowd::Place place;
@@ -74,7 +79,6 @@ private:
     void introduced(const LogEvent* answer);
     void serve(Guest& guest);
     void left(const Client* client);
-    void replaceIfSwollen();
     Guest* byThread(pid_t thread);
     void clientSaid(const LogEvent& event);
     void transportSaid(const LogEvent& event, const std::string& line) override;

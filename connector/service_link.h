@@ -38,6 +38,8 @@ public:
     ServiceLink(const ServiceLink&) = delete;
     ServiceLink& operator=(const ServiceLink&) = delete;
 
+    /// True while the service is on the bus.
+    [[nodiscard]] bool present() const { return watch_.present(); }
     /// Asks which sessions there are; `answered` gets their numbers later, none when the service gave no answer.
     void askSessions(std::function<void(const std::vector<uint32_t>& sessions)> answered);
     /// Asks for a session's JSON text; `answered` gets it later, empty when the service gave none.

@@ -43,7 +43,7 @@ void SessionDoor::limitWaiting(std::chrono::seconds limit) {
 
 void SessionDoor::startLimit() {
     limitTimer_.cancel();
-    if (limit_ > 0s && waiting_ != nullptr && waiting_->opened() && serving_ == nullptr) {
+    if (limit_ > 0s && waits() && waiting_->opened() && serving_ == nullptr) {
         limitTimer_.start(limit_, [this] {
             sd_journal_print(LOG_NOTICE, "session id: 0x%08x, no client within %lld seconds", session_,
                              static_cast<long long>(limit_.count()));
@@ -57,7 +57,7 @@ void SessionDoor::enter(const std::shared_ptr<Client>& client) {
         client->close("its session is closed");
         return;
     }
-    if (waiting_ != nullptr && !waiting_->ending()) {
+    if (waits()) {
         waiting_->enter(client);
         return;
     }
@@ -70,7 +70,7 @@ void SessionDoor::answered(const std::string& json) {
     info_ = parseSessionInfo(json);
     if (!info_) {
         close();
-    } else if (waiting_ != nullptr) {
+    } else if (waits()) {
         if (validHashLine(info_->hashLine, info_->username)) {
             waiting_->renewHashLine(info_->hashLine);
         }
@@ -136,6 +136,17 @@ void SessionDoor::clientServed(Gate& gate, const Client& client, const LogEvent&
     limitTimer_.cancel();
     service_.reportConnected(session_, static_cast<uint32_t>(gate.pid()), client.address());
     service_.reportSecurity(session_, security.nla, security.tls, security.rdp);
+}
+
+// While a client is served, a second transport is only there for those who want to take the session over.
+void SessionDoor::gateIdle(Gate& gate) {
+    if (serving_ != nullptr) {
+        gate.end();
+    } else if (gate.swollen()) {
+        sd_journal_print(LOG_NOTICE, "session id: 0x%08x, the transport has grown, replaced, pid: %d", session_,
+                         gate.pid());
+        gate.end();
+    }
 }
 
 void SessionDoor::gateClosed(Gate& gate) {

@@ -58,7 +58,9 @@ private:
     void gateOpened(Gate& gate) override;
     void clientCame(Gate& gate, const Client& client) override;
     void clientServed(Gate& gate, const Client& client, const LogEvent& security) override;
+    void gateIdle(Gate& gate) override;
     void gateClosed(Gate& gate) override;
+    [[nodiscard]] bool waits() const { return waiting_ != nullptr && !waiting_->ending(); }
 
     asio::io_context& loop_;
     ServiceLink& service_;
