@@ -69,6 +69,9 @@ std::optional<ConnectionRequest> parseConnectionRequest(const std::string& packe
     if (end == std::string::npos || packet[fixedPart] == negotiation) {
         return request;
     }
+    if (end + 2 < packet.size() && packet[end + 2] != negotiation) {
+        return std::nullopt; // one text is enough
+    }
     const auto text = std::string_view(packet).substr(fixedPart, end - fixedPart);
     if (text.starts_with(cookie)) {
         request.user = text.substr(cookie.size());

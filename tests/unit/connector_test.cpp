@@ -38,6 +38,7 @@ TEST(ConnectionRequest, NamesAUserOrASessionAndNothingElse) {
         EXPECT_TRUE(request && request->user.empty() && !request->session) << text;
     }
 
+    EXPECT_FALSE(parseConnectionRequest(requestWith("vard-session=3\r\nvard-session=4\r\n")));
     EXPECT_FALSE(requestLength("\x03\0\x10\x01"s)) << "4097 bytes";
     EXPECT_FALSE(requestLength("\x03\0\0\x0A"s)) << "no room for a request";
     EXPECT_FALSE(requestLength("GET "));
