@@ -42,8 +42,12 @@ void Crowd::makeRoom(const Address& from) {
     if (const auto own = count_.find(from); own != count_.end() && own->second >= perNeighbour_) {
         sendAway(from);
     } else if (members_.size() >= total_) {
-        const auto fewer = [](const auto& one, const auto& other) { return one.second < other.second; };
-        sendAway(std::max_element(count_.begin(), count_.end(), fewer)->first);
+        size_t most = 0;
+        for (const auto& [whose, count] : count_) {
+            most = std::max(most, count);
+        }
+        sendAway(
+            std::ranges::find_if(members_, [&](const Member& member) { return count_[member.from] == most; })->from);
     }
 }
 

@@ -5,6 +5,10 @@
 
 namespace Doors {
 
+namespace {
+constexpr int mostAtOnce = 64; // anybody may send as many as he likes: clients come in between
+} // namespace
+
 BusSource::BusSource(asio::io_context& loop, BusClient::Connection& bus, std::function<void()> lost)
     : bus_(bus), lost_(std::move(lost)), descriptor_(loop, sd_bus_get_fd(bus.get())), timer_(loop) {
     // What came while the caller still set the connection up is there already, with nothing left to be read.
@@ -18,7 +22,11 @@ BusSource::~BusSource() {
 
 void BusSource::handOut() {
     try {
-        while (bus_.process()) {
+        for (int count = 0; bus_.process(); ++count) {
+            if (count == mostAtOnce) {
+                timer_.start(std::chrono::milliseconds(0), [this] { handOut(); });
+                return;
+            }
         }
     } catch (const BusClient::Error&) {
         lost_();

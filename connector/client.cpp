@@ -20,10 +20,14 @@ constexpr auto lastWords = 2s; // for what one side still has to say when the ot
 Client::Client(asio::io_context& loop, Tcp::socket socket, Address address, Lobby& lobby)
     : socket_(std::move(socket)), transport_(loop), address_(std::move(address)), lobby_(lobby), limit_(loop) {}
 
-// Without the interface that a link-local address has behind it.
+// Without IPv6 clothes, and without the interface that a link-local address has behind it.
 std::string Client::address() const {
-    const auto near = neighbour(address_);
-    return near.is_v4() ? near.to_string() : asio::ip::address_v6(address_.to_v6().to_bytes()).to_string();
+    if (address_.is_v4()) {
+        return address_.to_string();
+    }
+    const auto six = address_.to_v6();
+    return six.is_v4_mapped() ? asio::ip::make_address_v4(asio::ip::v4_mapped, six).to_string()
+                              : asio::ip::address_v6(six.to_bytes()).to_string();
 }
 
 void Client::greet() {
@@ -140,7 +144,7 @@ void Client::close(const std::string& why) {
     if (std::exchange(closed_, true)) {
         return;
     }
-    if (!why.empty()) {
+    if (!why.empty() && lobby_.worthALine(address_)) {
         sd_journal_print(LOG_NOTICE, "client: %s, closed: %s", address().c_str(), why.c_str());
     }
     limit_.cancel();

@@ -13,6 +13,8 @@ namespace {
 
 // The service sends a limit for one session and that session's permission in one go.
 constexpr auto announcementGap = 100ms;
+constexpr auto againPause = 1s;
+constexpr size_t mostQuestions = 16;
 
 // What a stranger wrote, for the journal.
 std::string printable(const std::string& text) {
@@ -32,18 +34,27 @@ struct Doorkeeper::Choice {
 };
 
 Doorkeeper::Doorkeeper(asio::io_context& loop, const Options& options, std::function<void(bool orderly)> finished)
-    : loop_(loop), options_(options), finished_(std::move(finished)), service_(loop, *this), announcedTimer_(loop) {
+    : loop_(loop),
+      options_(options),
+      finished_(std::move(finished)),
+      service_(loop, *this),
+      announcedTimer_(loop),
+      listTimer_(loop) {
     findSessions();
 }
 
 void Doorkeeper::findSessions() {
-    if (!service_.present()) {
-        return; // until it comes
+    listing_ = service_.present();
+    if (!listing_ || stopping_) {
+        return; // when it comes
     }
-    listing_ = true;
-    service_.askSessions([this](const std::vector<uint32_t>& sessions) {
+    service_.askSessions([this](const std::optional<std::vector<uint32_t>>& sessions) {
+        if (!sessions) {
+            listTimer_.start(againPause, [this] { findSessions(); });
+            return;
+        }
         listing_ = false;
-        for (const uint32_t session : sessions) {
+        for (const uint32_t session : *sessions) {
             if (!stopping_ && !doors_.contains(session)) {
                 doorOf(session).open(0s);
             }
@@ -118,12 +129,31 @@ void Doorkeeper::closeAll() {
 }
 
 void Doorkeeper::ask(uint32_t session) {
-    service_.askSession(session, [this, session](const std::string& json) {
+    if (std::ranges::find(toAsk_, session) == toAsk_.end()) {
+        toAsk_.push_back(session);
+    }
+    askNext();
+}
+
+// The bus allows each of its users so many open questions, and answers the next itself, with an error.
+void Doorkeeper::askNext() {
+    const auto mayAsk = [this](uint32_t session) { return !asked_.contains(session); };
+    auto next = std::ranges::find_if(toAsk_, mayAsk);
+    if (asked_.size() >= mostQuestions || next == toAsk_.end()) {
+        return;
+    }
+    const uint32_t session = *next;
+    toAsk_.erase(next);
+    asked_.insert(session);
+    service_.askSession(session, [this, session](const std::optional<std::string>& json) {
+        asked_.erase(session);
         if (const auto found = doors_.find(session); found != doors_.end()) {
             found->second->answered(json);
         }
         placeUndecided();
+        askNext();
     });
+    askNext();
 }
 
 void Doorkeeper::doorClosed(uint32_t session) {
@@ -187,6 +217,9 @@ void Doorkeeper::place(const std::shared_ptr<Client>& client) {
 }
 
 void Doorkeeper::placeUndecided() {
+    if (stillUnknown()) {
+        return;
+    }
     for (const auto& client : std::exchange(undecided_, {})) {
         if (!client->closed()) {
             place(client);

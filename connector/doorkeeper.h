@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <vector>
 
 namespace Doors {
@@ -38,6 +39,7 @@ private:
     void doorClosed(uint32_t session) override;
 
     SessionDoor& doorOf(uint32_t session);
+    void askNext();
     void findSessions();
     void closeAll();
     [[nodiscard]] bool stillUnknown() const;
@@ -51,8 +53,11 @@ private:
     ServiceLink service_;
     bool stopping_ = false;
     bool listing_ = false; ///< the list of the sessions was asked for
+    std::vector<uint32_t> toAsk_; ///< for these sessions, in this order
+    std::set<uint32_t> asked_; ///< the answers are on their way
     std::optional<std::chrono::seconds> announcedLimit_;
     Timer announcedTimer_;
+    Timer listTimer_;
     std::map<uint32_t, std::unique_ptr<SessionDoor>> doors_;
     std::vector<std::shared_ptr<Client>> undecided_; ///< they may mean a session that is not known yet
 };

@@ -47,44 +47,45 @@ void setUp(Tcp::socket& socket) {
 
 } // namespace
 
-FrontDoor::FrontDoor(asio::io_context& loop, const Options& options, Lobby& lobby)
-    : loop_(loop), lobby_(lobby), pause_(loop) {
-    acceptors_.reserve(options.listen.size()); // they are referred to
+FrontDoor::FrontDoor(asio::io_context& loop, const Options& options, Lobby& lobby) : loop_(loop), lobby_(lobby) {
     std::ranges::for_each(options.listen, [this](const auto& one) { listenOn(one); });
 }
 
 void FrontDoor::listenOn(const Tcp::endpoint& place) {
-    auto& acceptor = acceptors_.emplace_back(loop_);
+    auto& listener = listeners_.emplace_back(loop_);
     try {
-        setUp(acceptor, place);
+        setUp(listener.acceptor, place);
     } catch (const boost::system::system_error& failed) {
         throw std::runtime_error("cannot listen on " + text(place) + ": " + failed.code().message());
     }
     sd_journal_print(LOG_INFO, "listening on %s", text(place).c_str());
-    accept(acceptor);
+    accept(listener);
 }
 
-void FrontDoor::close() { acceptors_.clear(); }
+void FrontDoor::close() { listeners_.clear(); }
 
-void FrontDoor::accept(Tcp::acceptor& acceptor) {
-    acceptor.async_accept([this, &acceptor](Failed failed, Tcp::socket socket) {
-        if (!acceptors_.empty()) { // closed meanwhile
-            accepted(acceptor, failed, std::move(socket));
+void FrontDoor::accept(Listener& listener) {
+    listener.acceptor.async_accept([this, &listener](Failed failed, Tcp::socket socket) {
+        if (listeners_.empty()) {
+            return; // closed meanwhile
+        }
+        if (failed == asio::error::no_descriptors || failed == asio::error::no_memory) {
+            listener.pause.start(scarcityPause, [this, &listener] { accept(listener); });
+            return;
+        }
+        accept(listener); // first: whatever comes of this client, others follow
+        if (!failed) {
+            accepted(std::move(socket));
         }
     });
 }
 
-void FrontDoor::accepted(Tcp::acceptor& acceptor, const Failed& failed, Tcp::socket socket) {
+void FrontDoor::accepted(Tcp::socket socket) {
     Failed gone;
     const auto peer = socket.remote_endpoint(gone);
-    if (!failed && !gone) {
+    if (!gone) {
         setUp(socket);
         std::make_shared<Client>(loop_, std::move(socket), peer.address(), lobby_)->greet();
-    }
-    if (failed == asio::error::no_descriptors || failed == asio::error::no_memory) {
-        pause_.start(scarcityPause, [this, &acceptor] { accept(acceptor); });
-    } else {
-        accept(acceptor);
     }
 }
 

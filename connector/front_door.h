@@ -3,7 +3,7 @@
 
 #include "client.h"
 
-#include <vector>
+#include <list>
 
 namespace Doors {
 
@@ -20,14 +20,18 @@ public:
     void close();
 
 private:
+    struct Listener {
+        explicit Listener(asio::io_context& loop) : acceptor(loop), pause(loop) {}
+        Tcp::acceptor acceptor;
+        Timer pause; ///< while there is no descriptor for another client
+    };
     void listenOn(const Tcp::endpoint& place);
-    void accept(Tcp::acceptor& acceptor);
-    void accepted(Tcp::acceptor& acceptor, const Failed& failed, Tcp::socket socket);
+    void accept(Listener& listener);
+    void accepted(Tcp::socket socket);
 
     asio::io_context& loop_;
     Lobby& lobby_;
-    std::vector<Tcp::acceptor> acceptors_;
-    Timer pause_;
+    std::list<Listener> listeners_;
 };
 
 } // namespace Doors

@@ -9,6 +9,7 @@
 #include <array>
 #include <map>
 #include <regex>
+#include <set>
 #include <vector>
 
 namespace Doors {
@@ -17,8 +18,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr size_t mostGuests = 16; // each costs the transport eight descriptors and some megabytes
-constexpr auto answerLimit = 5s;
+constexpr size_t mostGuests = 32; // each costs the transport eight descriptors and some megabytes
+constexpr auto answerLimit = 5s; // also for its start
 constexpr auto retireLimit = 8s; // longer than the service takes for the keyboard of the new one
 
 // Each of a session's transports has names of its own: the one before may not have gone yet.
@@ -51,7 +52,9 @@ Gate::Gate(asio::io_context& loop, const Options& options, uint32_t session, con
                  *this),
       crowd_(mostGuests, mostGuests),
       answerTimer_(loop),
-      retireTimer_(loop) {}
+      retireTimer_(loop) {
+    awaitAnswer();
+}
 
 Gate::~Gate() {
     for (auto guests = std::move(guests_); auto& guest : guests) {
@@ -61,31 +64,41 @@ Gate::~Gate() {
     ::unlink(socket_.c_str());
 }
 
+void Gate::awaitAnswer() {
+    answerTimer_.start(answerLimit, [this] {
+        sd_journal_print(LOG_WARNING, "session id: 0x%08x, the transport does not answer, pid: %d", session_, pid());
+        end();
+    });
+}
+
 void Gate::enter(const std::shared_ptr<Client>& client) {
     client->whenClosed([this, whose = client.get()] { left(whose); });
-    addSpelling(client->request().user);
     auto place = crowd_.enter(client->origin(), [client] { client->turnAway(); });
     guests_.push_back({client, std::move(place), false, 0, {}});
+    if (spelling(*client) != username_) {
+        renewHashLine(hashLine_);
+    }
     introduceNext();
 }
 
 void Gate::renewHashLine(const std::string& line) {
     hashLine_ = line;
     std::string text = line + "\n";
-    for (const auto& spelling : spellings_) {
-        text += spelling + line.substr(username_.size()) + "\n";
+    std::set<std::string> written{username_};
+    for (const auto& guest : guests_) {
+        if (const auto name = spelling(*guest.client); written.insert(name).second) {
+            text += name + line.substr(username_.size()) + "\n";
+        }
     }
     samFile_.replace(text);
 }
 
-// The transport looks the name up as it is written, and knows the user by one spelling only: "alice@work.example" is
-// told to it, too. A stranger who makes one up still has to know the password.
-void Gate::addSpelling(const std::string& user) {
+// The transport looks the name up as it is written, and knows the user by one spelling only: for the time of such a
+// client's stay it is told "alice@work.example", too. A stranger who makes one up still has to know the password.
+std::string Gate::spelling(const Client& client) const {
     static const std::regex harmless("[A-Za-z0-9._@-]{1,64}");
-    if (matchUser(user, username_) == UserMatch::Plain && spellings_.size() < mostGuests &&
-        std::regex_match(user, harmless) && spellings_.insert(user).second) {
-        renewHashLine(hashLine_);
-    }
+    const auto& user = client.request().user;
+    return matchUser(user, username_) == UserMatch::Plain && std::regex_match(user, harmless) ? user : username_;
 }
 
 // Of the neighbour with the fewest, so that a crowd of one's does not keep another waiting.
@@ -115,17 +128,20 @@ void Gate::introduceNext() {
         return;
     }
     introduction_ = std::make_shared<Introduction>(loop_, next->client);
-    answerTimer_.start(answerLimit, [this] {
-        sd_journal_print(LOG_WARNING, "session id: 0x%08x, the transport does not answer, pid: %d", session_, pid());
-        end();
-    });
-    introduction_->socket.async_connect(Local::endpoint(socket_),
-                                        [this, mine = std::weak_ptr(introduction_)](Failed failed) {
-                                            if (mine.expired()) {
-                                                return;
-                                            }
-                                            failed ? introduced(nullptr) : handOverRequest();
-                                        });
+    awaitAnswer();
+    introduction_->socket.async_connect(
+        Local::endpoint(socket_), [this, mine = std::weak_ptr(introduction_)](Failed failed) {
+            if (mine.expired()) {
+                return;
+            }
+            if (failed) {
+                sd_journal_print(LOG_WARNING, "session id: 0x%08x, the transport's socket: %s", session_,
+                                 failed.message().c_str());
+                end();
+            } else {
+                handOverRequest();
+            }
+        });
 }
 
 void Gate::handOverRequest() {
@@ -160,6 +176,9 @@ void Gate::introduced(const LogEvent* answer) {
         guest->client->join(std::move(done->socket));
     }
     if (guest != guests_.end() && answer != nullptr) {
+        if (Guest* gone = byThread(answer->thread)) {
+            gone->thread = 0; // the number has been given away
+        }
         guest->thread = answer->thread;
         guest->security = *answer;
         owner_.clientCame(*this, *guest->client);
@@ -175,6 +194,7 @@ Gate::Guest* Gate::byThread(pid_t thread) {
 void Gate::transportSaid(const LogEvent& event, const std::string& line) {
     if (event.kind == LogEvent::Listening && !opened_) {
         opened_ = true;
+        answerTimer_.cancel();
         memory_ = transport_.memory();
         owner_.gateOpened(*this);
         introduceNext();
@@ -188,21 +208,21 @@ void Gate::transportSaid(const LogEvent& event, const std::string& line) {
 }
 
 void Gate::clientSaid(const LogEvent& event) {
-    Guest* guest = byThread(event.thread);
+    Guest* guest = pid() == 0 ? nullptr : byThread(event.thread); // the last words of one that has ended lead nowhere
     if (guest != nullptr && event.kind == LogEvent::Refused) {
         sd_journal_print(LOG_WARNING, "session id: 0x%08x, a client was refused: %s", session_,
                          guest->client->address().c_str());
     } else if (guest != nullptr && event.kind == LogEvent::Activated && served_ == nullptr) {
         serve(*guest);
-    } else if (event.kind == LogEvent::Activated) {
-        sd_journal_print(LOG_ERR, "session id: 0x%08x, the transport serves an unknown client, ended", session_);
-        end();
+    } else if (event.kind == LogEvent::Activated) { // its connection is closed already
+        sd_journal_print(LOG_NOTICE, "session id: 0x%08x, another client came a moment late", session_);
     }
 }
 
 void Gate::serve(Guest& guest) {
     const auto client = guest.client;
     served_ = client.get();
+    answerTimer_.cancel(); // whoever is being introduced is not let in
     client->authenticated();
     owner_.clientServed(*this, *client, guest.security);
     std::vector<std::shared_ptr<Client>> others;

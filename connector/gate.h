@@ -12,7 +12,6 @@
 
 #include <list>
 #include <memory>
-#include <set>
 #include <string>
 
 namespace Doors {
@@ -54,7 +53,7 @@ public:
     /// The transport's process id.
     [[nodiscard]] pid_t pid() const { return transport_.pid(); }
     /// True when its clients have made the transport so large that a fresh one is better: it gives nothing back.
-    [[nodiscard]] bool swollen() const { return transport_.memory() > 2 * memory_ + spareMemory; }
+    [[nodiscard]] bool swollen() const { return opened_ && transport_.memory() > 2 * memory_ + spareMemory; }
     /// True once the transport has listened.
     [[nodiscard]] bool opened() const { return opened_; }
     /// True when it has been told to end.
@@ -71,7 +70,8 @@ private:
     };
     struct Introduction;
 
-    void addSpelling(const std::string& user);
+    void awaitAnswer();
+    [[nodiscard]] std::string spelling(const Client& client) const;
     Guest* nextGuest();
     void introduceNext();
     void handOverRequest();
@@ -89,7 +89,6 @@ private:
     Owner& owner_;
     std::string username_;
     std::string hashLine_;
-    std::set<std::string> spellings_; ///< of the user's name, as clients wrote it
     OwnedFile samFile_;
     std::string socket_;
     Transport transport_;

@@ -26,6 +26,9 @@ public:
     /// One had to go because there were too many. The journal is told from time to time.
     void turnedAway(const Address& address);
 
+    /// Whether the journal may have another line about a client from there: a flood must not fill it.
+    bool worthALine(const Address& address) { return lines_.admit(address); }
+
     Crowd unread; ///< clients whose first packet is not there yet
     Crowd strangers; ///< those who have not shown a password yet
     Placing place; ///< gets a client whose first packet was read: to be joined to a transport, or closed
@@ -33,6 +36,7 @@ public:
 private:
     const Options& options_;
     Arrivals arrivals_;
+    Arrivals lines_{1, 20};
     size_t turnedAway_ = 0; ///< since the journal was told last
     Arrivals::Clock::time_point told_{};
 };

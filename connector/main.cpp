@@ -4,6 +4,7 @@
 #include "front_door.h"
 #include "options.h"
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <systemd/sd-daemon.h>
 #include <systemd/sd-journal.h>
@@ -35,11 +36,22 @@ void prepareDirectories(const Doors::Options& options) {
     fs::create_directories(options.stateDir);
 }
 
+// A connection takes two descriptors, and with its transport four.
+void raiseLimits() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
 int run(const Doors::Options& options) {
-    prepareDirectories(options);
-    Doors::ensureCertificate(options.stateDir);
+    raiseLimits();
     Doors::Lobby lobby(options);
     Doors::asio::io_context loop;
+    Doors::FrontDoor frontDoor(loop, options, lobby); // one that runs already has the port, and its files stay
+    prepareDirectories(options);
+    Doors::ensureCertificate(options.stateDir);
     int status = 1;
     const auto finished = [&](bool orderly) {
         status = orderly ? 0 : 1;
@@ -47,7 +59,6 @@ int run(const Doors::Options& options) {
     };
     Doors::Doorkeeper doorkeeper(loop, options, finished);
     lobby.place = [&doorkeeper](const auto& client) { doorkeeper.place(client); };
-    Doors::FrontDoor frontDoor(loop, options, lobby);
     Doors::asio::signal_set signals(loop, SIGTERM, SIGINT);
     signals.async_wait([&](Doors::Failed, int) {
         frontDoor.close();

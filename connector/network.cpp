@@ -32,14 +32,17 @@ bool haveSix() {
 } // namespace
 
 Address neighbour(const Address& address) {
+    if (address.is_v6() && address.to_v6().is_v4_mapped()) {
+        return neighbour(asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6()));
+    }
+    if (address.is_loopback()) {
+        return address_v4::loopback();
+    }
     if (address.is_v4()) {
         return address;
     }
-    if (address.to_v6().is_v4_mapped()) {
-        return asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6());
-    }
     auto bytes = address.to_v6().to_bytes();
-    std::fill(bytes.begin() + 8, bytes.end(), static_cast<unsigned char>(0));
+    std::fill(bytes.begin() + 7, bytes.end(), static_cast<unsigned char>(0));
     return address_v6(bytes);
 }
 

@@ -8,8 +8,9 @@
 
 namespace Doors {
 
-/// What counts as one neighbour: an IPv4 address, or the 64 bits of an IPv6 address behind which one machine has as
-/// many as it likes. An IPv4 address in IPv6 clothes is the former.
+/// What counts as one neighbour: an IPv4 address, or the 56 bits that a household has of the IPv6 addresses, of which
+/// it may use as many as it likes. This machine's users may do so with its own, which are all one. An IPv4 address in
+/// IPv6 clothes is the former.
 Address neighbour(const Address& address);
 
 /// The addresses that begin alike.

@@ -71,7 +71,7 @@ void ServiceLink::send(const BusClient::Message& call, BusClient::Connection::Ha
     source_.sent();
 }
 
-void ServiceLink::askSessions(std::function<void(const std::vector<uint32_t>& sessions)> answered) {
+void ServiceLink::askSessions(std::function<void(const std::optional<std::vector<uint32_t>>& sessions)> answered) {
     constexpr const char* method = "vardSessions";
     send(bus_.newCall(BusClient::serviceName, method, ""),
          [answered = std::move(answered)](BusClient::Message& answer) {
@@ -81,18 +81,21 @@ void ServiceLink::askSessions(std::function<void(const std::vector<uint32_t>& se
              };
              guarded(method, [&] {
                  const bool none = isRefusal(answer, method) || answer.signature() != "a(su)";
-                 answered(none ? std::vector<uint32_t>()
-                               : answer.list("(su)", [&] { return answer.structure("su", number); }));
+                 answered(none ? std::nullopt
+                               : std::optional(answer.list("(su)", [&] { return answer.structure("su", number); })));
              });
          });
 }
 
-void ServiceLink::askSession(uint32_t session, std::function<void(const std::string& json)> answered) {
+void ServiceLink::askSession(uint32_t session, std::function<void(const std::optional<std::string>& json)> answered) {
     constexpr const char* method = "vardSessionInfoJson";
-    send(bus_.newCall(BusClient::serviceName, method, "u", session), [answered = std::move(answered)](
-                                                                         BusClient::Message& answer) {
-        guarded(method, [&] { answered(isRefusal(answer, method) || answer.signature() != "s" ? "" : answer.text()); });
-    });
+    send(bus_.newCall(BusClient::serviceName, method, "u", session),
+         [answered = std::move(answered)](BusClient::Message& answer) {
+             guarded(method, [&] {
+                 const bool none = isRefusal(answer, method) || answer.signature() != "s";
+                 answered(none ? std::nullopt : std::optional(answer.text()));
+             });
+         });
 }
 
 template <typename... Args>

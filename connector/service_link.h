@@ -40,10 +40,10 @@ public:
 
     /// True while the service is on the bus.
     [[nodiscard]] bool present() const { return watch_.present(); }
-    /// Asks which sessions there are; `answered` gets their numbers later, none when the service gave no answer.
-    void askSessions(std::function<void(const std::vector<uint32_t>& sessions)> answered);
-    /// Asks for a session's JSON text; `answered` gets it later, empty when the service gave none.
-    void askSession(uint32_t session, std::function<void(const std::string& json)> answered);
+    /// Asks which sessions there are; `answered` gets their numbers later, or nothing when there was no answer.
+    void askSessions(std::function<void(const std::optional<std::vector<uint32_t>>& sessions)> answered);
+    /// Asks for a session's JSON text; `answered` gets it later, or nothing when there was no answer.
+    void askSession(uint32_t session, std::function<void(const std::optional<std::string>& json)> answered);
 
     /// Tells whether a transport listens for the session. Like all reports it waits for nothing; a refusal is logged.
     void reportListening(uint32_t session, bool success);

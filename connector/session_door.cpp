@@ -15,6 +15,7 @@ namespace {
 // about to end itself. A client that comes meanwhile does not wait so long.
 constexpr auto againPause = 1s;
 constexpr size_t mostReported = 64;
+constexpr size_t mostGates = 3; // the one that serves, the one that waits, and a swollen one with its last clients
 } // namespace
 
 SessionDoor::SessionDoor(asio::io_context& loop, ServiceLink& service, const Options& options, Owner& owner,
@@ -57,6 +58,9 @@ void SessionDoor::enter(const std::shared_ptr<Client>& client) {
         client->close("its session is closed");
         return;
     }
+    if (waits() && waiting_->swollen() && gates_.size() < mostGates) {
+        waiting_ = nullptr; // it goes when those who are there have gone
+    }
     if (waits()) {
         waiting_->enter(client);
         return;
@@ -66,8 +70,12 @@ void SessionDoor::enter(const std::shared_ptr<Client>& client) {
     owner_.ask(session_);
 }
 
-void SessionDoor::answered(const std::string& json) {
-    info_ = parseSessionInfo(json);
+void SessionDoor::answered(const std::optional<std::string>& json) {
+    if (!json) { // the bus or the service has too much to do
+        againTimer_.start(againPause, [this] { owner_.ask(session_); });
+        return;
+    }
+    info_ = parseSessionInfo(*json);
     if (!info_) {
         close();
     } else if (waits()) {
@@ -131,7 +139,7 @@ void SessionDoor::clientServed(Gate& gate, const Client& client, const LogEvent&
         serving_->retire();
     }
     serving_ = &gate;
-    waiting_ = nullptr;
+    waiting_ = waiting_ == &gate ? nullptr : waiting_;
     reported_.clear();
     limitTimer_.cancel();
     service_.reportConnected(session_, static_cast<uint32_t>(gate.pid()), client.address());
@@ -140,7 +148,7 @@ void SessionDoor::clientServed(Gate& gate, const Client& client, const LogEvent&
 
 // While a client is served, a second transport is only there for those who want to take the session over.
 void SessionDoor::gateIdle(Gate& gate) {
-    if (serving_ != nullptr) {
+    if (serving_ != nullptr || waiting_ != &gate) {
         gate.end();
     } else if (gate.swollen()) {
         sd_journal_print(LOG_NOTICE, "session id: 0x%08x, the transport has grown, replaced, pid: %d", session_,
@@ -166,7 +174,7 @@ void SessionDoor::gateClosed(Gate& gate) {
         closeIfEmpty();
     } else if (!opened && crashed) {
         giveUp("the transport ended");
-    } else if (waiting_ == nullptr && serving_ == nullptr) {
+    } else if (waiting_ == nullptr && (serving_ == nullptr || !early_.empty())) {
         againTimer_.start(againPause, [this] { owner_.ask(session_); });
     }
 }

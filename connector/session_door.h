@@ -24,6 +24,7 @@ public:
     struct Owner {
         virtual ~Owner() = default;
         /// Asks the service for the session; answered() of the door with that number, if there still is one, follows.
+        /// Asked twice before the question is put, it is put once.
         virtual void ask(uint32_t session) = 0;
         /// The door is of no more use. May destroy it.
         virtual void doorClosed(uint32_t session) = 0;
@@ -39,8 +40,8 @@ public:
     void limitWaiting(std::chrono::seconds limit);
     /// A client that wants in.
     void enter(const std::shared_ptr<Client>& client);
-    /// The service's answer; empty when it gave none.
-    void answered(const std::string& json);
+    /// The service's answer; nothing when it gave none.
+    void answered(const std::optional<std::string>& json);
     /// The session has ended. Another may have taken its number meanwhile: the service is asked.
     void sessionEnded();
     /// Ends all transports for good. May destroy this object at once.

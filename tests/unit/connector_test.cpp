@@ -106,10 +106,12 @@ TEST(Crowd, TheOldestOfTheGreatestCrowdGoes) {
     enter(3, "2001:db8::ffff:1");
     enter(4, "10.0.0.2");
     enter(5, "10.0.0.3");
-    EXPECT_THAT(left, testing::ElementsAre(2)) << "two of one network of 64 bits are the most";
-    enter(6, "::ffff:10.0.0.1");
-    enter(7, "10.0.0.1");
-    EXPECT_THAT(left, testing::ElementsAre(2, 1, 6)) << "when all is full, and when a neighbour has two";
+    EXPECT_THAT(left, testing::ElementsAre(2)) << "two of one household are the most";
+    enter(6, "127.0.0.2");
+    EXPECT_THAT(left, testing::ElementsAre(2, 1)) << "among equals the oldest";
+    enter(7, "::1");
+    enter(8, "::ffff:127.0.0.1");
+    EXPECT_THAT(left, testing::ElementsAre(2, 1, 3, 6)) << "this machine is one neighbour, and has two";
     places.clear();
     EXPECT_EQ(crowd.size(), 0U);
 }
