@@ -2,6 +2,7 @@
 #include "front_door.h"
 
 #include <netinet/tcp.h>
+#include <systemd/sd-daemon.h>
 #include <systemd/sd-journal.h>
 #include <boost/asio/ip/v6_only.hpp>
 
@@ -48,7 +49,14 @@ void setUp(Tcp::socket& socket) {
 } // namespace
 
 FrontDoor::FrontDoor(asio::io_context& loop, const Options& options, Lobby& lobby) : loop_(loop), lobby_(lobby) {
+    const int passed = sd_listen_fds(1);
+    for (int i = 0; i < passed; ++i) {
+        takeSocket(SD_LISTEN_FDS_START + i);
+    }
     std::ranges::for_each(options.listen, [this](const auto& one) { listenOn(one); });
+    if (listeners_.empty()) {
+        listenOn(*parseEndpoint(":3389"));
+    }
 }
 
 void FrontDoor::listenOn(const Tcp::endpoint& place) {
@@ -59,6 +67,18 @@ void FrontDoor::listenOn(const Tcp::endpoint& place) {
         throw std::runtime_error("cannot listen on " + text(place) + ": " + failed.code().message());
     }
     sd_journal_print(LOG_INFO, "listening on %s", text(place).c_str());
+    accept(listener);
+}
+
+void FrontDoor::takeSocket(int socket) {
+    const bool six = sd_is_socket_inet(socket, AF_INET6, SOCK_STREAM, 1, 0) > 0;
+    if (!six && sd_is_socket_inet(socket, AF_INET, SOCK_STREAM, 1, 0) <= 0) {
+        throw std::runtime_error("the service manager's socket " + std::to_string(socket) + " is not one for TCP");
+    }
+    auto& listener = listeners_.emplace_back(loop_);
+    listener.acceptor.assign(six ? Tcp::v6() : Tcp::v4(), socket);
+    listener.acceptor.non_blocking(true);
+    sd_journal_print(LOG_INFO, "listening on %s", text(listener.acceptor.local_endpoint()).c_str());
     accept(listener);
 }
 

@@ -10,8 +10,9 @@ namespace Doors {
 /// Listens and takes clients in. On the loop's thread.
 class FrontDoor {
 public:
-    /// Listens on every address of the options; the clients go into the lobby. Throws std::runtime_error with the
-    /// address when one cannot be had.
+    /// Listens on the sockets that the service manager hands over and on every address of the options, or else on port
+    /// 3389 of all addresses; the clients go into the lobby. Throws std::runtime_error with the address when one cannot
+    /// be had.
     FrontDoor(asio::io_context& loop, const Options& options, Lobby& lobby);
     FrontDoor(const FrontDoor&) = delete;
     FrontDoor& operator=(const FrontDoor&) = delete;
@@ -26,6 +27,7 @@ private:
         Timer pause; ///< while there is no descriptor for another client
     };
     void listenOn(const Tcp::endpoint& place);
+    void takeSocket(int socket);
     void accept(Listener& listener);
     void accepted(Tcp::socket socket);
 

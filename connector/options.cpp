@@ -48,8 +48,9 @@ void describe(CLI::App& app, Options& options) {
     const auto listen = [&options](const std::vector<std::string>& texts) {
         takeAll("--listen", "ADDRESS:PORT, with a numeric address or none,", parseEndpoint, texts, options.listen);
     };
-    app.add_option_function("--listen", std::function(listen),
-                            "Where clients come, may be repeated (:3389, on all addresses)")
+    app.add_option_function(
+           "--listen", std::function(listen),
+           "Where clients come, may be repeated (the manager's sockets, or else :3389, on all addresses)")
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->type_name("ADDRESS:PORT");
     const auto balancers = [&options](const std::vector<std::string>& texts) {
@@ -77,7 +78,6 @@ void describe(CLI::App& app, Options& options) {
 
 std::optional<Options> parseOptions(int argc, const char* const* argv) {
     Options options;
-    options.listen.push_back(*parseEndpoint(":3389"));
     CLI::App app("Lets remote-desktop clients into the sessions of vard_service.", "vard_connector");
     describe(app, options);
     try {

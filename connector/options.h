@@ -12,7 +12,7 @@ namespace Doors {
 
 /// How the connector was told to run.
 struct Options {
-    std::vector<Tcp::endpoint> listen; ///< at least one
+    std::vector<Tcp::endpoint> listen; ///< besides the sockets that the service manager hands over
     std::vector<Network> balancers; ///< whose PROXY protocol is believed, and expected
     size_t strangers = 32; ///< connections from one neighbour that have not shown a password
     size_t strangersInAll = 512;
