@@ -19,7 +19,8 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr size_t mostGuests = 32; // each costs the transport eight descriptors and some megabytes
-constexpr auto answerLimit = 5s; // also for its start
+constexpr auto startLimit = 30s; // a hundred may start at once, when the connector does
+constexpr auto answerLimit = 10s;
 constexpr auto retireLimit = 8s; // longer than the service takes for the keyboard of the new one
 
 // Each of a session's transports has names of its own: the one before may not have gone yet.
@@ -53,7 +54,7 @@ Gate::Gate(asio::io_context& loop, const Options& options, uint32_t session, con
       crowd_(mostGuests, mostGuests),
       answerTimer_(loop),
       retireTimer_(loop) {
-    awaitAnswer();
+    awaitAnswer(startLimit);
 }
 
 Gate::~Gate() {
@@ -64,8 +65,8 @@ Gate::~Gate() {
     ::unlink(socket_.c_str());
 }
 
-void Gate::awaitAnswer() {
-    answerTimer_.start(answerLimit, [this] {
+void Gate::awaitAnswer(std::chrono::seconds limit) {
+    answerTimer_.start(limit, [this] {
         sd_journal_print(LOG_WARNING, "session id: 0x%08x, the transport does not answer, pid: %d", session_, pid());
         end();
     });
@@ -128,7 +129,7 @@ void Gate::introduceNext() {
         return;
     }
     introduction_ = std::make_shared<Introduction>(loop_, next->client);
-    awaitAnswer();
+    awaitAnswer(answerLimit);
     introduction_->socket.async_connect(
         Local::endpoint(socket_), [this, mine = std::weak_ptr(introduction_)](Failed failed) {
             if (mine.expired()) {

@@ -70,7 +70,7 @@ private:
     };
     struct Introduction;
 
-    void awaitAnswer();
+    void awaitAnswer(std::chrono::seconds limit);
     [[nodiscard]] std::string spelling(const Client& client) const;
     Guest* nextGuest();
     void introduceNext();

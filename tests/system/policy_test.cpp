@@ -11,8 +11,8 @@ namespace {
 using namespace Test;
 
 /// What the connector may call beside the front ends.
-const std::set<std::string> connectorMethods{"vardSessionInfoJson", "proxyListenStarted", "proxyClientConnected",
-                                             "proxySessionConnected", "vardRdpSecurityPolicy"};
+const std::set<std::string> connectorMethods{"vardSessions",         "vardSessionInfoJson",   "proxyListenStarted",
+                                             "proxyClientConnected", "proxySessionConnected", "vardRdpSecurityPolicy"};
 
 /// Every method of the service, with arguments as busctl takes them and that mean nothing.
 std::map<std::string, std::string> allCalls() {
