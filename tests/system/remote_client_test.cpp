@@ -45,8 +45,8 @@ protected:
         ASSERT_TRUE(waitUntil([this] { return bus.login("alice") == 33; })) << "an earlier one is still ending";
         ASSERT_TRUE(fresh.waitFor("proxyListenStarted: session id: 0x00000021, status: success"));
     }
-    static std::string client(const std::string& options, const std::string& server = "127.0.0.1") {
-        return "env DISPLAY=:60 HOME=/tmp timeout 100 xfreerdp /v:" + server +
+    static std::string client(const std::string& options, const std::string& server = "/v:127.0.0.1") {
+        return "env DISPLAY=:60 HOME=/tmp timeout 100 xfreerdp " + server +
                " /u:alice /cert:ignore /size:640x480 /p:secret " + options;
     }
     void connect() {
@@ -104,7 +104,7 @@ TEST_F(RemoteClient, SeesTheSessionWithTheRightPasswordAlone) {
     EXPECT_EQ(session["remoteaddr"], "127.0.0.1");
 
     // A second client takes the session over, and the first has to go.
-    const int second = launch(client("", "[::1]"));
+    const int second = launch(client("", "/v:[::1]"));
     EXPECT_TRUE(gone(viewer));
     EXPECT_TRUE(waitUntil([&] { return info(33)["remoteaddr"] == "::1"; }));
     EXPECT_NE(info(33)["pid3"], session["pid3"]);
@@ -120,12 +120,14 @@ TEST_F(RemoteClient, FindsItsSessionByNameOrTokenAlsoAfterTheConnectorsRestart) 
     EXPECT_TRUE(gone(connector));
     startConnector(); // what the killed one left would be in its way
 
-    const std::map<std::string, uint32_t> ways{{"'/u:WORK\\alice'", 33},
-                                               {"/u:alice@work.example", 33},
-                                               {"/load-balance-info:vard-session=34", 34},
-                                               {"'/load-balance-info:vard-session=33;server=desk1'", 33}};
+    writeFile("/tmp/clock.rdp", "full address:s:127.0.0.1\nloadbalanceinfo:s:vard-session=34\n");
+    const std::vector<std::pair<std::string, uint32_t>> ways{
+        {client("'/u:WORK\\alice'"), 33},
+        {client("/u:alice@work.example"), 33},
+        {client("", "/tmp/clock.rdp"), 34},
+        {client("'/load-balance-info:vard-session=33;server=desk1'"), 33}};
     for (const auto& [way, session] : ways) {
-        const int pid = launch(client(way));
+        const int pid = launch(way);
         EXPECT_EQ(signals.upTo("signalSessionConnected").back(), (Signal{"signalSessionConnected", {session}})) << way;
         ::kill(pid, SIGTERM);
         signals.upTo("signalSessionDisconnected");
@@ -167,7 +169,7 @@ TEST_F(RemoteClient, HostileOnesAreTurnedAwayInTimeAndCostOthersNothing) {
                "\" >&$fd; done; sleep 99'");
     EXPECT_TRUE(connectorSays("too many connections, turned away"));
     mustRun("ip address add 192.0.2.7/32 dev lo");
-    const int other = launch(client("", "192.0.2.7"));
+    const int other = launch(client("", "/v:192.0.2.7"));
     EXPECT_EQ(signals.upTo("signalSessionConnected").back(), (Signal{"signalSessionConnected", {33}}));
     EXPECT_EQ(info(33)["remoteaddr"], "192.0.2.7");
     ::kill(flood, SIGKILL);
