@@ -12,9 +12,8 @@ using namespace std::chrono_literals;
 namespace {
 
 // The service sends a limit for one session and that session's permission in one go.
-constexpr auto announcementGap = 100ms;
+constexpr auto announcementGap = 2s;
 constexpr auto againPause = 1s;
-constexpr size_t mostQuestions = 16;
 
 // What a stranger wrote, for the journal.
 std::string printable(const std::string& text) {
@@ -114,10 +113,10 @@ void Doorkeeper::busLost() {
 
 void Doorkeeper::stop() {
     stopping_ = true;
-    closeAll();
     if (doors_.empty()) {
         finished_(true);
     }
+    closeAll();
 }
 
 void Doorkeeper::closeAll() {
@@ -129,31 +128,20 @@ void Doorkeeper::closeAll() {
 }
 
 void Doorkeeper::ask(uint32_t session) {
-    if (std::ranges::find(toAsk_, session) == toAsk_.end()) {
-        toAsk_.push_back(session);
-    }
-    askNext();
-}
-
-// The bus allows each of its users so many open questions, and answers the next itself, with an error.
-void Doorkeeper::askNext() {
-    const auto mayAsk = [this](uint32_t session) { return !asked_.contains(session); };
-    auto next = std::ranges::find_if(toAsk_, mayAsk);
-    if (asked_.size() >= mostQuestions || next == toAsk_.end()) {
+    if (!asked_.insert(session).second) {
+        askAgain_.insert(session);
         return;
     }
-    const uint32_t session = *next;
-    toAsk_.erase(next);
-    asked_.insert(session);
     service_.askSession(session, [this, session](const std::optional<std::string>& json) {
         asked_.erase(session);
         if (const auto found = doors_.find(session); found != doors_.end()) {
             found->second->answered(json);
         }
         placeUndecided();
-        askNext();
+        if (askAgain_.erase(session) > 0) {
+            ask(session);
+        }
     });
-    askNext();
 }
 
 void Doorkeeper::doorClosed(uint32_t session) {

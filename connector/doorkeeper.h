@@ -39,7 +39,6 @@ private:
     void doorClosed(uint32_t session) override;
 
     SessionDoor& doorOf(uint32_t session);
-    void askNext();
     void findSessions();
     void closeAll();
     [[nodiscard]] bool stillUnknown() const;
@@ -53,8 +52,8 @@ private:
     ServiceLink service_;
     bool stopping_ = false;
     bool listing_ = false; ///< the list of the sessions was asked for
-    std::vector<uint32_t> toAsk_; ///< for these sessions, in this order
-    std::set<uint32_t> asked_; ///< the answers are on their way
+    std::set<uint32_t> asked_; ///< for these sessions, whose answers are on their way
+    std::set<uint32_t> askAgain_; ///< something has changed meanwhile
     std::optional<std::chrono::seconds> announcedLimit_;
     Timer announcedTimer_;
     Timer listTimer_;

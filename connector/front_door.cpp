@@ -33,7 +33,7 @@ void setUp(Tcp::acceptor& acceptor, const Tcp::endpoint& place) {
     acceptor.non_blocking(true);
 }
 
-// A client that vanished without a word is given up after some twenty seconds, whether anything is on its way or not.
+// A client that vanished without a word is given up after 25 seconds, whether anything is on its way or not.
 void setUp(Tcp::socket& socket) {
     const auto set = [&socket](int level, int option, int value) {
         ::setsockopt(socket.native_handle(), level, option, &value, sizeof value);
@@ -89,7 +89,7 @@ void FrontDoor::accept(Listener& listener) {
         if (listeners_.empty()) {
             return; // closed meanwhile
         }
-        if (failed == asio::error::no_descriptors || failed == asio::error::no_memory) {
+        if (failed && failed != asio::error::connection_aborted) { // no descriptors, or no memory
             listener.pause.start(scarcityPause, [this, &listener] { accept(listener); });
             return;
         }

@@ -19,8 +19,9 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr size_t mostGuests = 32; // each costs the transport eight descriptors and some megabytes
-constexpr auto startLimit = 30s; // a hundred may start at once, when the connector does
-constexpr auto answerLimit = 10s;
+constexpr auto answerPause = 1s;
+constexpr int startPatience = 30; // a hundred may start at once, when the connector does
+constexpr int answerPatience = 10;
 constexpr auto retireLimit = 8s; // longer than the service takes for the keyboard of the new one
 
 // Each of a session's transports has names of its own: the one before may not have gone yet.
@@ -54,7 +55,8 @@ Gate::Gate(asio::io_context& loop, const Options& options, uint32_t session, con
       crowd_(mostGuests, mostGuests),
       answerTimer_(loop),
       retireTimer_(loop) {
-    awaitAnswer(startLimit);
+    patience_ = startPatience;
+    awaitAnswer();
 }
 
 Gate::~Gate() {
@@ -65,16 +67,32 @@ Gate::~Gate() {
     ::unlink(socket_.c_str());
 }
 
-void Gate::awaitAnswer(std::chrono::seconds limit) {
-    answerTimer_.start(limit, [this] {
+void Gate::awaitAnswer() {
+    answerTimer_.start(answerPause, [this] { noAnswer(); });
+}
+
+// A transport that has a picture to hand out waits for all its clients, and takes no other while one of them does not
+// listen. Who has been there longest without a password has to go first.
+void Gate::noAnswer() {
+    const auto oldest = std::ranges::find(guests_, true, &Guest::introduced);
+    if (oldest != guests_.end()) {
+        const auto client = oldest->client;
+        client->close("it kept others waiting");
+        awaitAnswer();
+    } else if (patience_-- > 0) {
+        awaitAnswer();
+    } else {
         sd_journal_print(LOG_WARNING, "session id: 0x%08x, the transport does not answer, pid: %d", session_, pid());
         end();
-    });
+    }
 }
 
 void Gate::enter(const std::shared_ptr<Client>& client) {
     client->whenClosed([this, whose = client.get()] { left(whose); });
     auto place = crowd_.enter(client->origin(), [client] { client->turnAway(); });
+    if (guests_.empty()) {
+        from_ = neighbour(client->origin());
+    }
     guests_.push_back({client, std::move(place), false, 0, {}});
     if (spelling(*client) != username_) {
         renewHashLine(hashLine_);
@@ -129,7 +147,8 @@ void Gate::introduceNext() {
         return;
     }
     introduction_ = std::make_shared<Introduction>(loop_, next->client);
-    awaitAnswer(answerLimit);
+    patience_ = answerPatience;
+    awaitAnswer();
     introduction_->socket.async_connect(
         Local::endpoint(socket_), [this, mine = std::weak_ptr(introduction_)](Failed failed) {
             if (mine.expired()) {
@@ -193,6 +212,9 @@ Gate::Guest* Gate::byThread(pid_t thread) {
 }
 
 void Gate::transportSaid(const LogEvent& event, const std::string& line) {
+    if (ending_) {
+        return; // whoever it lets in now would be sent away at once
+    }
     if (event.kind == LogEvent::Listening && !opened_) {
         opened_ = true;
         answerTimer_.cancel();

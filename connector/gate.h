@@ -52,6 +52,12 @@ public:
 
     /// The transport's process id.
     [[nodiscard]] pid_t pid() const { return transport_.pid(); }
+    /// How many clients are there.
+    [[nodiscard]] size_t crowd() const { return guests_.size(); }
+    /// Whether a client may enter.
+    [[nodiscard]] bool waits() const { return !ending_ && served_ == nullptr; }
+    /// True when the clients who are there, if any, come from that neighbour.
+    [[nodiscard]] bool belongsTo(const Address& from) const { return guests_.empty() || from_ == from; }
     /// True when its clients have made the transport so large that a fresh one is better: it gives nothing back.
     [[nodiscard]] bool swollen() const { return opened_ && transport_.memory() > 2 * memory_ + spareMemory; }
     /// True once the transport has listened.
@@ -70,7 +76,8 @@ private:
     };
     struct Introduction;
 
-    void awaitAnswer(std::chrono::seconds limit);
+    void awaitAnswer();
+    void noAnswer();
     [[nodiscard]] std::string spelling(const Client& client) const;
     Guest* nextGuest();
     void introduceNext();
@@ -95,11 +102,13 @@ private:
     bool opened_ = false;
     bool ending_ = false;
     size_t memory_ = 0; ///< of the transport when it had just begun to listen
+    Address from_; ///< the neighbour of the first of the guests who are there
     Crowd crowd_;
     std::list<Guest> guests_; ///< their places go before the crowd
     const Client* served_ = nullptr;
     std::shared_ptr<Introduction> introduction_;
     Timer answerTimer_;
+    int patience_ = 0; ///< so many times more an answer is awaited
     Timer retireTimer_;
 };
 

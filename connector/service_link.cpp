@@ -19,6 +19,8 @@ void guarded(const std::string& what, Action action) noexcept {
     }
 }
 
+constexpr size_t mostUnanswered = 64;
+
 // True for an answer that is none.
 bool isRefusal(const BusClient::Message& answer, const char* what) {
     const sd_bus_error* error = sd_bus_message_get_error(answer.get());
@@ -67,7 +69,22 @@ void ServiceLink::dispatch(const std::string& signal, const std::vector<uint32_t
 }
 
 void ServiceLink::send(const BusClient::Message& call, BusClient::Connection::Handler answered) {
-    bus_.send(call, std::move(answered));
+    calls_.push_back({call, std::move(answered)});
+    sendNext();
+}
+
+// The bus answers itself, with an error, when a connection has more than so many questions open (128 by default).
+void ServiceLink::sendNext() {
+    while (!calls_.empty() && unanswered_ < mostUnanswered) {
+        const auto call = std::move(calls_.front());
+        calls_.pop_front();
+        bus_.send(call.message, [this, answered = call.answered](BusClient::Message& answer) {
+            --unanswered_;
+            answered(answer);
+            guarded("sendNext", [this] { sendNext(); });
+        });
+        ++unanswered_;
+    }
     source_.sent();
 }
 
@@ -101,7 +118,7 @@ void ServiceLink::askSession(uint32_t session, std::function<void(const std::opt
 template <typename... Args>
 void ServiceLink::report(const char* method, const char* types, Args... args) {
     send(bus_.newCall(BusClient::serviceName, method, types, args...),
-         [](const BusClient::Message& answer) { isRefusal(answer, "report"); });
+         [method](const BusClient::Message& answer) { isRefusal(answer, method); });
 }
 
 void ServiceLink::reportListening(uint32_t session, bool success) {

@@ -5,6 +5,7 @@
 #include "bus_source.h"
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <optional>
 #include <string>
@@ -59,12 +60,20 @@ private:
     void report(const char* method, const char* types, Args... args);
     void dispatch(const std::string& signal, const std::vector<uint32_t>& values);
     void send(const BusClient::Message& call, BusClient::Connection::Handler answered);
+    void sendNext();
     void serviceAppeared() noexcept override;
     void serviceLeft() noexcept override;
     void signalCame(BusClient::Message& signal) noexcept override;
     void strangerSignalled(const std::string& sender) noexcept override;
 
+    struct Call {
+        BusClient::Message message;
+        BusClient::Connection::Handler answered;
+    };
+
     Handler& handler_;
+    std::deque<Call> calls_; ///< to be sent
+    size_t unanswered_ = 0;
     BusClient::Connection bus_;
     BusClient::ServiceWatch watch_{bus_, *this};
     BusSource source_;

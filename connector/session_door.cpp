@@ -15,7 +15,7 @@ namespace {
 // about to end itself. A client that comes meanwhile does not wait so long.
 constexpr auto againPause = 1s;
 constexpr size_t mostReported = 64;
-constexpr size_t mostGates = 3; // the one that serves, the one that waits, and a swollen one with its last clients
+constexpr size_t mostWaiting = 4; // transports; so many neighbours do not get in each other's way
 } // namespace
 
 SessionDoor::SessionDoor(asio::io_context& loop, ServiceLink& service, const Options& options, Owner& owner,
@@ -31,20 +31,21 @@ SessionDoor::SessionDoor(asio::io_context& loop, ServiceLink& service, const Opt
 void SessionDoor::open(std::chrono::seconds limit) {
     wanted_ = true;
     limit_ = limit;
-    startLimit();
+    startWaiting();
     owner_.ask(session_);
 }
 
 void SessionDoor::limitWaiting(std::chrono::seconds limit) {
     if (serving_ == nullptr) {
         limit_ = limit;
-        startLimit();
+        startWaiting();
     }
 }
 
-void SessionDoor::startLimit() {
+void SessionDoor::startWaiting() {
     limitTimer_.cancel();
-    if (limit_ > 0s && waits() && waiting_->opened() && serving_ == nullptr) {
+    const auto open = [](const auto& gate) { return gate->waits() && gate->opened(); };
+    if (limit_ > 0s && serving_ == nullptr && std::ranges::any_of(gates_, open)) {
         limitTimer_.start(limit_, [this] {
             sd_journal_print(LOG_NOTICE, "session id: 0x%08x, no client within %lld seconds", session_,
                              static_cast<long long>(limit_.count()));
@@ -53,21 +54,43 @@ void SessionDoor::startLimit() {
     }
 }
 
+// That neighbour's own, or else a free one; when there are so many that no more are started, the emptiest.
+Gate* SessionDoor::gateFor(const Address& from) {
+    Gate* emptiest = nullptr;
+    Gate* own = nullptr;
+    size_t count = 0;
+    for (const auto& gate : gates_) {
+        if (!gate->waits()) {
+            continue;
+        }
+        ++count;
+        if (gate->belongsTo(from) && (own == nullptr || gate->crowd() > 0)) {
+            own = gate.get();
+        }
+        if (emptiest == nullptr || gate->crowd() < emptiest->crowd()) {
+            emptiest = gate.get();
+        }
+    }
+    return own == nullptr && count >= mostWaiting ? emptiest : own;
+}
+
 void SessionDoor::enter(const std::shared_ptr<Client>& client) {
     if (!wanted_) {
         client->close("its session is closed");
         return;
     }
-    if (waits() && waiting_->swollen() && gates_.size() < mostGates) {
-        waiting_ = nullptr; // it goes when those who are there have gone
-    }
-    if (waits()) {
-        waiting_->enter(client);
+    if (Gate* gate = gateFor(neighbour(client->origin()))) {
+        gate->enter(client);
         return;
     }
     std::erase_if(early_, [](const auto& other) { return other->closed(); });
     early_.push_back(client);
     owner_.ask(session_);
+}
+
+bool SessionDoor::needsGate() const {
+    const auto waits = [](const auto& gate) { return gate->waits(); };
+    return wanted_ && (!early_.empty() || (serving_ == nullptr && std::ranges::none_of(gates_, waits)));
 }
 
 void SessionDoor::answered(const std::optional<std::string>& json) {
@@ -78,15 +101,29 @@ void SessionDoor::answered(const std::optional<std::string>& json) {
     info_ = parseSessionInfo(*json);
     if (!info_) {
         close();
-    } else if (waits()) {
-        if (validHashLine(info_->hashLine, info_->username)) {
-            waiting_->renewHashLine(info_->hashLine);
+        return;
+    }
+    try {
+        renewHashLines();
+        if (needsGate()) {
+            launch();
         }
-        if (waiting_->opened()) {
-            service_.reportListening(session_, true); // whoever asked for it may wait for that
+    } catch (const std::exception& err) {
+        giveUp(err.what());
+    }
+}
+
+// Who asked for the session to be opened may wait for the report.
+void SessionDoor::renewHashLines() {
+    bool open = false;
+    for (const auto& gate : gates_) {
+        if (gate->waits() && validHashLine(info_->hashLine, info_->username)) {
+            gate->renewHashLine(info_->hashLine);
+            open = open || gate->opened();
         }
-    } else if (wanted_ && (serving_ == nullptr || !early_.empty())) {
-        launch();
+    }
+    if (open) {
+        service_.reportListening(session_, true);
     }
 }
 
@@ -96,16 +133,10 @@ void SessionDoor::launch() {
         giveUp("the session has no hash line");
         return;
     }
-    try {
-        gates_.push_back(std::make_unique<Gate>(loop_, options_, session_, *info_, *this));
-    } catch (const std::exception& err) {
-        giveUp(err.what());
-        return;
-    }
-    waiting_ = gates_.back().get();
+    gates_.push_back(std::make_unique<Gate>(loop_, options_, session_, *info_, *this));
     for (const auto& client : std::exchange(early_, {})) {
         if (!client->closed()) {
-            waiting_->enter(client);
+            enter(client);
         }
     }
 }
@@ -122,12 +153,12 @@ void SessionDoor::giveUp(const char* why) {
 void SessionDoor::gateOpened(Gate& /*gate*/) {
     sd_journal_print(LOG_INFO, "session id: 0x%08x, user: %s, open", session_, info_ ? info_->username.c_str() : "");
     service_.reportListening(session_, true);
-    startLimit();
+    startWaiting();
 }
 
 void SessionDoor::clientCame(Gate& /*gate*/, const Client& client) {
     sd_journal_print(LOG_INFO, "session id: 0x%08x, client: %s", session_, client.address().c_str());
-    if (reported_.size() < mostReported && reported_.insert(client.address()).second) {
+    if (reported_.size() < mostReported && reported_.insert(neighbour(client.origin())).second) {
         service_.reportClient(session_, client.address());
     }
 }
@@ -139,16 +170,19 @@ void SessionDoor::clientServed(Gate& gate, const Client& client, const LogEvent&
         serving_->retire();
     }
     serving_ = &gate;
-    waiting_ = waiting_ == &gate ? nullptr : waiting_;
     reported_.clear();
     limitTimer_.cancel();
     service_.reportConnected(session_, static_cast<uint32_t>(gate.pid()), client.address());
     service_.reportSecurity(session_, security.nla, security.tls, security.rdp);
 }
 
-// While a client is served, a second transport is only there for those who want to take the session over.
+// One free gate is enough, and none while a client is served: another one is then for those only who want to take the
+// session over.
 void SessionDoor::gateIdle(Gate& gate) {
-    if (serving_ != nullptr || waiting_ != &gate) {
+    const auto free = [&gate](const auto& other) {
+        return other.get() != &gate && other->waits() && other->crowd() == 0;
+    };
+    if (serving_ != nullptr || std::ranges::any_of(gates_, free)) {
         gate.end();
     } else if (gate.swollen()) {
         sd_journal_print(LOG_NOTICE, "session id: 0x%08x, the transport has grown, replaced, pid: %d", session_,
@@ -158,23 +192,20 @@ void SessionDoor::gateIdle(Gate& gate) {
 }
 
 void SessionDoor::gateClosed(Gate& gate) {
-    const bool opened = gate.opened();
     const bool served = &gate == serving_;
-    const bool crashed = &gate == waiting_ && !gate.ending();
-    if (&gate == waiting_) {
-        waiting_ = nullptr;
-        limitTimer_.cancel();
-    }
+    const bool crashed = !served && !gate.ending();
+    const bool opened = gate.opened();
     if (served) {
         sd_journal_print(LOG_INFO, "session id: 0x%08x, disconnected", session_);
         serving_ = nullptr;
     }
     std::erase_if(gates_, [&gate](const auto& one) { return one.get() == &gate; });
+    startWaiting();
     if (!wanted_) {
         closeIfEmpty();
-    } else if (!opened && crashed) {
+    } else if (crashed && !opened) {
         giveUp("the transport ended");
-    } else if (waiting_ == nullptr && (serving_ == nullptr || !early_.empty())) {
+    } else if (needsGate()) {
         againTimer_.start(againPause, [this] { owner_.ask(session_); });
     }
 }
@@ -195,7 +226,7 @@ void SessionDoor::close() {
 
 // They are of no more use to anybody who comes.
 void SessionDoor::endGates() {
-    waiting_ = serving_ = nullptr;
+    serving_ = nullptr;
     limitTimer_.cancel();
     againTimer_.cancel();
     std::ranges::for_each(gates_, [](const auto& gate) { gate->end(); });

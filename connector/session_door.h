@@ -3,6 +3,8 @@
 // The service takes the end of a transport's process for the client's leaving, ends it to make the client leave, and
 // ends the one before when another is reported. So a transport serves one client: it waits for him, is reported when he
 // is authenticated, and ends with him. Whoever comes meanwhile finds another one, and takes the session over there.
+// A transport with a picture to hand out waits for all its clients, also for those that have shown no password and do
+// not listen: each neighbour's have a transport of their own.
 #pragma once
 
 #include "gate.h"
@@ -33,7 +35,7 @@ public:
     /// Closed at first. All that it is given must outlive it.
     SessionDoor(asio::io_context& loop, ServiceLink& service, const Options& options, Owner& owner, uint32_t session);
 
-    /// Clients may come, the first within the limit if it is not zero. A waiting transport stays, with the hash line of
+    /// Clients may come, the first within the limit if it is not zero. Waiting transports stay, with the hash line of
     /// today.
     void open(std::chrono::seconds limit);
     /// Another limit, if it still waits for its client.
@@ -51,9 +53,12 @@ public:
     [[nodiscard]] const std::optional<SessionInfo>& info() const { return info_; }
 
 private:
+    [[nodiscard]] bool needsGate() const;
+    Gate* gateFor(const Address& from);
+    void renewHashLines();
     void launch();
     void giveUp(const char* why);
-    void startLimit();
+    void startWaiting();
     void endGates();
     void closeIfEmpty();
     void gateOpened(Gate& gate) override;
@@ -61,7 +66,6 @@ private:
     void clientServed(Gate& gate, const Client& client, const LogEvent& security) override;
     void gateIdle(Gate& gate) override;
     void gateClosed(Gate& gate) override;
-    [[nodiscard]] bool waits() const { return waiting_ != nullptr && !waiting_->ending(); }
 
     asio::io_context& loop_;
     ServiceLink& service_;
@@ -75,9 +79,8 @@ private:
     Timer againTimer_;
     std::vector<std::shared_ptr<Client>> early_; ///< for whom there is no gate yet
     std::list<std::unique_ptr<Gate>> gates_;
-    Gate* waiting_ = nullptr; ///< for its client
-    Gate* serving_ = nullptr;
-    std::set<std::string> reported_; ///< addresses the service was told of since the last client was served
+    Gate* serving_ = nullptr; ///< the others wait for a client, or end
+    std::set<Address> reported_; ///< neighbours the service was told of since the last client was served
 };
 
 } // namespace Doors

@@ -177,7 +177,11 @@ void Transport::takeLines() {
         unread_.clear();
     }
     for (const auto& line : lines) {
-        handler_.transportSaid(parseLogLine(line), line);
+        try {
+            handler_.transportSaid(parseLogLine(line), line);
+        } catch (const std::exception& err) { // the lines after it count all the same
+            sd_journal_print(LOG_ERR, "transport: exception: %s", err.what());
+        }
     }
 }
 
@@ -186,11 +190,7 @@ void Transport::ended() {
     ::waitpid(child_.pid, nullptr, WNOHANG);
     child_.pid = 0;
     killTimer_.cancel();
-    try {
-        readOutput(); // why it ended
-    } catch (const std::exception& err) {
-        sd_journal_print(LOG_ERR, "transport: exception: %s", err.what());
-    }
+    readOutput(); // why it ended
     handler_.transportEnded();
 }
 
