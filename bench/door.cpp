@@ -7,6 +7,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <cmath>
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
@@ -40,7 +41,7 @@ double seconds(const std::function<void()>& work) {
 
 double quantile(std::vector<double> values, double part) {
     std::ranges::sort(values);
-    return values[static_cast<size_t>(part * static_cast<double>(values.size() - 1) + 0.5)];
+    return values[static_cast<size_t>(std::lround(part * static_cast<double>(values.size() - 1)))];
 }
 double median(const std::vector<double>& values) { return quantile(values, 0.5); }
 
@@ -166,8 +167,10 @@ double flowRate(uint16_t port) {
 // The median time of an answer of one byte.
 double echoTime(uint16_t port) {
     const auto visitor = served(port, StandIn::Echo);
+    constexpr int rounds = 5000;
     std::vector<double> times;
-    for (int i = 0; i < 5000; ++i) {
+    times.reserve(rounds);
+    for (int i = 0; i < rounds; ++i) {
         times.push_back(seconds([&] {
             visitor.say("x");
             (void)!visitor.hear(1);
