@@ -22,6 +22,7 @@ public:
     class Place {
     public:
         Place() = default;
+        /// Of a member; see enter().
         Place(Crowd& crowd, std::list<Member>::iterator member) : crowd_(&crowd), member_(member) {}
         ~Place() { giveBack(); }
         Place(Place&& other) noexcept : crowd_(std::exchange(other.crowd_, nullptr)), member_(other.member_) {}
@@ -58,6 +59,7 @@ class Arrivals {
 public:
     using Clock = std::chrono::steady_clock;
 
+    /// So many a second; both at least 1.
     Arrivals(size_t perNeighbour, size_t total);
     /// Whether this one may come in.
     bool admit(const Address& address, Clock::time_point now = Clock::now());

@@ -23,10 +23,11 @@ public:
     void greet();
     /// Its address, in numbers. Behind a balancer it is known when the first packet has been read.
     [[nodiscard]] std::string address() const;
+    /// The same as it is, for counting.
     [[nodiscard]] const Address& origin() const { return address_; }
     /// What its first packet asks for.
     [[nodiscard]] const ConnectionRequest& request() const { return request_; }
-    /// Called once when it is closed, whoever did so; not yet called, the function is replaced.
+    /// Calls `run`, and nothing that was given before, once when the connection is closed, whoever does so.
     void whenClosed(std::function<void()> run) { whenClosed_ = std::move(run); }
 
     /// From now on every byte is handed on both ways, until either side ends; the first packet was, before.
@@ -37,6 +38,7 @@ public:
     void close(const std::string& why = {});
     /// Ends it for the sake of others; the journal is told how many there were.
     void turnAway();
+    /// True once it was closed.
     [[nodiscard]] bool closed() const { return closed_; }
 
 private:

@@ -20,7 +20,7 @@ struct ConnectionRequest {
 };
 
 inline constexpr size_t requestHeader = 4; ///< so many bytes say how long it is
-inline constexpr size_t longestRequest = 4096;
+inline constexpr size_t longestRequest = 4096; ///< longer ones are none
 
 /// The length of the whole packet that begins so, from the header's bytes on; nothing when it is none, or too long.
 std::optional<size_t> requestLength(const std::string& begin);

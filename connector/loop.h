@@ -26,6 +26,7 @@ using Descriptor = asio::posix::stream_descriptor;
 /// object. On the loop's thread.
 class Timer {
 public:
+    /// Not set. The loop must outlive it.
     explicit Timer(asio::io_context& loop) : timer_(loop) {}
 
     /// From now on; what was set before is forgotten.

@@ -9,7 +9,7 @@
 namespace Doors {
 
 inline constexpr size_t proxyHeaderBegin = 16; ///< so many bytes say how long it is
-inline constexpr size_t longestProxyHeader = 1024;
+inline constexpr size_t longestProxyHeader = 1024; ///< longer ones are none
 
 /// The length of the whole header that begins so, from those bytes on; nothing when it is none, or too long.
 std::optional<size_t> proxyHeaderLength(const std::string& begin);
