@@ -42,10 +42,13 @@ void SessionDoor::limitWaiting(std::chrono::seconds limit) {
     }
 }
 
+long SessionDoor::openGates() const {
+    return std::ranges::count_if(gates_, [](const auto& gate) { return gate->waits() && gate->opened(); });
+}
+
 void SessionDoor::startWaiting() {
     limitTimer_.cancel();
-    const auto open = [](const auto& gate) { return gate->waits() && gate->opened(); };
-    if (limit_ > 0s && serving_ == nullptr && std::ranges::any_of(gates_, open)) {
+    if (limit_ > 0s && serving_ == nullptr && openGates() > 0) {
         limitTimer_.start(limit_, [this] {
             sd_journal_print(LOG_NOTICE, "session id: 0x%08x, no client within %lld seconds", session_,
                              static_cast<long long>(limit_.count()));
@@ -115,14 +118,12 @@ void SessionDoor::answered(const std::optional<std::string>& json) {
 
 // Who asked for the session to be opened may wait for the report.
 void SessionDoor::renewHashLines() {
-    bool open = false;
     for (const auto& gate : gates_) {
         if (gate->waits() && validHashLine(info_->hashLine, info_->username)) {
             gate->renewHashLine(info_->hashLine);
-            open = open || gate->opened();
         }
     }
-    if (open) {
+    if (openGates() > 0) {
         service_.reportListening(session_, true);
     }
 }
@@ -153,7 +154,9 @@ void SessionDoor::giveUp(const char* why) {
 void SessionDoor::gateOpened(Gate& /*gate*/) {
     sd_journal_print(LOG_INFO, "session id: 0x%08x, user: %s, open", session_, info_ ? info_->username.c_str() : "");
     service_.reportListening(session_, true);
-    startWaiting();
+    if (openGates() == 1) { // strangers who have another one started do not put the limit off
+        startWaiting();
+    }
 }
 
 void SessionDoor::clientCame(Gate& /*gate*/, const Client& client) {
@@ -200,7 +203,9 @@ void SessionDoor::gateClosed(Gate& gate) {
         serving_ = nullptr;
     }
     std::erase_if(gates_, [&gate](const auto& one) { return one.get() == &gate; });
-    startWaiting();
+    if (openGates() == 0) {
+        limitTimer_.cancel();
+    }
     if (!wanted_) {
         closeIfEmpty();
     } else if (crashed && !opened) {

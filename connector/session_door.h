@@ -58,6 +58,7 @@ private:
     void renewHashLines();
     void launch();
     void giveUp(const char* why);
+    [[nodiscard]] long openGates() const;
     void startWaiting();
     void endGates();
     void closeIfEmpty();
