@@ -45,7 +45,8 @@ Doorkeeper::Doorkeeper(asio::io_context& loop, const Options& options, std::func
 void Doorkeeper::findSessions() {
     listing_ = service_.present();
     if (!listing_ || stopping_) {
-        return; // when it comes
+        placeUndecided();
+        return; // it asks when the service comes
     }
     service_.askSessions([this](const std::optional<std::vector<uint32_t>>& sessions) {
         if (!sessions) {

@@ -94,10 +94,14 @@ void Gate::enter(const std::shared_ptr<Client>& client) {
         from_ = neighbour(client->origin());
     }
     guests_.push_back({client, std::move(place), false, 0, {}});
-    if (spelling(*client) != username_) {
-        renewHashLine(hashLine_);
+    try {
+        if (spelling(*client) != username_) {
+            renewHashLine(hashLine_);
+        }
+        introduceNext();
+    } catch (const std::exception& err) { // a full disk: the others are not to feel it
+        client->close(std::string("its session cannot be shown: ") + err.what());
     }
-    introduceNext();
 }
 
 void Gate::renewHashLine(const std::string& line) {

@@ -106,6 +106,7 @@ void SessionDoor::answered(const std::optional<std::string>& json) {
         close();
         return;
     }
+    std::erase_if(early_, [](const auto& client) { return client->closed(); });
     try {
         renewHashLines();
         if (needsGate()) {
@@ -151,11 +152,14 @@ void SessionDoor::giveUp(const char* why) {
     service_.reportListening(session_, false);
 }
 
-void SessionDoor::gateOpened(Gate& /*gate*/) {
+void SessionDoor::gateOpened(Gate& gate) {
     sd_journal_print(LOG_INFO, "session id: 0x%08x, user: %s, open", session_, info_ ? info_->username.c_str() : "");
     service_.reportListening(session_, true);
     if (openGates() == 1) { // strangers who have another one started do not put the limit off
         startWaiting();
+    }
+    if (gate.crowd() == 0) { // whoever it was started for has gone
+        gateIdle(gate);
     }
 }
 
