@@ -20,15 +20,7 @@ constexpr auto lastWords = 2s; // for what one side still has to say when the ot
 Client::Client(asio::io_context& loop, Tcp::socket socket, Address address, Lobby& lobby)
     : socket_(std::move(socket)), transport_(loop), address_(std::move(address)), lobby_(lobby), limit_(loop) {}
 
-// Without IPv6 clothes, and without the interface that a link-local address has behind it.
-std::string Client::address() const {
-    if (address_.is_v4()) {
-        return address_.to_string();
-    }
-    const auto six = address_.to_v6();
-    return six.is_v4_mapped() ? asio::ip::make_address_v4(asio::ip::v4_mapped, six).to_string()
-                              : asio::ip::address_v6(six.to_bytes()).to_string();
-}
+std::string Client::address() const { return plainAddress(address_).to_string(); }
 
 void Client::greet() {
     limit_.start(greetLimit, [self = shared_from_this()] { self->close("no whole request in time"); });
@@ -53,12 +45,17 @@ void Client::read(size_t count, void (Client::*next)()) {
                      });
 }
 
-void Client::proxyHeaderBegan() {
-    if (const auto length = proxyHeaderLength(unread_)) {
-        read(*length - proxyHeaderBegin, &Client::proxyHeaderRead);
+// The same, of what has begun and is to be so long in all.
+void Client::readRest(std::optional<size_t> length, void (Client::*next)(), const char* unknown) {
+    if (length) {
+        read(*length - unread_.size(), next);
     } else {
-        close("a balancer without its header");
+        close(unknown);
     }
+}
+
+void Client::proxyHeaderBegan() {
+    readRest(proxyHeaderLength(unread_), &Client::proxyHeaderRead, "a balancer without its header");
 }
 
 void Client::proxyHeaderRead() {
@@ -79,13 +76,7 @@ void Client::readRequest() {
     read(requestHeader, &Client::requestBegan);
 }
 
-void Client::requestBegan() {
-    if (const auto length = requestLength(unread_)) {
-        read(*length - requestHeader, &Client::requestRead);
-    } else {
-        close("no connection request");
-    }
-}
+void Client::requestBegan() { readRest(requestLength(unread_), &Client::requestRead, "no connection request"); }
 
 void Client::requestRead() {
     auto request = parseConnectionRequest(std::exchange(unread_, {}));

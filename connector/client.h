@@ -7,6 +7,7 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace Doors {
@@ -45,6 +46,7 @@ private:
     using Block = std::array<char, size_t{16} * 1024>;
 
     void read(size_t count, void (Client::*next)());
+    void readRest(std::optional<size_t> length, void (Client::*next)(), const char* unknown);
     void proxyHeaderBegan();
     void proxyHeaderRead();
     void readRequest();

@@ -31,17 +31,24 @@ bool haveSix() {
 
 } // namespace
 
-Address neighbour(const Address& address) {
-    if (address.is_v6() && address.to_v6().is_v4_mapped()) {
-        return neighbour(asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6()));
-    }
-    if (address.is_loopback()) {
-        return address_v4::loopback();
-    }
+Address plainAddress(const Address& address) {
     if (address.is_v4()) {
         return address;
     }
-    auto bytes = address.to_v6().to_bytes();
+    const auto six = address.to_v6();
+    return six.is_v4_mapped() ? Address(asio::ip::make_address_v4(asio::ip::v4_mapped, six))
+                              : address_v6(six.to_bytes());
+}
+
+Address neighbour(const Address& address) {
+    const auto plain = plainAddress(address);
+    if (plain.is_loopback()) {
+        return address_v4::loopback();
+    }
+    if (plain.is_v4()) {
+        return plain;
+    }
+    auto bytes = plain.to_v6().to_bytes();
     std::fill(bytes.begin() + 7, bytes.end(), static_cast<unsigned char>(0));
     return address_v6(bytes);
 }

@@ -8,6 +8,9 @@
 
 namespace Doors {
 
+/// The address itself: an IPv4 address out of its IPv6 clothes, a link-local one without the interface behind it.
+Address plainAddress(const Address& address);
+
 /// What counts as one neighbour: an IPv4 address, or the 56 bits that a household has of the IPv6 addresses, of which
 /// it may use as many as it likes. This machine's users may do so with its own, which are all one. An IPv4 address in
 /// IPv6 clothes is the former.
