@@ -195,7 +195,10 @@ Doorkeeper::Choice Doorkeeper::chooseFor(const std::string& user) const {
 
 void Doorkeeper::place(const std::shared_ptr<Client>& client) {
     const auto choice = choose(client->request());
-    if (choice.door != nullptr) {
+    // A desktop that is not known yet would come before a single program.
+    const bool sure = client->request().session || !stillUnknown() ||
+                      (choice.door != nullptr && choice.door->info() && choice.door->info()->desktop);
+    if (choice.door != nullptr && (sure || stopping_)) {
         choice.door->enter(client);
     } else if (stillUnknown() && !stopping_) {
         std::erase_if(undecided_, [](const auto& other) { return other->closed(); });
