@@ -142,8 +142,8 @@ TEST_F(RemoteClient, HostileOnesAreTurnedAwayInTimeAndCostOthersNothing) {
     // A connection request that names alice, and what comes instead of the rest.
     const std::string request =
         R"(\x03\x00\x00\x2b\x26\xe0\x00\x00\x00\x00\x00Cookie: mstshash=alice\r\n\x01\x00\x08\x00\x03\x00\x00\x00)";
-    const auto hostile = [](const std::string& sends) {
-        return launch("bash -c 'exec 3<>/dev/tcp/127.0.0.1/3389; (" + sends +
+    const auto hostile = [](const std::string& sends, const std::string& server = "127.0.0.1") {
+        return launch("bash -c 'exec 3<>/dev/tcp/" + server + "/3389; (" + sends +
                       ") >&3 2>/dev/null & cat <&3 >/dev/null'");
     };
     std::vector<int> pids;
@@ -155,7 +155,12 @@ TEST_F(RemoteClient, HostileOnesAreTurnedAwayInTimeAndCostOthersNothing) {
     connect();
     ::kill(viewer, SIGTERM);
     expectDisconnected();
+    // One that says no more would keep those at its transport waiting: a stranger from elsewhere has another.
+    mustRun("ip address add 192.0.2.7/32 dev lo");
+    const auto transports = [] { return processes("freerdp-shadow-cli").size(); };
     pids.push_back(hostile("printf \"" + request + "\"; sleep 99"));
+    pids.push_back(hostile("printf \"" + request + "\"; sleep 99", "192.0.2.7"));
+    EXPECT_TRUE(waitUntil([&] { return transports() == 2; }));
     for (const std::string said : {"no whole request in time", "no connection request", "not authenticated in time"}) {
         EXPECT_TRUE(connectorSays("client: 127.0.0.1, closed: " + said));
     }
@@ -166,11 +171,9 @@ TEST_F(RemoteClient, HostileOnesAreTurnedAwayInTimeAndCostOthersNothing) {
         launch("bash -c 'for i in $(seq 1000); do eval \"exec {fd}<>/dev/tcp/127.0.0.1/3389\" && printf \"" + request +
                "\" >&$fd; done; sleep 99'");
     EXPECT_TRUE(connectorSays("too many connections, turned away"));
-    mustRun("ip address add 192.0.2.7/32 dev lo");
     const int other = launch(client("", "/v:192.0.2.7"));
     EXPECT_EQ(signals.upTo("signalSessionConnected").back(), (Signal{"signalSessionConnected", {33}}));
     EXPECT_EQ(info(33)["remoteaddr"], "192.0.2.7");
-    EXPECT_EQ(journal.count("does not answer", "vard_connector"), 0U) << "others had to wait for the flood's";
     ::kill(flood, SIGKILL);
     ::kill(other, SIGTERM);
 }
