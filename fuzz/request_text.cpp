@@ -10,10 +10,10 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     try {
         const Vard::JsonConfigString request(text);
         for (const auto* key : {"username", "width", "sec:nla", "arguments", ""}) {
-            request.settingString(key);
-            request.settingInteger(key, 1);
-            request.settingBoolean(key, true);
-            Fuzz::expect(request.hasValue(key) || request.settingStringList(key).empty());
+            request.setting(Vard::TextSetting{key, ""});
+            request.setting(Vard::NumberSetting{key, 1});
+            request.setting(Vard::FlagSetting{key, true});
+            Fuzz::expect(request.hasValue(key) || request.setting(Vard::ListSetting{key}).empty());
             try {
                 request.getDouble(key);
                 request.getVectorList(key);

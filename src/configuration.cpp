@@ -3,6 +3,7 @@
 
 #include "exceptions.h"
 #include "logger.h"
+#include "settings_review.h"
 
 #include <sys/stat.h>
 
@@ -24,7 +25,14 @@ std::shared_ptr<const JsonConfig> readSettings(const std::filesystem::path& file
     return std::make_shared<const JsonConfig>(value);
 }
 
-void applyLevel(const JsonConfig& settings) { Syslog::setDebugLevel(settings.settingString("debug:level", "info")); }
+// Each is taken as it stands or replaced by its default, which the administrator is to know.
+void reportFindings(const JsonConfig& settings) {
+    for (const auto& finding : reviewSettings(settings)) {
+        Syslog::warning("%s: %s", "reviewSettings", finding.text().c_str());
+    }
+}
+
+void applyLevel(const JsonConfig& settings) { Syslog::setDebugLevel(settings.setting(Settings::debugLevel)); }
 
 } // namespace
 
@@ -35,6 +43,7 @@ Configuration::Configuration(std::filesystem::path file, SessionTable& table, Di
         throw vard_error("DBusService");
     }
     applyLevel(*settings);
+    reportFindings(*settings);
     apply(settings, DisplayRange::configured(*settings));
 }
 
@@ -50,14 +59,14 @@ std::shared_ptr<const ProgramList> Configuration::programs() const {
 
 void Configuration::reloadPrograms() {
     auto list = std::make_shared<ProgramList>();
-    list->reload(settings()->settingString("session:programs", "/etc/vard/programs.json"));
+    list->reload(settings()->setting(Settings::programFile));
     const std::scoped_lock lock(lock_);
     programs_ = std::move(list);
 }
 
 // One start, which holds the table, sees one state of the settings and the displays.
 void Configuration::apply(std::shared_ptr<const JsonConfig> settings, const DisplayRange& range) {
-    const bool isolate = settings->settingBoolean("xvfb:netns", true) && DisplayPool::canIsolate();
+    const bool isolate = settings->setting(Settings::serverIsolated) && DisplayPool::canIsolate();
     {
         const auto sessions = table_.lock();
         pool_.configure(range, isolate);
@@ -83,6 +92,7 @@ void Configuration::reload() {
         return;
     }
     applyLevel(*fresh);
+    reportFindings(*fresh);
     apply(fresh, DisplayRange::changed(*fresh).value_or(table_.range()));
     reloadPrograms();
     Syslog::notice("%s: %s", watcher, "success");

@@ -18,7 +18,7 @@ bool testConnect(const JsonConfig& settings, const std::string& user, const std:
                  const std::string& password) {
     Syslog::info("%s: user: %s, domain: `%s'", "vardTestConnect", user.c_str(), domain.c_str());
     try {
-        return checkCredentials(settings.settingString("pam:service", "vard"), user, password);
+        return checkCredentials(settings.setting(Settings::pamService), user, password);
     } catch (const std::exception& err) {
         Syslog::error("%s: exception: %s", "vardTestConnect", err.what());
         return false;

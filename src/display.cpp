@@ -31,8 +31,7 @@ constexpr const char* func = "startSession";
 } // namespace
 
 fs::path displaySocket(const JsonConfig& settings, uint32_t display) {
-    return Utils::stringReplace(settings.settingString("xvfb:sock", "/tmp/.X11-unix/X%{display}"), "%{display}",
-                                std::to_string(display));
+    return Utils::stringReplace(settings.setting(Settings::serverSocket), "%{display}", std::to_string(display));
 }
 
 std::pair<XAuthorityFile, std::vector<uint8_t>> createXauthFile(const fs::path& directory, unsigned display,
@@ -42,7 +41,7 @@ std::pair<XAuthorityFile, std::vector<uint8_t>> createXauthFile(const fs::path& 
     auto record = xauthorityRecord(Utils::getHostname(), display, cookie);
     const Utils::WipeGuard guard(record);
     return {XAuthorityFile(directory / ("xauth_" + std::to_string(display)), record, user,
-                           settings.settingString("xauth:group", "vard-xauth")),
+                           settings.setting(Settings::xauthGroup)),
             std::move(cookie)};
 }
 
@@ -50,7 +49,7 @@ pid_t runXvfbDisplay(unsigned display, const DisplayFormat& format, const std::s
                      const JsonConfig& settings, bool isolated, const SocketNest* nest) {
     Syslog::info("%s: display: %u, depth: %u, width: %u, height: %u, xauthfile: %s", "runXvfbDisplay", display,
                  format.depth, format.width, format.height, authfile.c_str());
-    const auto args = serverArguments(settings.settingStringList("xvfb:args"), display, validDepth(format.depth),
+    const auto args = serverArguments(settings.setting(Settings::serverArgs), display, validDepth(format.depth),
                                       format.width, format.height, authfile);
     ChildOptions options;
     options.ownNetwork = isolated;
@@ -58,7 +57,7 @@ pid_t runXvfbDisplay(unsigned display, const DisplayFormat& format, const std::s
         options.seenDirectory = nest->directory();
         options.usualDirectory = nest->usual();
     }
-    return Utils::runChildProcess(settings.settingString("xvfb:path", "/usr/bin/Xorg"), args, user, {}, options);
+    return Utils::runChildProcess(settings.setting(Settings::serverPath), args, user, {}, options);
 }
 
 Display::Display(DisplayRight right, std::string user, uid_t uid, const JsonConfig& settings, DisplayServices services)
@@ -144,7 +143,7 @@ bool Display::publish() {
 
 // The transports, which may read the cookie, reach a server in a network namespace of its own by its path only.
 std::optional<gid_t> Display::transportGroup() const {
-    const std::string group = settings_.settingString("xauth:group", "vard-xauth");
+    const std::string group = settings_.setting(Settings::xauthGroup);
     const gid_t gid = services_.pool.isolated() && !group.empty() ? Utils::getGroupGid(group) : unknownGid;
     return gid == unknownGid ? std::nullopt : std::optional(gid);
 }
@@ -155,7 +154,7 @@ std::shared_ptr<Xcb::Connector> Display::connect(const std::vector<uint8_t>& coo
     const auto limit = services_.users.starts.left(uid_);
     std::shared_ptr<Xcb::Connector> connection;
     bool mute = false;
-    for (int left = settings_.settingInteger("xcon:attempts:count", 5); left > 0 && !connection; --left) {
+    for (int left = settings_.setting(Settings::connectAttempts); left > 0 && !connection; --left) {
         if (!worthWaiting(begin + limit)) {
             Syslog::error("%s: X server has ended, is stopped or does not answer, display: %u", func, right_.display());
             break;

@@ -6,14 +6,13 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <exception>
 
 namespace Vard {
 
 namespace {
 
 std::optional<DisplayRange> rangeIn(const JsonConfig& config, const char* func) {
-    return DisplayRange::of(config.settingInteger("display:min", 33), config.settingInteger("display:max", 55), func);
+    return DisplayRange::of(config.setting(Settings::displayMin), config.setting(Settings::displayMax), func);
 }
 
 } // namespace
@@ -34,13 +33,8 @@ DisplayRange DisplayRange::configured(const JsonConfig& config) {
 
 std::optional<DisplayRange> DisplayRange::changed(const JsonConfig& config) {
     const auto range = rangeIn(config, "reloadConfigWatcher"); // says what is wrong with it
-    try {
-        config.getInteger("display:min");
-        config.getInteger("display:max");
-        return range;
-    } catch (const std::exception&) {
-        return std::nullopt;
-    }
+    const bool numbers = config.converted(Settings::displayMin) && config.converted(Settings::displayMax);
+    return numbers ? range : std::nullopt;
 }
 
 } // namespace Vard

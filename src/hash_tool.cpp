@@ -44,8 +44,7 @@ std::string makeLine(const Session& session, const std::string& domain, const st
     const Utils::WipeGuard guard(args);
     ChildOptions options{session.commandLog()};
     options.secretArguments = true;
-    const auto status =
-        runSessionTool(session, func, settings.settingString("hash:path", "/usr/bin/winpr-hash"), args, options);
+    const auto status = runSessionTool(session, func, settings.setting(Settings::hashTool), args, options);
     auto line = status == 0 ? readLine(session) : std::string{};
     if (line.empty()) {
         Syslog::error("%s: no hash line, user: %s, %s", func, session.username.c_str(),

@@ -88,15 +88,23 @@ Json::Value parse(const std::string& text) {
     return value;
 }
 
-// A broken value of the configuration must not stop an operation.
-template <typename Result, typename Read>
-Result settingOr(std::string_view key, Result fallback, Read read) noexcept {
+// Nothing when the value cannot be converted.
+template <typename Read>
+auto unlessBroken(Read read) noexcept -> std::optional<decltype(read())> {
     try {
         return read();
     } catch (const std::exception&) {
-        Syslog::error("%s: bad value, key: %.*s", "JsonConfig", static_cast<int>(key.size()), key.data());
-        return fallback;
+        return std::nullopt;
     }
+}
+
+// A broken value of the configuration must not stop an operation.
+template <typename Result>
+Result orDefault(const char* key, std::optional<Result> value, Result byDefault) noexcept {
+    if (!value) {
+        Syslog::error("%s: bad value, key: %s", "JsonConfig", key);
+    }
+    return std::move(value).value_or(std::move(byDefault));
 }
 
 } // namespace
@@ -156,20 +164,36 @@ std::vector<std::string> JsonConfig::getVectorList(std::string_view key) const {
 
 bool JsonConfig::hasValue(std::string_view key) const { return find(key) != nullptr; }
 
-std::string JsonConfig::settingString(std::string_view key, std::string_view defaultValue) const noexcept {
-    return settingOr(key, std::string(defaultValue), [&] { return getString(key, defaultValue); });
+std::optional<std::string> JsonConfig::converted(const TextSetting& setting) const noexcept {
+    return unlessBroken([&] { return getString(setting.key, setting.byDefault); });
 }
 
-int JsonConfig::settingInteger(std::string_view key, int defaultValue) const noexcept {
-    return settingOr(key, defaultValue, [&] { return getInteger(key, defaultValue); });
+std::optional<int> JsonConfig::converted(const NumberSetting& setting) const noexcept {
+    return unlessBroken([&] { return getInteger(setting.key, setting.byDefault); });
 }
 
-bool JsonConfig::settingBoolean(std::string_view key, bool defaultValue) const noexcept {
-    return settingOr(key, defaultValue, [&] { return getBoolean(key, defaultValue); });
+std::optional<bool> JsonConfig::converted(const FlagSetting& setting) const noexcept {
+    return unlessBroken([&] { return getBoolean(setting.key, setting.byDefault); });
 }
 
-std::list<std::string> JsonConfig::settingStringList(std::string_view key) const noexcept {
-    return settingOr(key, std::list<std::string>{}, [&] { return getStringList(key); });
+std::optional<std::list<std::string>> JsonConfig::converted(const ListSetting& setting) const noexcept {
+    return unlessBroken([&] { return getStringList(setting.key); });
+}
+
+std::string JsonConfig::setting(const TextSetting& setting) const noexcept {
+    return orDefault<std::string>(setting.key, converted(setting), setting.byDefault);
+}
+
+int JsonConfig::setting(const NumberSetting& setting) const noexcept {
+    return orDefault(setting.key, converted(setting), setting.byDefault);
+}
+
+bool JsonConfig::setting(const FlagSetting& setting) const noexcept {
+    return orDefault(setting.key, converted(setting), setting.byDefault);
+}
+
+std::list<std::string> JsonConfig::setting(const ListSetting& setting) const noexcept {
+    return orDefault(setting.key, converted(setting), {});
 }
 
 JsonConfigString::JsonConfigString(const std::string& text) {

@@ -1,10 +1,13 @@
 // Read-only access to a JSON object of flat keys.
 #pragma once
 
+#include "settings.h"
+
 #include <json/json.h>
 
 #include <filesystem>
 #include <list>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -45,15 +48,21 @@ public:
     /// True when the member is there, whatever its type.
     bool hasValue(std::string_view key) const;
 
-    /// getString() for the service's own settings, where a broken value must not stop an operation: a member that
-    /// cannot be converted is logged at error level ("%s: bad value, key: %s") and the default is taken.
-    std::string settingString(std::string_view key, std::string_view defaultValue = {}) const noexcept;
-    /// getInteger() in the same way.
-    int settingInteger(std::string_view key, int defaultValue) const noexcept;
-    /// getBoolean() in the same way.
-    bool settingBoolean(std::string_view key, bool defaultValue) const noexcept;
-    /// getStringList() in the same way, by default empty.
-    std::list<std::string> settingStringList(std::string_view key) const noexcept;
+    /// The setting for the service's own use, where a broken value must not stop an operation: one that cannot be
+    /// converted is logged at error level ("%s: bad value, key: %s") and the default is taken.
+    std::string setting(const TextSetting& setting) const noexcept;
+    int setting(const NumberSetting& setting) const noexcept;
+    bool setting(const FlagSetting& setting) const noexcept;
+    std::list<std::string> setting(const ListSetting& setting) const noexcept;
+
+    /// The same; nothing when it cannot be converted, which is not logged.
+    std::optional<std::string> converted(const TextSetting& setting) const noexcept;
+    std::optional<int> converted(const NumberSetting& setting) const noexcept;
+    std::optional<bool> converted(const FlagSetting& setting) const noexcept;
+    std::optional<std::list<std::string>> converted(const ListSetting& setting) const noexcept;
+
+    /// All of it.
+    [[nodiscard]] const Json::Value& object() const { return object_; }
 
 protected:
     Json::Value object_ = Json::Value(Json::objectValue);

@@ -31,7 +31,7 @@ bool fill(StartRequest& request, const SessionRequest& asked, const ProgramList&
 
 // The program's name, not its path, is compared with the configured desktop.
 bool isSeamless(const std::string& name, const JsonConfig& settings) {
-    return settings.hasValue("session:path") && name != settings.settingString("session:path", "/usr/bin/xterm");
+    return settings.hasValue(Settings::sessionPath.key) && name != settings.setting(Settings::sessionPath);
 }
 
 } // namespace
@@ -43,8 +43,7 @@ DBusService::SessionPtr DBusService::startSession(const StartRequest& request) {
 
 StartRequest DBusService::desktopRequest(Text user, Text password, const DisplayFormat& format) const {
     const auto settings = config_.settings();
-    return {user, password, format, settings->settingString("session:path", "/usr/bin/xterm"),
-            settings->settingStringList("session:args")};
+    return {user, password, format, settings->setting(Settings::sessionPath), settings->setting(Settings::sessionArgs)};
 }
 
 // The session's domain and its hash line; then the proxy may let the client in.

@@ -32,7 +32,7 @@ void clearDisplays(const JsonConfig& settings, const DisplayRange& range) {
 } // namespace
 
 ServiceRuntimeDirectory::ServiceRuntimeDirectory(const JsonConfig& settings, const DisplayRange& range)
-    : path_(settings.settingString("runtime:dir", "/run/vard")) {
+    : path_(settings.setting(Settings::runtimeDir)) {
     create();
     removeStaleCookies();
     clearDisplays(settings, range);

@@ -99,7 +99,7 @@ void DBusService::stoppedTransportWatcher() {
 void DBusService::durationLimitSessionsWatcher() { endSessionsOverLimit(table_); }
 
 void DBusService::seamlessTimeoutWatcher() {
-    const std::chrono::seconds timeout(config_.settings()->settingInteger("seamless:timeout", 60));
+    const std::chrono::seconds timeout(config_.settings()->setting(Settings::seamlessTimeout));
     endIdleSeamlessSessions(table_, timeout, std::chrono::steady_clock::now());
 }
 

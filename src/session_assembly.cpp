@@ -48,8 +48,8 @@ std::shared_ptr<Session> makeRecord(const std::string& username, DisplayRight ri
     session->gecos = user.gecos;
     session->shell = user.shell;
     session->username = username;
-    session->runtimedir = Utils::stringReplace(settings.settingString("runtime:xdg", "/run/user/%{uid}"), "%{uid}",
-                                               std::to_string(user.uid));
+    session->runtimedir =
+        Utils::stringReplace(settings.setting(Settings::runtimeXdg), "%{uid}", std::to_string(user.uid));
     return session;
 }
 
@@ -81,7 +81,7 @@ std::shared_ptr<Session> SessionAssembly::build(DisplayRight right, LoginAudit& 
         !checkHome(*session)) {
         return nullptr;
     }
-    if (settings_.settingBoolean("pvol:enable", false)) {
+    if (settings_.setting(Settings::profileEnabled)) {
         sessionMountProfile(session.get(), services_.profiles, settings_);
     }
     if (!startDisplay(*session)) {
@@ -96,8 +96,8 @@ std::shared_ptr<Session> SessionAssembly::build(DisplayRight right, LoginAudit& 
 }
 
 bool SessionAssembly::checkAccount(Session& session, LoginAudit& audit) {
-    auto pam = std::make_unique<PamService>(settings_.settingString("pam:service", "vard"), session.username,
-                                            request_.password);
+    auto pam =
+        std::make_unique<PamService>(settings_.setting(Settings::pamService), session.username, request_.password);
     audit.begin(session.display, session.username);
     if (!pam->validateAccount()) {
         return false;
@@ -176,7 +176,7 @@ void sessionMountProfile(Session* session, ProfileVolumes& profiles, const JsonC
     }
     session->profile =
         profiles.mount(session->tasks(), session->username, session->home.string(),
-                       settings.settingString("pvol:fstype", "ext4"), settings.settingString("pvol:option"));
+                       settings.setting(Settings::profileType), settings.setting(Settings::profileOption));
 }
 
 } // namespace Vard

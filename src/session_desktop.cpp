@@ -99,7 +99,7 @@ bool waitSessionGeometryUpdate(const Session* session, unsigned short width, uns
     if (!mode) {
         return true;
     }
-    waitClient(session, "waitSessionGeometryUpdate", settings.settingString("xrandr:path", "/usr/bin/xrandr"),
+    waitClient(session, "waitSessionGeometryUpdate", settings.setting(Settings::sizeTool),
                {"--size", std::to_string(mode->width) + "x" + std::to_string(mode->height), "--display",
                 ":" + std::to_string(session->display), "--verbose"});
     return true;

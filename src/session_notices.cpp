@@ -50,7 +50,7 @@ bool SessionNotices::send(const SessionTable& table, uint32_t sid, const Session
 // A look-up may take as long as a directory service pleases, and a fork waits for it: neither happens under a lock that
 // the watchers take.
 void SessionNotices::start(Session& session, const SessionNotice& notice) {
-    const auto program = config_.settings()->settingString("helper:notification", "/usr/libexec/vard/vard_notify");
+    const auto program = config_.settings()->setting(Settings::noticeProgram);
     const Identity identity = Identity::of(session.username);
     if (session.users().stuck.of(session.uid) != 0) {
         Syslog::warning("%s: not shown, a process of the user's does not end, session id: 0x%08x", func, session.sid);

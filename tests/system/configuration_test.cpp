@@ -1,5 +1,8 @@
 // The level of the journal, and the reload of a changed configuration.
 #include "service.h"
+#include "settings_review.h"
+
+#include <regex>
 
 namespace {
 
@@ -51,6 +54,46 @@ TEST_F(Configuration, ChangedFileIsTakenOverABrokenOneIsNotABrokenValueIsTheDefa
     ASSERT_TRUE(reload(broken.toStyledString(), "reloadConfigWatcher: display range refused: 99999, 110"));
     const Account carol("carol");
     EXPECT_EQ(bus.login("carol"), 72) << "in the third slot of the range before";
+}
+
+// The keys of the example are the known ones, with their defaults.
+TEST_F(Configuration, InstalledExampleIsAsTheCodeHasIt) {
+    const std::string lines = shell("cat /etc/vard/vard_service.json").text;
+    std::string text = std::regex_replace(lines, std::regex("// (\"[a-z:]+\": )"), "$1");
+    const Vard::JsonConfigString example(text);
+    const Vard::JsonConfig none;
+    EXPECT_EQ(example.object().size(), Vard::allSettings.size());
+    for (const auto& setting : Vard::allSettings) {
+        std::visit(
+            [&](const auto& one) {
+                EXPECT_TRUE(example.hasValue(one.key)) << one.key;
+                EXPECT_EQ(example.converted(one), none.converted(one)) << one.key;
+            },
+            setting);
+    }
+    for (const auto& finding : Vard::reviewSettings(example)) {
+        ADD_FAILURE() << finding.text();
+    }
+}
+
+TEST_F(Configuration, WhatIsNotTakenAsItStandsIsReported) {
+    start(testConfig({{"display:min", 41},
+                      {"display:max", "39"},
+                      {"sesion:path", "/bin/true"},
+                      {"xvfb:netns", 1},
+                      {"session:args", "-ls"},
+                      {"pam:service", "verd"},
+                      {"xauth:group", "nogroupatall"},
+                      {"xcon:attempts:count", 0}}));
+    for (const auto* line :
+         {R"(unknown key, key: sesion:path, found: "/bin/true", in force: nothing)",
+          R"(wrong type, key: display:max, found: "39", in force: 55)", "key: xvfb:netns, found: 1, in force: true",
+          R"(key: session:args, found: "-ls", in force: [])", R"(no such file in /etc/pam.d, key: pam:service)",
+          "no such group, key: xauth:group", "no attempt is left, key: xcon:attempts:count"}) {
+        EXPECT_TRUE(journal.waitFor(line)) << line;
+    }
+    ASSERT_TRUE(reload(testConfig({{"display:min", 41}, {"display:max", 39}})));
+    EXPECT_TRUE(journal.waitFor("key: display:min, found: 41, in force: 39 to 40"));
 }
 
 } // namespace

@@ -14,8 +14,8 @@ TEST(JsonConfig, ValuesAreConvertedAndBrokenSettingsFallBack) {
     EXPECT_EQ(config.getStringList("list"), (std::list<std::string>{"1", "2"}));
     EXPECT_TRUE(config.getStringList("a:b").empty()) << "no list, no elements";
     EXPECT_THROW(static_cast<void>(config.getInteger("n")), Json::LogicError) << "a request's value";
-    EXPECT_EQ(config.settingInteger("n", 60), 60);
-    EXPECT_EQ(config.settingString("o", "default"), "default");
+    EXPECT_EQ(config.setting(Vard::NumberSetting{"n", 60}), 60);
+    EXPECT_EQ(config.setting(Vard::TextSetting{"o", "default"}), "default");
 }
 
 // Deeper nesting would run over the stack of a background thread.

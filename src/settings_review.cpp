@@ -1,0 +1,165 @@
+// What of a configuration does not do what it seems to say.
+#include "settings_review.h"
+
+#include "display_range.h"
+#include "fork_guard.h"
+#include "text.h"
+
+#include <grp.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+
+namespace Vard {
+
+namespace {
+
+constexpr size_t longestValue = 200; // in a line of the journal
+
+std::string asJson(const Json::Value& value) {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["emitUTF8"] = true;
+    return bounded(Json::writeString(builder, value), longestValue);
+}
+
+Json::Value asArray(const std::list<std::string>& texts) {
+    Json::Value array(Json::arrayValue);
+    for (const auto& text : texts) {
+        array.append(text);
+    }
+    return array;
+}
+
+bool isText(const Json::Value& value) { return value.isString(); }
+
+/// What is there has the setting's type; a value that can be converted is taken all the same, but means something else.
+struct HasType {
+    const Json::Value& value;
+    bool operator()(const TextSetting& /*setting*/) const { return isText(value); }
+    bool operator()(const NumberSetting& /*setting*/) const { return value.isInt(); }
+    bool operator()(const FlagSetting& /*setting*/) const { return value.isBool(); }
+    bool operator()(const ListSetting& /*setting*/) const {
+        return value.isArray() && std::ranges::all_of(value, isText);
+    }
+};
+
+/// The value that the service takes.
+struct InForce {
+    const JsonConfig& settings;
+    Json::Value operator()(const TextSetting& setting) const {
+        return settings.converted(setting).value_or(setting.byDefault);
+    }
+    Json::Value operator()(const NumberSetting& setting) const {
+        return settings.converted(setting).value_or(setting.byDefault);
+    }
+    Json::Value operator()(const FlagSetting& setting) const {
+        return settings.converted(setting).value_or(setting.byDefault);
+    }
+    Json::Value operator()(const ListSetting& setting) const {
+        return asArray(settings.converted(setting).value_or(std::list<std::string>{}));
+    }
+};
+
+const char* keyOf(const Setting& setting) {
+    return std::visit([](const auto& one) { return one.key; }, setting);
+}
+
+bool groupExists(const std::string& name) {
+    const ForkGuard guard;
+    std::array<char, 65536> buffer{};
+    group entry{};
+    group* found = nullptr;
+    return ::getgrnam_r(name.c_str(), &entry, buffer.data(), buffer.size(), &found) == ERANGE || found != nullptr;
+}
+
+// PAM takes the last part of a name, in small letters.
+bool pamServiceExists(const std::string& name) {
+    const auto file = std::filesystem::path(Utils::stringLower(name)).filename();
+    const std::array<std::filesystem::path, 2> directories{"/etc/pam.d", "/usr/lib/pam.d"};
+    std::error_code ignored;
+    return !file.empty() && std::ranges::any_of(directories, [&](const auto& directory) {
+        return std::filesystem::exists(directory / file, ignored);
+    });
+}
+
+/// The findings as they are made.
+class Review {
+public:
+    explicit Review(const JsonConfig& settings) : settings_(settings) {}
+
+    void members();
+    void machine();
+    void displays();
+    std::vector<SettingFinding> take() { return std::move(findings_); }
+
+private:
+    void add(const char* problem, const std::string& key, const std::string& inForce) {
+        findings_.push_back({problem, key, asJson(settings_.object()[key]), inForce});
+    }
+    template <typename Kind>
+    auto value(const Kind& setting) const {
+        return settings_.converted(setting).value_or(setting.byDefault);
+    }
+
+    const JsonConfig& settings_;
+    std::vector<SettingFinding> findings_;
+};
+
+void Review::members() {
+    for (const auto& key : settings_.object().getMemberNames()) {
+        const auto* const known = std::ranges::find(allSettings, key, keyOf);
+        if (known == allSettings.end()) {
+            add("unknown key", key, "nothing");
+        } else if (!std::visit(HasType{settings_.object()[key]}, *known)) {
+            add("wrong type", key, asJson(std::visit(InForce{settings_}, *known)));
+        }
+    }
+}
+
+void Review::machine() {
+    const std::string group = value(Settings::xauthGroup);
+    if (!group.empty() && !groupExists(group)) {
+        add("no such group", Settings::xauthGroup.key, "no group: no transport reaches a session");
+    }
+    if (!pamServiceExists(value(Settings::pamService))) {
+        add("no such file in /etc/pam.d", Settings::pamService.key,
+            "PAM's `other': root and system accounts may log in where it allows them");
+    }
+    if (value(Settings::connectAttempts) <= 0) {
+        add("no attempt is left", Settings::connectAttempts.key, "every new session fails");
+    }
+}
+
+void Review::displays() {
+    const auto [low, high] =
+        std::minmax({std::labs(value(Settings::displayMin)), std::labs(value(Settings::displayMax))});
+    const std::string range = std::to_string(low) + " to " + std::to_string(high - 1);
+    if (high > long{lastDisplay} + 1) {
+        add("beyond the last display, 59535", Settings::displayMax.key,
+            "the range before, or the default at the start");
+    } else if (low == high) {
+        add("no display in the range", Settings::displayMax.key, "every new session fails");
+    } else if (value(Settings::displayMin) > value(Settings::displayMax)) {
+        add("display:min is above display:max", Settings::displayMin.key, range);
+    }
+}
+
+} // namespace
+
+std::string SettingFinding::text() const {
+    return problem + ", key: " + key + ", found: " + found + ", in force: " + inForce;
+}
+
+std::vector<SettingFinding> reviewSettings(const JsonConfig& settings) {
+    Review review(settings);
+    review.members();
+    review.machine();
+    review.displays();
+    return review.take();
+}
+
+} // namespace Vard

@@ -1,0 +1,26 @@
+// What of a configuration does not do what it seems to say.
+#pragma once
+
+#include "json_config.h"
+
+#include <string>
+#include <vector>
+
+namespace Vard {
+
+/// One such thing.
+struct SettingFinding {
+    std::string problem; ///< "unknown key", "wrong type", and the like
+    std::string key;
+    std::string found; ///< as in the file
+    std::string inForce; ///< what counts instead, or comes of it
+
+    /// In one line.
+    [[nodiscard]] std::string text() const;
+};
+
+/// Holds the configuration against the known keys and their types, and the PAM service, the group, the displays and the
+/// attempts that it names against the machine. Logs nothing. Any thread.
+std::vector<SettingFinding> reviewSettings(const JsonConfig& settings);
+
+} // namespace Vard
