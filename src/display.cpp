@@ -154,7 +154,12 @@ std::shared_ptr<Xcb::Connector> Display::connect(const std::vector<uint8_t>& coo
     const auto limit = services_.users.starts.left(uid_);
     std::shared_ptr<Xcb::Connector> connection;
     bool mute = false;
-    for (int left = settings_.setting(Settings::connectAttempts); left > 0 && !connection; --left) {
+    const int attempts = settings_.setting(Settings::connectAttempts);
+    if (attempts <= 0) {
+        Syslog::error("%s: no attempt to connect, xcon:attempts:count: %d, display: %u", func, attempts,
+                      right_.display());
+    }
+    for (int left = attempts; left > 0 && !connection; --left) {
         if (!worthWaiting(begin + limit)) {
             Syslog::error("%s: X server has ended, is stopped or does not answer, display: %u", func, right_.display());
             break;

@@ -53,6 +53,13 @@ std::shared_ptr<Session> makeRecord(const std::string& username, DisplayRight ri
     return session;
 }
 
+void tellMissingProfile(const Session& session) {
+    if (!session.profile) {
+        Syslog::warning("%s: no profile mounted, user: %s, in force: the home as it is, `%s'", func,
+                        session.username.c_str(), session.home.c_str());
+    }
+}
+
 // The labels are read only where they are shown.
 void logIdentity(const Session& session) {
     if (!Syslog::isDebugLevel(DebugLevel::Debug)) {
@@ -83,6 +90,7 @@ std::shared_ptr<Session> SessionAssembly::build(DisplayRight right, LoginAudit& 
     }
     if (settings_.setting(Settings::profileEnabled)) {
         sessionMountProfile(session.get(), services_.profiles, settings_);
+        tellMissingProfile(*session);
     }
     if (!startDisplay(*session)) {
         return nullptr;

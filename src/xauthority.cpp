@@ -75,7 +75,9 @@ XAuthorityFile::XAuthorityFile(std::filesystem::path path, const std::vector<uin
     std::filesystem::remove(path, ignored);
     const FileDescriptor file = createPrivate(path);
     if (!file || !Utils::writeAll(file.get(), {reinterpret_cast<const char*>(record.data()), record.size()})) {
+        const int code = errno;
         Syslog::error("%s: create xauthfile failed, path: %s", "createXauthFile", path.c_str());
+        Utils::syslogErrno("createXauthFile", "write", code);
         if (file) {
             std::filesystem::remove(path, ignored);
         }
