@@ -111,6 +111,7 @@ DBusService::DBusService(DBus::Connection& connection, Text path)
       DBus::ObjectAdaptor(connection, objectPath),
       config_(path, table_, displays_),
       directory_(*config_.settings(), table_.range()),
+      sessionUsers_(directory_.path()),
       starter_({config_, table_, {displays_, users_, children_, tasks_}, profiles_, audit_, directory_.path()}),
       notices_(config_, children_) {
     audit_.open();

@@ -15,6 +15,7 @@
 #include "session_request.h"
 #include "session_start.h"
 #include "session_table.h"
+#include "session_users.h"
 #include "user_children.h"
 
 #include <dbus-c++/dbus.h>
@@ -156,6 +157,7 @@ private:
     void stoppedTransportWatcher();
     void durationLimitSessionsWatcher();
     void seamlessTimeoutWatcher();
+    void sessionUsersWatcher();
 
     // The tasks go last: they use everything else.
     UserChildren users_;
@@ -169,6 +171,7 @@ private:
     ProfileVolumes profiles_; // main thread
     Configuration config_;
     ServiceRuntimeDirectory directory_;
+    SessionUsers sessionUsers_; // worker thread
     SessionStart starter_;
     SessionNotices notices_;
     std::chrono::steady_clock::time_point stopBegan_ = std::chrono::steady_clock::now();

@@ -6,6 +6,7 @@
 #include "stop_request.h"
 
 #include <array>
+#include <set>
 #include <thread>
 #include <utility>
 
@@ -46,6 +47,7 @@ void DBusService::worker() {
         PeriodicTask{"stoppedTransportWatcher", 750ms, [&] { stoppedTransportWatcher(); }},
         PeriodicTask{"durationLimitSessionsWatcher", 3s, [&] { durationLimitSessionsWatcher(); }},
         PeriodicTask{"seamlessTimeoutWatcher", 21s, [&] { seamlessTimeoutWatcher(); }},
+        PeriodicTask{"sessionUsersWatcher", 600ms, [&] { sessionUsersWatcher(); }},
     };
     while (serviceRunning && busAlive()) {
         for (auto& task : tasks) {
@@ -101,6 +103,14 @@ void DBusService::durationLimitSessionsWatcher() { endSessionsOverLimit(table_);
 void DBusService::seamlessTimeoutWatcher() {
     const std::chrono::seconds timeout(config_.settings()->setting(Settings::seamlessTimeout));
     endIdleSeamlessSessions(table_, timeout, std::chrono::steady_clock::now());
+}
+
+void DBusService::sessionUsersWatcher() {
+    std::set<std::string> names;
+    for (const auto& session : table_.lock().sessions()) {
+        names.insert(session->username);
+    }
+    sessionUsers_.update(names);
 }
 
 void DBusService::reloadConfigWatcher() { config_.reloadIfChanged(); }

@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "password.h"
 #include "session_info.h"
+#include "terminal_text.h"
 
 #include <pwd.h>
 
@@ -12,8 +13,6 @@
 namespace Vardctl {
 
 namespace {
-
-constexpr const char* journalHint = "; the reason is in the journal: journalctl -t vard_service";
 
 void printStarted(int32_t session, const Options& options) {
     Json::Value answer;
@@ -39,12 +38,47 @@ void requirePublished(Service& service, const std::string& program) {
     }
 }
 
-/// The failure for a login that the service refused.
-Failure refused(const std::string& user) {
-    const std::string start = "the service refused the login of " + user;
+bool isUnknown(const std::string& user) {
     errno = 0; // not being found leaves it so, a database that does not answer sets it
-    const bool unknown = ::getpwnam(user.c_str()) == nullptr && errno == 0;
-    return {ExitCode::failed, start + (unknown ? ": there is no such user" : journalHint)};
+    return ::getpwnam(user.c_str()) == nullptr && errno == 0;
+}
+
+/// The failure for a login that was refused; `guess` is what may be the reason.
+Failure refused(const std::string& user, const std::string& guess = "") {
+    const std::string start = "the service refused the login of " + user;
+    if (isUnknown(user)) {
+        return {ExitCode::failed, start + ": there is no such user"};
+    }
+    std::string reason = isDraining() ? "the machine is closed for new sessions by /etc/nologin" : "";
+    reason += (reason.empty() || guess.empty() ? "" : ", or ") + guess;
+    return {ExitCode::failed, start + (reason.empty() ? "" : ": ") + reason + journalHint};
+}
+
+void checkPassword(Service& service, const Options& options, const Password& password) {
+    if (!options.noCheck &&
+        !service.act("vardTestConnect", "sss", options.target.c_str(), options.domain.c_str(), password.text())
+             .flag()) {
+        throw refused(options.target, "a wrong password, or an account that may not log in");
+    }
+}
+
+// A session that runs is found again whatever has become of its user and his home.
+void warnUnreachable(Service& service, const Options& options, int32_t session) {
+    const auto info = findSession(service, static_cast<uint32_t>(session));
+    if (isUnknown(options.target)) {
+        std::cerr << "vardctl: warning: " << harmless(options.target) << " is no user any more\n";
+    } else if (info && (*info)["ntlm"].asString().empty()) {
+        std::cerr << "vardctl: warning: nobody can connect to session " << session
+                  << ", it has no hash line: is the home missing or full?" << journalHint << '\n';
+    }
+}
+
+void requireStarted(Service& service, const Options& options, int32_t session) {
+    if (session < 0) {
+        throw refused(options.target);
+    }
+    printStarted(session, options);
+    warnUnreachable(service, options, session);
 }
 
 } // namespace
@@ -52,25 +86,21 @@ Failure refused(const std::string& user) {
 void login(const Options& options) {
     Service service;
     service.query("vardSessions"); // a service that is not there, or for others, shows before a password is asked for
-    const auto session = requestDesktop(service, options, Password(options.target));
-    if (session < 0) {
-        throw refused(options.target);
-    }
-    printStarted(session, options);
+    const Password password(options.target);
+    checkPassword(service, options, password);
+    requireStarted(service, options, requestDesktop(service, options, password));
 }
 
 void runProgram(const Options& options) {
     Service service;
     requirePublished(service, options.program);
     const Password password(options.target);
+    checkPassword(service, options, password);
     const auto session = service
                              .act("busProgramRequest", "sssqqs", options.target.c_str(), options.domain.c_str(),
                                   password.text(), options.size.width, options.size.height, options.program.c_str())
                              .number();
-    if (session < 0) {
-        throw refused(options.target);
-    }
-    printStarted(session, options);
+    requireStarted(service, options, session);
 }
 
 void notify(const Options& options) {
@@ -104,9 +134,16 @@ void resize(const Options& options) {
     const auto id = options.session;
     Service service;
     service.act("vardSessionGeometry", "uqq", id, options.size.width, options.size.height);
-    const auto result = sizeText(requireSession(service, id));
+    const auto session = requireSession(service, id);
+    const auto result = sizeText(session);
     if (result.empty()) {
         throw Failure(ExitCode::failed, "the session's X server does not answer");
+    }
+    if (result != options.size.text() && isUnknown(session["username"].asString())) {
+        throw Failure(ExitCode::failed,
+                      "the session's user is no user any more, and nothing can be run as him: end it "
+                      "with vardctl shutdown " +
+                          std::to_string(id));
     }
     if (result != options.size.text()) {
         throw Failure(ExitCode::failed,

@@ -175,6 +175,7 @@ void showStatus(const Options& options) {
     status["load"] = service.query("vardLoadAverage").real();
     status["sessions"] = service.query("zabbixSessionsTotal").count();
     status["online"] = service.query("zabbixSessionsOnline").count();
+    status["draining"] = isDraining();
     if (options.json) {
         std::cout << jsonLine(status);
         return;
@@ -182,7 +183,8 @@ void showStatus(const Options& options) {
     std::cout << "Version:  " << harmless(status["version"].asString()) << '\n'
               << "Load:     " << std::fixed << std::setprecision(1) << status["load"].asDouble() << " %\n"
               << "Sessions: " << status["sessions"].asUInt() << '\n'
-              << "Online:   " << status["online"].asUInt() << '\n';
+              << "Online:   " << status["online"].asUInt() << '\n'
+              << "Draining: " << (isDraining() ? "yes, by /etc/nologin" : "no") << '\n';
 }
 
 } // namespace Vardctl

@@ -17,8 +17,8 @@ _vardctl_options() {
         show) echo --json --secrets --user ;;
         processes) echo --json --no-legend ;;
         programs | address | status | watch) echo --json ;;
-        login) echo --domain --width --height --depth --json ;;
-        run) echo --domain --width --height --json ;;
+        login) echo --domain --width --height --depth --no-check --json ;;
+        run) echo --domain --width --height --no-check --json ;;
         notify) echo --header --level ;;
         limit) echo --duration --inactivity ;;
         shutdown) echo --user ;;

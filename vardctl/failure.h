@@ -15,6 +15,9 @@ enum class ExitCode {
     denied = 4 ///< the bus does not let the caller call that method
 };
 
+/// For the end of a message whose cause the service has logged.
+inline constexpr const char* journalHint = "; the reason is in the journal: journalctl -t vard_service";
+
 /// Ends the command with a message for its user, in plain text without the command's name.
 class Failure : public std::runtime_error {
 public:

@@ -18,8 +18,8 @@ See `vardctl SUBCOMMAND --help' for examples, and vardctl(1).)";
 
 constexpr const char* passwordNote =
     "The password is asked for on the terminal, or read from standard input's first line.\n"
-    "The service does not check it: it trusts its callers to have done so. A wrong one only keeps the user from\n"
-    "connecting to the session.\n";
+    "It is checked, as the account is; with --no-check the account alone: the password that is given is then the one\n"
+    "that the session's clients need, right or wrong.\n";
 
 /// Builds the subcommands; what is said to them goes to one invocation.
 class CommandLine {
@@ -43,6 +43,9 @@ private:
     }
     void addSessionOrUser(CLI::App& command);
     void addSize(CLI::App& command);
+    void addNoCheck(CLI::App& command) {
+        command.add_flag("--no-check", options().noCheck, "Do not check the password");
+    }
     void addText(CLI::App& command, const char* name, std::string& value, const char* kind, const char* about) {
         command.add_option(name, value, about)->type_name(kind);
     }
@@ -132,6 +135,7 @@ void CommandLine::addStarts() {
     addText(start, "--domain", options().domain, "D", "Domain of the user");
     addSize(start);
     addNumber(start, "--depth", options().depth, 1, "N", "Colour depth, 24 if not given");
+    addNoCheck(start);
     addJson(start);
     auto& run = add("run", "Start a session with a published program, and print its id", runProgram,
                     std::string(passwordNote) + "Example:\n  vardctl run alice 'Text Editor'");
@@ -141,6 +145,7 @@ void CommandLine::addStarts() {
         ->type_name("");
     addText(run, "--domain", options().domain, "D", "Domain of the user");
     addSize(run);
+    addNoCheck(run);
     addJson(run);
 }
 

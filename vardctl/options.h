@@ -14,6 +14,7 @@ struct Options {
     bool noLegend = false; ///< print no line with the columns' names
     bool forceUser = false; ///< the target is a user's name, whatever it looks like
     bool secrets = false; ///< show password hashes
+    bool noCheck = false; ///< take the password as it is
     uint32_t session = 0; ///< its id
     std::string target; ///< a user, or a word for chooseTarget()
     std::string domain; ///< of the user; empty for none

@@ -3,6 +3,8 @@
 
 #include "interface_table.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 
@@ -28,6 +30,8 @@ std::string deniedMessage(const std::string& method) {
 
 } // namespace
 
+bool isDraining() { return ::access("/etc/nologin", F_OK) == 0; }
+
 Failure busFailure(const BusClient::Error& error, const std::string& command) {
     const auto isOneOf = [&](const auto& names) { return std::ranges::find(names, error.name()) != names.end(); };
     if (error.name() == BusClient::badArgument) {
@@ -46,7 +50,8 @@ Failure busFailure(const BusClient::Error& error, const std::string& command) {
     if (isOneOf(silent)) {
         return {ExitCode::notRunning, "the service did not answer " + error.method()};
     }
-    return {ExitCode::failed, (error.method().empty() ? "" : error.method() + " failed: ") + error.what()};
+    return {ExitCode::failed,
+            (error.method().empty() ? "" : error.method() + " failed: ") + error.what() + journalHint};
 }
 
 } // namespace Vardctl

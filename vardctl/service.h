@@ -21,6 +21,9 @@ public:
     }
 };
 
+/// True while /etc/nologin closes this machine for new sessions.
+bool isDraining();
+
 /// What an error of the bus means to the user, who asked for the subcommand `command`.
 Failure busFailure(const BusClient::Error& error, const std::string& command);
 

@@ -103,6 +103,29 @@ TEST_F(VardctlTest, WatchStaysWhenTheServiceGoesAndBelievesNobodyElse) {
     EXPECT_EQ(shell("timeout 60 bash -c 'vardctl watch | head -n1 >/dev/null'").status, done) << "its reader is gone";
 }
 
+TEST_F(VardctlTest, ClosedMachineLetsUsersFindTheirSessionsAlone) {
+    const Account bob("bob");
+    start();
+    logIn();
+    ASSERT_TRUE(waitUntil([] { return readFile("/run/vard/session_users") == "alice\n"; }));
+    writeFile("/etc/nologin", "");
+    logIn();
+    EXPECT_THAT(shell("echo secret | vardctl login bob 2>&1").text, HasSubstr("closed for new sessions"));
+    EXPECT_THAT(ctl("status").text, HasSubstr("Draining: yes"));
+    EXPECT_THAT(mustRun("/usr/share/vard/monitoring/vard_agent_check"), testing::StartsWith("up 0% #drain"));
+    shell("rm /etc/nologin");
+    EXPECT_EQ(mustRun("echo secret | vardctl login bob"), "34\n");
+}
+
+TEST_F(VardctlTest, SessionThatNobodyReachesIsToldOf) {
+    start(testConfig({{"hash:path", "/bin/false"}}));
+    EXPECT_THAT(shell("echo secret | vardctl login alice 2>&1").text, HasSubstr("no hash line"));
+    mustRun("cp /etc/passwd /tmp; sed -i /^alice:/d /etc/passwd");
+    EXPECT_THAT(shell("echo secret | vardctl login alice --no-check 2>&1").text, HasSubstr("no user any more"));
+    EXPECT_THAT(ctl("resize 33 640x480").text, HasSubstr("no user any more"));
+    mustRun("cp /tmp/passwd /etc");
+}
+
 TEST_F(VardctlTest, ExitCodesTellWhatWentWrong) {
     EXPECT_EQ(shell("DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nowhere vardctl list").status, notRunning);
     start();
@@ -134,6 +157,8 @@ TEST_F(VardctlTest, NobodyIsAskedForAPasswordInVainAndNoneIsShown) {
     EXPECT_THAT(asks("vardctl login alice"), testing::StartsWith("vardctl: the service is not running"));
     writeFile("/tmp/new.json", "[]");
     start(testConfig({{"session:programs", "/tmp/new.json"}}));
+    EXPECT_THAT(shell("echo wrong | vardctl login alice 2>&1").text, HasSubstr("a wrong password"));
+    EXPECT_EQ(info(33).size(), 0U);
     EXPECT_THAT(asks("vardctl login \"\""), testing::StartsWith("vardctl: the user"));
     EXPECT_THAT(asks("vardctl run alice New"), testing::StartsWith("vardctl: not among the published programs"));
     EXPECT_THAT(asks("runuser -u alice -- vardctl login alice"), testing::StartsWith("vardctl: login: access denied"));
@@ -149,7 +174,7 @@ TEST_F(VardctlTest, NobodyIsAskedForAPasswordInVainAndNoneIsShown) {
     EXPECT_EQ(shell("echo secret | vardctl run alice New --json --domain work").text, "{\"session\":33}\n");
     EXPECT_EQ(info(33)["xsession"], "/usr/bin/xclock");
     EXPECT_EQ(info(33)["domain"], "work");
-    const auto shown = typed("topsecret\\n", "vardctl login alice --domain corp");
+    const auto shown = typed("topsecret\\n", "vardctl login alice --domain corp --no-check");
     EXPECT_THAT(shown, HasSubstr("Password for alice: \r\n34"));
     EXPECT_THAT(shown, Not(HasSubstr("topsecret")));
     EXPECT_EQ(info(34)["domain"], "corp");
