@@ -1,6 +1,8 @@
 // What the command line says.
 #include "options.h"
 
+#include "build_version.h"
+
 #include <CLI/CLI.hpp>
 
 #include <functional>
@@ -79,6 +81,7 @@ void describe(CLI::App& app, Options& options) {
 std::optional<Options> parseOptions(int argc, const char* const* argv) {
     Options options;
     CLI::App app("Lets remote-desktop clients into the sessions of vard_service.", "vard_connector");
+    app.set_version_flag("--version", std::string("vard_connector ") + Vard::buildVersion);
     describe(app, options);
     try {
         app.parse(argc, argv);

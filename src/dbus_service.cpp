@@ -1,6 +1,7 @@
 // The start of the service and its end; calls on their way to the methods.
 #include "dbus_service.h"
 
+#include "build_version.h"
 #include "bus_boundary.h"
 #include "dispatcher.h"
 #include "parsec.h"
@@ -84,6 +85,7 @@ void DBusService::start(Text path) {
     DBusService service(connection, path);
     notice("%s: started, version %s, pid: %d, config: `%s'", "start", productVersion("SERVICE").c_str(), ::getpid(),
            path.c_str());
+    notice("%s: build: %s", "start", buildVersion);
     service.run();
 }
 

@@ -7,8 +7,8 @@
 
 namespace Vard {
 
-/// A file of names, one a line, for root alone: where the machine is closed for new sessions, /etc/pam.d/vard lets those
-/// in it find theirs. It goes with the object. One thread at a time.
+/// A file of names, one a line, for root alone: where the machine is closed for new sessions, /etc/pam.d/vard lets
+/// those in it find theirs. It goes with the object. One thread at a time.
 class SessionUsers {
 public:
     /// Writes the file "session_users", with nobody in it, into the directory.

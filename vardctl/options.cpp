@@ -1,6 +1,7 @@
 // The command line: what each subcommand takes, and its help.
 #include "options.h"
 
+#include "build_version.h"
 #include "commands.h"
 #include "failure.h"
 
@@ -201,7 +202,7 @@ Invocation parseCommandLine(int argc, const char* const* argv) {
     Invocation invocation;
     CLI::App app("Controls the session daemon vard_service", "vardctl");
     app.footer(exitCodes);
-    app.set_version_flag("--version", "vardctl " VARD_VERSION);
+    app.set_version_flag("--version", std::string("vardctl ") + Vard::buildVersion);
     app.require_subcommand(1);
     CommandLine commandLine(app, invocation);
     commandLine.addQueries();
