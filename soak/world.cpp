@@ -36,7 +36,7 @@ cd /proc/$pid && {
     seq -f '0 thread %g' $(ls task | wc -l)
 }
 sed 's/^/0 mount /' /proc/self/mounts
-find /run/vard /tmp/.X11-unix -mindepth 1 -not -name vard_service.pid -not -path '/tmp/.X11-unix/X*.??????*' -printf '%U %p\n'
+find /run/vard /tmp/.X11-unix -mindepth 1 -not -name vard_service.pid -not -name session_users -not -path '/tmp/.X11-unix/X*.??????*' -printf '%U %p\n'
 find /tmp -maxdepth 1 -name '.*lock*' -printf '%U %p\n')sh";
 
 } // namespace

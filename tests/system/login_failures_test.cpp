@@ -63,7 +63,7 @@ TEST_F(LoginFailures, SilentXServerIsPassedOverWhileItStillRuns) {
     start(testConfig({{"xvfb:path", alice.script("server", "exec sleep 1000")}}));
     EXPECT_EQ(bus.login("alice"), -1);
     EXPECT_TRUE(journal.waitFor("startSession: xvfb not started, pid: "));
-    EXPECT_EQ(shell("ls -A /run/vard").text, "vard_service.pid\n");
+    EXPECT_EQ(shell("ls -A /run/vard").text, "session_users\nvard_service.pid\n");
     // Its display may still come to life, so the next login gets another one.
     ASSERT_TRUE(reload(testConfig()));
     EXPECT_EQ(bus.login("alice"), 34);

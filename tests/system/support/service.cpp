@@ -189,7 +189,7 @@ Json::Value ServiceTest::info(int64_t sid) {
 
 void ServiceTest::expectNothingLeft() {
     EXPECT_TRUE(waitUntil([&] { return childrenOf(service->pid()).empty(); })) << shell("ps axf").text;
-    EXPECT_TRUE(waitUntil([&] { return shell("ls -A /run/vard").text == "vard_service.pid\n"; }))
+    EXPECT_TRUE(waitUntil([&] { return shell("ls -A /run/vard").text == "session_users\nvard_service.pid\n"; }))
         << shell("ls -A /run/vard").text;
     EXPECT_TRUE(waitUntil([&] { return shell("ls -A /tmp/.X11-unix").text.empty(); }));
     EXPECT_EQ(shell("grep ' /home/' /proc/mounts").text, "");
