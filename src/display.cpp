@@ -7,6 +7,7 @@
 #include "process.h"
 #include "random_bytes.h"
 #include "secret.h"
+#include "server_arguments.h"
 #include "stop_request.h"
 #include "text.h"
 #include "user_database.h"

@@ -7,10 +7,8 @@
 #include "secret.h"
 #include "session_command.h"
 #include "small_file.h"
-#include "text.h"
 
 #include <exception>
-#include <list>
 #include <system_error>
 
 namespace Vard {
@@ -18,18 +16,6 @@ namespace Vard {
 namespace {
 
 constexpr const char* func = "vardCreateNTLMhashFile";
-
-std::list<std::string> toolArguments(const std::string& user, const std::string& domain, const std::string& password,
-                                     bool ntlmv2) {
-    std::list<std::string> args{"-f", "sam", "-u", user, "-p"};
-    args.emplace_back(password); // not in the braces, which would leave a copy behind
-    if (ntlmv2) {
-        args.insert(args.end(), {"-d", Utils::stringUpper(domain), "-v", "2"});
-    } else {
-        args.insert(args.end(), {"-v", "1"});
-    }
-    return args;
-}
 
 // What the tool has written is the user's file.
 std::string readLine(const Session& session) {
@@ -40,7 +26,7 @@ std::string readLine(const Session& session) {
 // Without the line nobody can connect: whoever reads the journal is to know why.
 std::string makeLine(const Session& session, const std::string& domain, const std::string& password, bool ntlmv2,
                      const JsonConfig& settings) {
-    auto args = toolArguments(session.username, domain, password, ntlmv2);
+    auto args = hashToolArguments(session.username, domain, password, ntlmv2);
     const Utils::WipeGuard guard(args);
     ChildOptions options{session.commandLog()};
     options.secretArguments = true;

@@ -1,11 +1,10 @@
-// What must be true of a display before its X server starts, and the server's command line.
+// What must be true of a display before its X server starts.
 #include "x_server.h"
 
 #include "deadline.h"
 #include "local_socket.h"
 #include "logger.h"
 #include "small_file.h"
-#include "text.h"
 
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -28,20 +27,6 @@ namespace Vard {
 using namespace std::chrono_literals;
 
 namespace {
-
-const std::list<std::string> builtInArguments{
-    ":%{display}", "-nolisten",  "tcp",    "-logfile",   "/dev/null",  "-auth",      "%{authfile}",
-    "-config",     "vard.conf",  "-depth", "%{depth}",   "+extension", "DAMAGE",     "+extension",
-    "MIT-SHM",     "+extension", "RANDR",  "+extension", "XFIXES",     "+extension", "XTEST"};
-
-std::string fill(std::string word, unsigned display, unsigned depth, unsigned width, unsigned height,
-                 const fs::path& authfile) {
-    word = Utils::stringReplace(word, "%{display}", std::to_string(display));
-    word = Utils::stringReplace(word, "%{depth}", std::to_string(depth));
-    word = Utils::stringReplace(word, "%{width}", std::to_string(width));
-    word = Utils::stringReplace(word, "%{height}", std::to_string(height));
-    return Utils::stringReplace(word, "%{authfile}", authfile.string());
-}
 
 /// Who made what stands at the path, a link itself, not what it points to; none when nothing does. Whatever cannot be
 /// looked at, such as a file system that a user has mounted there, is nobody's.
@@ -85,23 +70,6 @@ bool rootsServerRuns(const fs::path& path) {
 }
 
 } // namespace
-
-unsigned validDepth(unsigned char depth) {
-    if (depth == 16 || depth == 24) {
-        return depth;
-    }
-    Syslog::warning("%s: unknown depth: %u", "runXvfbDisplay", depth);
-    return 24;
-}
-
-std::list<std::string> serverArguments(const std::list<std::string>& templates, unsigned display, unsigned depth,
-                                       unsigned short width, unsigned short height, const fs::path& authfile) {
-    std::list<std::string> args;
-    for (const auto& word : templates.empty() ? builtInArguments : templates) {
-        args.push_back(fill(word, display, depth, width, height, authfile));
-    }
-    return args;
-}
 
 bool removeObject(const fs::path& path) {
     ::umount2(path.c_str(), MNT_DETACH | UMOUNT_NOFOLLOW); // users can mount on what is theirs

@@ -1,4 +1,4 @@
-// What must be true of a display before its X server starts, and the server's command line.
+// What must be true of a display before its X server starts.
 #pragma once
 
 #include "user_database.h"
@@ -6,20 +6,9 @@
 #include <sys/types.h>
 
 #include <filesystem>
-#include <list>
 #include <string>
 
 namespace Vard {
-
-/// The colour depth an X server is started with: 16 and 24 as asked, anything else 24 after a warning under
-/// "runXvfbDisplay".
-unsigned validDepth(unsigned char depth);
-
-/// The X server's arguments: `templates` (the built-in list when empty) with %{display}, %{depth}, %{width}, %{height}
-/// and %{authfile} filled in. Throws std::invalid_argument when a value contains the placeholder it replaces.
-std::list<std::string> serverArguments(const std::list<std::string>& templates, unsigned display, unsigned depth,
-                                       unsigned short width, unsigned short height,
-                                       const std::filesystem::path& authfile);
 
 /// Removes what a user has put at the path: a link itself, a mount, a directory, which goes aside with all that is in
 /// it. True when nothing is left there. Any thread.

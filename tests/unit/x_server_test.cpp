@@ -1,5 +1,5 @@
 // The X server's command line, and how a request finds its mode and a window its size.
-#include "x_server.h"
+#include "server_arguments.h"
 
 #include "screen_mode.h"
 #include "window_fitting.h"
