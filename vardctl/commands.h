@@ -38,6 +38,9 @@ void setLogLevel(const Options& options);
 /// Tells the service to end with all its sessions, and does not wait for it.
 void stopService(const Options& options);
 
+/// Looks at the machine and the service's files; prints a line for each finding, and fails when there is an error.
+void checkMachine(const Options& options);
+
 /// Prints the service's signals until SIGINT or SIGTERM.
 void watch(const Options& options);
 

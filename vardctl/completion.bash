@@ -17,6 +17,7 @@ _vardctl_options() {
         show) echo --json --secrets --user ;;
         processes) echo --json --no-legend ;;
         programs | address | status | watch) echo --json ;;
+        check) echo --config --json ;;
         login) echo --domain --width --height --depth --no-check --json ;;
         run) echo --domain --width --height --no-check --json ;;
         notify) echo --header --level ;;
@@ -32,7 +33,7 @@ _vardctl_position() {
     local index position=0
     for ((index = 2; index < COMP_CWORD; index++)); do
         case ${COMP_WORDS[index]} in
-            --domain | --width | --height | --depth | --header | --level | --duration | --inactivity) ((index++)) ;;
+            --domain | --width | --height | --depth | --header | --level | --duration | --inactivity | --config) ((index++)) ;;
             -*) ;;
             *) ((position++)) ;;
         esac
@@ -59,11 +60,13 @@ _vardctl() {
     if [ "$COMP_CWORD" = 1 ]; then
         command=
     fi
-    if [[ $typed == -* ]]; then
+    if [ "${COMP_WORDS[COMP_CWORD - 1]}" = --config ]; then
+        _vardctl_offer < <(compgen -f -- "$typed")
+    elif [[ $typed == -* ]]; then
         _vardctl_offer < <(_vardctl_options "$command" | tr ' ' '\n')
     elif [ -z "$command" ]; then
         _vardctl_offer < <(printf '%s\n' list show processes login run programs notify limit resize disconnect shutdown \
-            address watch status log-level stop)
+            address watch status check log-level stop)
     else
         _vardctl_offer < <(_vardctl_arguments "$command")
     fi

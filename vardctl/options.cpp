@@ -177,6 +177,13 @@ void CommandLine::addChanges() {
 }
 
 void CommandLine::addServiceCommands() {
+    auto& check =
+        add("check", "Look whether all that the service needs is in order, and say what to do", checkMachine,
+            "Changes nothing, and works without the service. Root alone may do it. Exit code 1 means an error\n"
+            "was found; warnings end with 0.\nExamples:\n  vardctl check\n"
+            "  vardctl check --config new.json && mv new.json /etc/vard/vard_service.json");
+    addText(check, "--config", options().configuration, "FILE", "The configuration, before it is taken");
+    addJson(check);
     auto& level = add("log-level", "Choose how much the service logs", setLogLevel,
                       "Errors, warnings and notices are always written. Holds until the service starts anew or its\n"
                       "configuration changes.\nExample:\n  vardctl log-level debug");

@@ -21,6 +21,7 @@ struct Options {
     std::string program; ///< the name of a published one
     std::string header; ///< of the message
     std::string message;
+    std::string configuration = "/etc/vard/vard_service.json"; ///< the file to check
     std::string logLevel; ///< the service's own word
     Size size; ///< of the screen
     uint8_t depth = 24; ///< of its colours, in bits

@@ -1,0 +1,13 @@
+// Whether root alone can change a file.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace Vardctl {
+
+/// Who else than root can change or replace what stands at an absolute path, by a directory or a link on the way too,
+/// in words; empty when nobody can. What is not there is nobody's.
+std::string whoElseWrites(const std::filesystem::path& path);
+
+} // namespace Vardctl
