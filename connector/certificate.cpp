@@ -21,7 +21,7 @@ int runTool(const std::string& directory) {
     pid_t pid = 0;
     const int failed = ::posix_spawn(&pid, arguments[0], nullptr, nullptr, arguments, environment);
     if (failed != 0) {
-        sd_journal_print(LOG_ERR, "%s: %s", arguments[0], std::strerror(failed));
+        sd_journal_print(LOG_ERR, "%s: %s: %s", "ensureCertificate", arguments[0], std::strerror(failed));
         return -1;
     }
     int status = -1;
