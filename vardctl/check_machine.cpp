@@ -59,7 +59,7 @@ void lookAtProcesses(const Subject& /*subject*/, const Findings& findings) {
         findings.warning(
             std::string("users see each other's processes, and in a login the password for a moment") +
                 (managers && !service ? ": vard_service.service hides nothing" : ""),
-            "hide them: hide-processes.conf for user@.service, or hidepid=2 for /proc, as docs/operation.md has it");
+            "hide them: hide-processes.conf for user@.service, or hidepid=2 for /proc, as docs/tasks/hidden_processes.md has it");
     }
 }
 
