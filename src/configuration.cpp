@@ -7,6 +7,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -15,6 +16,7 @@ namespace Vard {
 namespace {
 
 constexpr const char* watcher = "reloadConfigWatcher";
+constexpr size_t mostFindings = 30; // in the journal; a wrong file may have any number
 
 std::shared_ptr<const JsonConfig> readSettings(const std::filesystem::path& file, const char* func) {
     const Json::Value value = readJson(file);
@@ -27,8 +29,12 @@ std::shared_ptr<const JsonConfig> readSettings(const std::filesystem::path& file
 
 // Each is taken as it stands or replaced by its default, which the administrator is to know.
 void reportFindings(const JsonConfig& settings) {
-    for (const auto& finding : reviewSettings(settings)) {
-        Syslog::warning("%s: %s", "reviewSettings", finding.text().c_str());
+    const auto findings = reviewSettings(settings);
+    for (size_t index = 0; index < std::min(findings.size(), mostFindings); ++index) {
+        Syslog::warning("%s: %s", "reviewSettings", findings[index].text().c_str());
+    }
+    if (findings.size() > mostFindings) {
+        Syslog::warning("%s: more findings: %zu", "reviewSettings", findings.size() - mostFindings);
     }
 }
 

@@ -11,6 +11,7 @@ namespace Vard {
 // The account comes before the password: an unusable account is refused without asking for one.
 bool checkCredentials(const std::string& service, const std::string& user, const std::string& password) {
     PamService pam(service, user, password);
+    pam.nameRequester();
     return pam.validateAccount() && pam.checkAuthenticate();
 }
 

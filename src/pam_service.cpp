@@ -145,6 +145,11 @@ bool PamService::sameUser(const char* func) {
     return false;
 }
 
+void PamService::nameRequester() {
+    const ModuleCall call;
+    status_ = ::pam_set_item(handle_, PAM_RUSER, login_.c_str());
+}
+
 bool PamService::validateAccount() {
     const ModuleCall call;
     status_ = ::pam_acct_mgmt(handle_, 0);

@@ -33,6 +33,9 @@ public:
     /// The password that was given; valid as long as the object lives.
     [[nodiscard]] const std::string& getPassword() const { return password_.text(); }
 
+    /// Tells the modules that the user himself asks (PAM_RUSER), so that rules can tell a check of his password from
+    /// the start of a session.
+    void nameRequester();
     /// Account check; an expired password is changed through the same conversation. False also when the modules changed
     /// the user's name meanwhile.
     bool validateAccount();

@@ -26,6 +26,14 @@ std::string asJson(const Json::Value& value) {
     return bounded(Json::writeString(builder, value), longestValue);
 }
 
+// A key may be any text.
+std::string harmless(const std::string& key) {
+    std::string text = bounded(key, longestValue);
+    std::ranges::replace_if(
+        text, [](unsigned char byte) { return byte < ' ' || byte == '\x7F'; }, '?');
+    return text;
+}
+
 Json::Value asArray(const std::list<std::string>& texts) {
     Json::Value array(Json::arrayValue);
     for (const auto& text : texts) {
@@ -64,8 +72,8 @@ struct InForce {
     }
 };
 
-const char* keyOf(const Setting& setting) {
-    return std::visit([](const auto& one) { return one.key; }, setting);
+std::string_view keyOf(const Setting& setting) {
+    return std::visit([](const auto& one) -> std::string_view { return one.key; }, setting);
 }
 
 bool groupExists(const std::string& name) {
@@ -97,9 +105,10 @@ public:
     std::vector<SettingFinding> take() { return std::move(findings_); }
 
 private:
-    void add(const char* problem, const std::string& key, const std::string& inForce) {
-        findings_.push_back({problem, key, asJson(settings_.object()[key]), inForce});
+    void add(const char* problem, const std::string& key, const std::string& inForce, bool grave = false) {
+        findings_.push_back({problem, harmless(key), asJson(settings_.object()[key]), inForce, grave});
     }
+    [[nodiscard]] std::string inForce(const Setting& setting) const;
     template <typename Kind>
     auto value(const Kind& setting) const {
         return settings_.converted(setting).value_or(setting.byDefault);
@@ -115,36 +124,51 @@ void Review::members() {
         if (known == allSettings.end()) {
             add("unknown key", key, "nothing");
         } else if (!std::visit(HasType{settings_.object()[key]}, *known)) {
-            add("wrong type", key, asJson(std::visit(InForce{settings_}, *known)));
+            add("wrong type", key, inForce(*known));
         }
     }
 }
 
+// A range with an end that is no number is not taken over by a service that runs.
+std::string Review::inForce(const Setting& setting) const {
+    const bool display = keyOf(setting) == Settings::displayMin.key || keyOf(setting) == Settings::displayMax.key;
+    const bool taken =
+        !display || (settings_.converted(Settings::displayMin) && settings_.converted(Settings::displayMax));
+    const auto value = asJson(std::visit(InForce{settings_}, setting));
+    return taken ? value : value + " at the start, the range before after a change";
+}
+
 void Review::machine() {
     const std::string group = value(Settings::xauthGroup);
-    if (!group.empty() && !groupExists(group)) {
-        add("no such group", Settings::xauthGroup.key, "no group: no transport reaches a session");
+    if (group.empty()) {
+        add("no group", Settings::xauthGroup.key, "the users' own groups: the connector reaches no session");
+    } else if (!groupExists(group)) {
+        add("no such group", Settings::xauthGroup.key, "no group: no transport reaches a session", true);
     }
     if (!pamServiceExists(value(Settings::pamService))) {
         add("no such file in /etc/pam.d", Settings::pamService.key,
-            "PAM's `other': root and system accounts may log in where it allows them");
+            "PAM's `other': root and system accounts may log in where it allows them", true);
     }
     if (value(Settings::connectAttempts) <= 0) {
-        add("no attempt is left", Settings::connectAttempts.key, "every new session fails");
+        add("no attempt is left", Settings::connectAttempts.key, "every new session fails", true);
+    }
+    const std::string level = value(Settings::debugLevel);
+    if (level != "debug" && level != "info" && level != "none") {
+        add("no such level", Settings::debugLevel.key, "info at the start, the level before after a change");
     }
 }
 
 void Review::displays() {
-    const auto [low, high] =
-        std::minmax({std::labs(value(Settings::displayMin)), std::labs(value(Settings::displayMax))});
-    const std::string range = std::to_string(low) + " to " + std::to_string(high - 1);
-    if (high > long{lastDisplay} + 1) {
-        add("beyond the last display, 59535", Settings::displayMax.key,
-            "the range before, or the default at the start");
-    } else if (low == high) {
-        add("no display in the range", Settings::displayMax.key, "every new session fails");
+    const long min = std::labs(value(Settings::displayMin));
+    const long max = std::labs(value(Settings::displayMax));
+    const char* const higher = min > max ? Settings::displayMin.key : Settings::displayMax.key;
+    if (std::max(min, max) > long{lastDisplay} + 1) {
+        add("beyond the last display, 59535", higher, "the default at the start, the range before after a change");
+    } else if (min == max) {
+        add("no display in the range", Settings::displayMax.key, "every new session fails", true);
     } else if (value(Settings::displayMin) > value(Settings::displayMax)) {
-        add("display:min is above display:max", Settings::displayMin.key, range);
+        add("display:min is above display:max", Settings::displayMin.key,
+            std::to_string(std::min(min, max)) + " to " + std::to_string(std::max(min, max) - 1));
     }
 }
 

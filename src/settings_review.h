@@ -14,6 +14,7 @@ struct SettingFinding {
     std::string key;
     std::string found; ///< as in the file
     std::string inForce; ///< what counts instead, or comes of it
+    bool grave = false; ///< nobody gets a session with it, or the wrong ones may
 
     /// In one line.
     [[nodiscard]] std::string text() const;

@@ -56,10 +56,10 @@ void lookAtProcesses(const Subject& /*subject*/, const Findings& findings) {
             "sessions and the users' service managers hide other users' processes: enough while users come in by "
             "no other way");
     } else {
-        findings.warning(
-            std::string("users see each other's processes, and in a login the password for a moment") +
-                (managers && !service ? ": vard_service.service hides nothing" : ""),
-            "hide them: hide-processes.conf for user@.service, or hidepid=2 for /proc, as docs/tasks/hidden_processes.md has it");
+        findings.warning(std::string("users see each other's processes, and in a login the password for a moment") +
+                             (managers && !service ? ": vard_service.service hides nothing" : ""),
+                         "hide them: hide-processes.conf for user@.service, or hidepid=2 for /proc, as "
+                         "docs/tasks/hidden_processes.md has it");
     }
 }
 

@@ -49,7 +49,8 @@ Failure refused(const std::string& user, const std::string& guess = "") {
     if (isUnknown(user)) {
         return {ExitCode::failed, start + ": there is no such user"};
     }
-    std::string reason = isDraining() ? "the machine is closed for new sessions by /etc/nologin" : "";
+    const char* const file = closedBy();
+    std::string reason = file != nullptr ? std::string("the machine is closed for new sessions by ") + file : "";
     reason += (reason.empty() || guess.empty() ? "" : ", or ") + guess;
     return {ExitCode::failed, start + (reason.empty() ? "" : ": ") + reason + journalHint};
 }

@@ -175,7 +175,8 @@ void showStatus(const Options& options) {
     status["load"] = service.query("vardLoadAverage").real();
     status["sessions"] = service.query("zabbixSessionsTotal").count();
     status["online"] = service.query("zabbixSessionsOnline").count();
-    status["draining"] = isDraining();
+    const char* const closing = closedBy();
+    status["draining"] = closing != nullptr;
     if (options.json) {
         std::cout << jsonLine(status);
         return;
@@ -184,7 +185,7 @@ void showStatus(const Options& options) {
               << "Load:     " << std::fixed << std::setprecision(1) << status["load"].asDouble() << " %\n"
               << "Sessions: " << status["sessions"].asUInt() << '\n'
               << "Online:   " << status["online"].asUInt() << '\n'
-              << "Draining: " << (isDraining() ? "yes, by /etc/nologin" : "no") << '\n';
+              << "Draining: " << (closing != nullptr ? std::string("yes, by ") + closing : "no") << '\n';
 }
 
 } // namespace Vardctl

@@ -30,7 +30,14 @@ std::string deniedMessage(const std::string& method) {
 
 } // namespace
 
-bool isDraining() { return ::access("/etc/nologin", F_OK) == 0; }
+const char* closedBy() {
+    for (const char* file : {"/etc/nologin", "/run/nologin"}) {
+        if (::access(file, F_OK) == 0) {
+            return file;
+        }
+    }
+    return nullptr;
+}
 
 Failure busFailure(const BusClient::Error& error, const std::string& command) {
     const auto isOneOf = [&](const auto& names) { return std::ranges::find(names, error.name()) != names.end(); };

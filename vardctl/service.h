@@ -21,8 +21,8 @@ public:
     }
 };
 
-/// True while /etc/nologin closes this machine for new sessions.
-bool isDraining();
+/// The file that closes this machine for new sessions, as PAM's module looks for it; null while it is open.
+const char* closedBy();
 
 /// What an error of the bus means to the user, who asked for the subcommand `command`.
 Failure busFailure(const BusClient::Error& error, const std::string& command);

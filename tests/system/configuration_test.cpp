@@ -87,9 +87,10 @@ TEST_F(Configuration, WhatIsNotTakenAsItStandsIsReported) {
                       {"xcon:attempts:count", 0}}));
     for (const auto* line :
          {R"(unknown key, key: sesion:path, found: "/bin/true", in force: nothing)",
-          R"(wrong type, key: display:max, found: "39", in force: 55)", "key: xvfb:netns, found: 1, in force: true",
-          R"(key: session:args, found: "-ls", in force: [])", R"(no such file in /etc/pam.d, key: pam:service)",
-          "no such group, key: xauth:group", "no attempt is left, key: xcon:attempts:count"}) {
+          R"(wrong type, key: display:max, found: "39", in force: 55 at the start)",
+          "key: xvfb:netns, found: 1, in force: true", R"(key: session:args, found: "-ls", in force: [])",
+          R"(no such file in /etc/pam.d, key: pam:service)", "no such group, key: xauth:group",
+          "no attempt is left, key: xcon:attempts:count"}) {
         EXPECT_TRUE(journal.waitFor(line)) << line;
     }
     ASSERT_TRUE(reload(testConfig({{"display:min", 41}, {"display:max", 39}})));

@@ -105,16 +105,22 @@ TEST_F(VardctlTest, WatchStaysWhenTheServiceGoesAndBelievesNobodyElse) {
 
 TEST_F(VardctlTest, ClosedMachineLetsUsersFindTheirSessionsAlone) {
     const Account bob("bob");
-    start();
+    writeFile("/tmp/new.json", R"([{"name":"Clock","path":"/usr/bin/xclock"}])");
+    start(testConfig({{"session:programs", "/tmp/new.json"}}));
     logIn();
     ASSERT_TRUE(waitUntil([] { return readFile("/run/vard/session_users") == "alice\n"; }));
     writeFile("/etc/nologin", "");
     logIn();
     EXPECT_THAT(shell("echo secret | vardctl login bob 2>&1").text, HasSubstr("closed for new sessions"));
+    EXPECT_THAT(shell("echo secret | vardctl run alice Clock 2>&1").text, HasSubstr("closed for new sessions"))
+        << "another session than the one that runs";
     EXPECT_THAT(ctl("status").text, HasSubstr("Draining: yes"));
     EXPECT_THAT(mustRun("/usr/share/vard/monitoring/vard_agent_check"), testing::StartsWith("up 0% #drain"));
+    ctl("shutdown 33");
+    EXPECT_TRUE(waitUntil([] { return readFile("/run/vard/session_users").empty(); }));
+    EXPECT_EQ(shell("echo secret | vardctl login alice").status, failed);
     shell("rm /etc/nologin");
-    EXPECT_EQ(mustRun("echo secret | vardctl login bob"), "34\n");
+    EXPECT_EQ(shell("echo secret | vardctl login bob").status, done);
 }
 
 TEST_F(VardctlTest, SessionThatNobodyReachesIsToldOf) {
