@@ -20,8 +20,18 @@ void printStarted(int32_t session, const Options& options) {
     std::cout << (options.json ? jsonLine(answer) : std::to_string(session) + "\n");
 }
 
+// A session that is found keeps its size, which a client may be looking at. The service gives it the size of the
+// request.
+Size wantedSize(Service& service, const Options& options) {
+    const auto sessions = sessionsOf(service, options.target);
+    if (options.sizeGiven || sessions.size() != 1 || sizeText(sessions[0]).empty()) {
+        return options.size;
+    }
+    return screenSize(sizeText(sessions[0]));
+}
+
 int32_t requestDesktop(Service& service, const Options& options, const Password& password) {
-    const auto& [width, height] = options.size;
+    const auto [width, height] = wantedSize(service, options);
     auto answer = options.domain.empty()
                       ? service.act("busSessionRequest", "ssyqq", options.target.c_str(), password.text(),
                                     options.depth, width, height)

@@ -74,7 +74,7 @@ void printMembers(const Json::Value& session) {
 }
 
 Json::Value userSessions(Service& service, const std::string& user) {
-    auto sessions = parseJson(service.query("vardUserInfoJson", "s", user.c_str()).text());
+    auto sessions = sessionsOf(service, user);
     if (sessions.empty()) {
         throw Failure(ExitCode::failed, "no session of user: " + user);
     }

@@ -98,8 +98,11 @@ void CommandLine::addSessionOrUser(CLI::App& command) {
 }
 
 void CommandLine::addSize(CLI::App& command) {
-    addNumber(command, "--width", options().size.width, 1, "W", "Screen width in pixels, 1280 if not given");
-    addNumber(command, "--height", options().size.height, 1, "H", "Screen height in pixels, 1024 if not given");
+    const auto given = [this](const std::string& /*word*/) { options().sizeGiven = true; };
+    addNumber(command, "--width", options().size.width, 1, "W", "Screen width in pixels, 1280 if not given")
+        ->each(given);
+    addNumber(command, "--height", options().size.height, 1, "H", "Screen height in pixels, 1024 if not given")
+        ->each(given);
 }
 
 void CommandLine::addQueries() {

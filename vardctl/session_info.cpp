@@ -16,6 +16,10 @@ Json::Value requireSession(Service& service, uint32_t id) {
     return *std::move(session);
 }
 
+Json::Value sessionsOf(Service& service, const std::string& user) {
+    return parseJson(service.query("vardUserInfoJson", "s", user.c_str()).text());
+}
+
 std::string sizeText(const Json::Value& session) {
     return session.isMember("width") ? session["width"].asString() + "x" + session["height"].asString() : "";
 }

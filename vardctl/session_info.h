@@ -13,6 +13,9 @@ std::optional<Json::Value> findSession(Service& service, uint32_t id);
 /// The same; throws Failure when no session has that id.
 Json::Value requireSession(Service& service, uint32_t id);
 
+/// All sessions of a user, in an array.
+Json::Value sessionsOf(Service& service, const std::string& user);
+
 /// The screen's size as in 1280x1024; empty when the session's X server did not tell.
 std::string sizeText(const Json::Value& session);
 

@@ -61,6 +61,7 @@ try show ""; try limit --duration 4 ""; try sh)");
     })) << readFile("/home/alice/notice");
     EXPECT_EQ(ctl("resize 33 640x480").status, done);
     EXPECT_THAT(ctl("resize 33 5000x4000").text, HasSubstr("the size is now 640x480"));
+    EXPECT_EQ(mustRun("echo secret | vardctl login alice; vardctl list --no-legend | grep -c 640x480"), "33\n1\n");
     EXPECT_EQ(ctl("disconnect 33").status, failed) << "nobody is connected";
     EXPECT_EQ(ctl("shutdown alice").status, done);
     EXPECT_TRUE(watchSees("signalSessionShutdown session=33\n"));
