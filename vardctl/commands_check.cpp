@@ -52,7 +52,9 @@ void checkMachine(const Options& options) {
     if (::geteuid() != 0) {
         throw Failure(ExitCode::denied, "check: access denied; this may be done by root alone");
     }
-    const Subject subject{std::filesystem::absolute(options.configuration)};
+    goOnAlone();
+    const Subject subject{std::filesystem::absolute(options.configuration),
+                          options.configuration != Options().configuration};
     Json::Value all(Json::arrayValue);
     unsigned errors = 0;
     for (const auto& check : checks) {

@@ -83,7 +83,7 @@ bool readAll(int fd, std::string& text, const Deadline& deadline) {
 std::optional<int> reap(pid_t pid) {
     const auto deadline = Deadline::in(killLimit);
     int status = 0;
-    while (::waitpid(pid, &status, WNOHANG) != pid) {
+    while (::waitpid(pid, &status, WNOHANG) == 0) {
         if (deadline.passed()) {
             return std::nullopt;
         }
@@ -92,12 +92,16 @@ std::optional<int> reap(pid_t pid) {
     return status;
 }
 
-// What left the look's process group is a child of this process now.
+// What left the look's process group is a child of this process now; its own children are so when it has ended.
 void endAdopted() {
-    std::istringstream children(Vard::Utils::readSmallFile("/proc/thread-self/children"));
-    for (pid_t pid = 0; children >> pid;) {
-        ::kill(pid, SIGKILL);
-        reap(pid);
+    const auto readChildren = [] { return Vard::Utils::readSmallFile("/proc/thread-self/children"); };
+    const auto deadline = Deadline::in(killLimit);
+    for (auto list = readChildren(); !list.empty() && !deadline.passed(); list = readChildren()) {
+        std::istringstream children(list);
+        for (pid_t pid = 0; children >> pid;) {
+            ::kill(pid, SIGKILL);
+            reap(pid);
+        }
     }
 }
 
@@ -133,8 +137,31 @@ void addFailure(std::vector<Json::Value>& findings, const char* check, const std
 
 } // namespace
 
+void goOnAlone() {
+    ::signal(SIGCHLD, SIG_DFL); // ignored, as by some starters, no child's end is told
+    const pid_t parent = ::getpid();
+    const pid_t pid = ::fork();
+    if (pid < 0) {
+        throw Failure(ExitCode::failed, std::string("no process: ") + std::strerror(errno));
+    }
+    if (pid == 0) {
+        ::prctl(PR_SET_CHILD_SUBREAPER, 1);
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (::getppid() == parent) {
+            return;
+        }
+        ::_exit(EXIT_FAILURE);
+    }
+    int status = W_EXITCODE(EXIT_FAILURE, 0);
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (WIFSIGNALED(status)) {
+        throw Failure(ExitCode::failed, std::string("check: ended by: ") + ::strsignal(WTERMSIG(status)));
+    }
+    ::_exit(WEXITSTATUS(status));
+}
+
 std::vector<Json::Value> carryOut(const Check& check, const Subject& subject) {
-    ::prctl(PR_SET_CHILD_SUBREAPER, 1);
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
         throw Failure(ExitCode::failed, std::string("no pipe: ") + std::strerror(errno));

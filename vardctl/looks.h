@@ -12,6 +12,7 @@ namespace Vardctl {
 /// What is looked at.
 struct Subject {
     std::filesystem::path file; ///< the configuration, absolute
+    bool proposed = false; ///< it is not where the service reads it yet
 
     /// What the file says; nothing, so that every default counts, when it cannot be used.
     [[nodiscard]] Vard::JsonConfig settings() const;

@@ -127,8 +127,8 @@ void RunningProgram::collect() {
 
 bool RunningProgram::endedBy(const Deadline& deadline) {
     for (;;) {
-        int status = 0;
-        if (!status_ && ::waitpid(pid_, &status, WNOHANG) == pid_) {
+        int status = W_EXITCODE(cannotRun, 0); // as it stays when somebody else has reaped it
+        if (!status_ && ::waitpid(pid_, &status, WNOHANG) != 0) {
             status_ = status;
         }
         collect();

@@ -22,6 +22,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <optional>
 #include <stdexcept>
@@ -52,20 +53,51 @@ struct Place {
     uid_t user = strangerId();
 };
 
-/// The first display above the range that is the service's, or below it.
-unsigned freeDisplay(const Vard::JsonConfig& settings) {
+struct LocalAddress {
+    sockaddr_un address{};
+    socklen_t size = 0;
+};
+
+/// None for a name that is too long. One that begins with a zero byte is abstract.
+std::optional<LocalAddress> addressOf(const std::string& name) {
+    LocalAddress local;
+    local.address.sun_family = AF_UNIX;
+    if (name.size() >= sizeof local.address.sun_path) {
+        return std::nullopt;
+    }
+    name.copy(local.address.sun_path, name.size());
+    local.size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size() + (name[0] == '\0' ? 0 : 1));
+    return local;
+}
+
+// A server does not start when somebody listens on its display's abstract name, which every user of the network may do.
+bool nameFree(unsigned display) {
+    const auto local = addressOf('\0' + std::string("/tmp/.X11-unix/X") + std::to_string(display));
+    const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    return ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&local->address), local->size) == 0; // NOLINT
+}
+
+/// A display above the range that is the service's, or below it; none when the nearest three are taken.
+std::optional<unsigned> freeDisplay(const Vard::JsonConfig& settings) {
+    constexpr unsigned tries = 3;
     const auto range = Vard::DisplayRange::configured(settings);
-    const size_t above = static_cast<size_t>(range.first) + range.count;
-    return above <= Vard::lastDisplay ? static_cast<unsigned>(above)
-                                      : static_cast<unsigned>(std::max(range.first, 1) - 1);
+    const auto above = static_cast<unsigned>(range.first + range.count);
+    const bool room = above + tries <= Vard::lastDisplay + 1;
+    const unsigned first = room ? above : static_cast<unsigned>(std::max(range.first, int{tries})) - tries;
+    for (unsigned display = first; display < first + tries; ++display) {
+        if (nameFree(display)) {
+            return display;
+        }
+    }
+    return std::nullopt;
 }
 
 bool coverWithEmpty(const fs::path& directory) {
     return ::mount("tmpfs", directory.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777,size=64m") == 0;
 }
 
-/// Why this process cannot have a place for the sockets that nobody else sees; empty when it has.
-std::string enterOwnTmp(const fs::path& socketDirectory, bool ownNetwork) {
+/// Why this process cannot have a /tmp and a network of its own; empty when it has.
+std::string enterOwnTmp(bool ownNetwork) {
     if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         !coverWithEmpty("/tmp")) {
         return std::string("no mount namespace of its own: ") + std::strerror(errno);
@@ -73,13 +105,29 @@ std::string enterOwnTmp(const fs::path& socketDirectory, bool ownNetwork) {
     if (ownNetwork) {
         ::unshare(CLONE_NEWNET); // the look at the namespaces tells when there is none
     }
-    std::error_code failed;
-    const bool below = *std::next(socketDirectory.begin()) == "tmp";
-    if (below ? !fs::create_directories(socketDirectory, failed) && failed : !coverWithEmpty(socketDirectory)) {
-        return "no directory for the socket: " + socketDirectory.string();
-    }
-    ::chmod(socketDirectory.c_str(), 01777);
     return "";
+}
+
+// In the own /tmp there is nothing of anybody's yet.
+bool makeInTmp(const fs::path& directory) {
+    std::error_code failed;
+    fs::create_directories(directory, failed);
+    const FileDescriptor made(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    return made && ::fchmod(made.get(), 01777) == 0;
+}
+
+/// Makes the directory of a socket where nobody else sees it: in the own /tmp, or covered. Nothing else may change.
+bool makeRoom(const fs::path& directory) {
+    const auto first = *directory.relative_path().begin();
+    return first == "tmp" ? makeInTmp(directory) : coverWithEmpty(directory);
+}
+
+/// What is wrong with a path for the sockets; empty for nothing.
+std::string flawOf(const fs::path& socket) {
+    if (!socket.is_absolute() || !socket.lexically_normal().parent_path().has_relative_path()) {
+        return "is no absolute path in a directory";
+    }
+    return std::ranges::find(socket, "..") != socket.end() ? "has `..' in it" : "";
 }
 
 void writeAuthority(const Place& place) {
@@ -100,15 +148,10 @@ std::vector<std::string> commandFor(const Vard::JsonConfig& settings, const Plac
 }
 
 FileDescriptor connectTo(const fs::path& socket) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (socket.native().size() >= sizeof address.sun_path) {
-        return {};
-    }
-    socket.native().copy(address.sun_path, sizeof address.sun_path - 1);
+    const auto local = addressOf(socket.native());
     FileDescriptor connection(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    const bool connected =
-        ::connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0; // NOLINT
+    const bool connected = local && ::connect(connection.get(), reinterpret_cast<const sockaddr*>(&local->address),
+                                              local->size) == 0; // NOLINT
     return connected ? std::move(connection) : FileDescriptor{};
 }
 
@@ -169,15 +212,24 @@ Trial watch(RunningProgram& server, const Place& place) {
 } // namespace
 
 Trial tryServer(const Vard::JsonConfig& settings) {
+    const auto impossible = [](const std::string& obstacle) { return Trial{false, obstacle, {}, false}; };
+    const fs::path configured = settings.setting(Settings::serverSocket);
+    if (const auto flaw = flawOf(configured); !flaw.empty()) {
+        return impossible("xvfb:sock " + flaw);
+    }
+    if (const auto obstacle = enterOwnTmp(settings.setting(Settings::serverIsolated)); !obstacle.empty()) {
+        return impossible(obstacle);
+    }
+    const auto display = freeDisplay(settings);
+    if (!display) {
+        return impossible("somebody else has the displays next to the service's");
+    }
     Place place;
-    place.display = freeDisplay(settings);
-    place.socket = Vard::Utils::stringReplace(settings.setting(Settings::serverSocket), "%{display}",
-                                              std::to_string(place.display));
-    if (const auto obstacle = place.socket.is_absolute() && place.socket.has_parent_path()
-                                  ? enterOwnTmp(place.socket.parent_path(), settings.setting(Settings::serverIsolated))
-                                  : "xvfb:sock is no absolute path";
-        !obstacle.empty()) {
-        return {false, obstacle, {}, false};
+    place.display = *display;
+    place.socket = fs::path(Vard::Utils::stringReplace(configured.native(), "%{display}", std::to_string(*display)))
+                       .lexically_normal();
+    if (!makeRoom(place.socket.parent_path())) {
+        return impossible("no directory for the socket: " + place.socket.parent_path().string());
     }
     writeAuthority(place);
     RunningProgram server(commandFor(settings, place), place.user);
