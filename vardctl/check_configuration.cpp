@@ -4,6 +4,7 @@
 #include "looks.h"
 #include "program_run.h"
 #include "settings_review.h"
+#include "small_file.h"
 #include "text.h"
 #include "trust.h"
 
@@ -11,7 +12,9 @@
 
 #include <algorithm>
 #include <iterator>
+#include <memory>
 #include <optional>
+#include <sstream>
 
 namespace fs = std::filesystem;
 
@@ -23,17 +26,38 @@ using namespace std::chrono_literals;
 namespace Settings = Vard::Settings;
 
 constexpr auto toolLimit = 5s; // as long as the service waits for one
+constexpr size_t largestFile = 16 << 20; // that the service takes
+
+std::string inOneLine(std::string text) {
+    std::ranges::replace(text, '\n', ' ');
+    return text;
+}
+
+/// What the service's reader passes over without a word.
+void reportSloppiness(const fs::path& file, const Findings& findings) {
+    Json::CharReaderBuilder builder;
+    builder["rejectDupKeys"] = true;
+    builder["failIfExtra"] = true;
+    const auto text = Vard::Utils::readFile(file, largestFile, Vard::LastLink::followed);
+    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    Json::Value value;
+    std::string errors;
+    if (!reader->parse(text.data(), text.data() + text.size(), &value, &errors)) {
+        findings.warning(file.string() + " is taken, but not all of it: " + inOneLine(errors),
+                         "mend that place: of two equal keys the last counts, and nothing behind the end");
+    }
+}
 
 /// A file of JSON; with a finding instead when it cannot be used.
 std::optional<Json::Value> readWhole(const fs::path& file, const Findings& findings) {
     try {
-        return Vard::readJson(file);
+        auto value = Vard::readJson(file);
+        reportSloppiness(file, findings);
+        return value;
     } catch (const Vard::vard_error&) {
         findings.error(file.string() + " cannot be read", "it must be there, a regular file of at most 16 MiB");
     } catch (const Json::Exception& failure) {
-        std::string where = failure.what();
-        std::ranges::replace(where, '\n', ' ');
-        findings.error(file.string() + " is broken: " + where,
+        findings.error(file.string() + " is broken: " + inOneLine(failure.what()),
                        "mend that place; until then the service keeps the settings it has, and does not start anew");
     }
     return std::nullopt;
@@ -46,23 +70,91 @@ void reportWriters(const fs::path& file, const Findings& findings) {
     }
 }
 
-/// A program that users are to execute; false, with a finding, when they cannot.
-bool reportProgram(const std::string& what, const fs::path& program, const Findings& findings) {
+/// Why users cannot, or should not, execute a program.
+struct ProgramFlaw {
+    std::string found;
+    std::string remedy;
+    bool grave = true;
+};
+
+bool strangerMay(const char* what, const fs::path& path) {
+    return outputOf({"test", what, path}, strangerId()).has_value();
+}
+
+/// The interpreter that a script names in its first line; empty when it names none.
+fs::path interpreterOf(const fs::path& program) {
+    std::istringstream text(Vard::Utils::readSmallFile(program, true));
+    std::string name;
+    return text.get() == '#' && text.get() == '!' && text >> name ? fs::path(name) : fs::path();
+}
+
+ProgramFlaw flawOfMode(const fs::path& program, const struct stat& info) {
+    const bool forGroup = info.st_uid == 0 && (info.st_mode & (S_IXGRP | S_IXOTH)) == S_IXGRP;
+    if (forGroup && strangerMay("-x", program.parent_path())) {
+        return {program.string() + " can be executed by one group alone", "`chmod a+rx' it, unless that is wanted",
+                false};
+    }
+    return {program.string() + " cannot be executed by users",
+            "`chmod a+rx' it and every directory on the way, or name another program"};
+}
+
+std::optional<ProgramFlaw> flawOf(const fs::path& program) {
     struct stat info {};
-    const bool there = program.is_absolute() && ::stat(program.c_str(), &info) == 0;
-    if (!there || !S_ISREG(info.st_mode) || (info.st_mode & S_IXOTH) == 0) {
-        findings.error(what + ": " + program.string() + (there ? " cannot be executed by users" : " is missing"),
-                       there ? "`chmod a+rx' it, or name another program" : "install it, or name another program");
-        return false;
+    if (!program.is_absolute() || ::stat(program.c_str(), &info) != 0) {
+        return ProgramFlaw{program.string() + " is missing", "install it, or name another program"};
+    }
+    if (!S_ISREG(info.st_mode)) {
+        return ProgramFlaw{program.string() + " is no program", "name another"};
+    }
+    if (!strangerMay("-x", program)) {
+        return flawOfMode(program, info);
+    }
+    const auto interpreter = interpreterOf(program);
+    if (!interpreter.empty() && !strangerMay("-x", interpreter)) {
+        return ProgramFlaw{program.string() + " cannot be executed without " + interpreter.string(),
+                           "install that, or correct the script's first line"};
     }
     if (const auto flaw = whoElseWrites(program); !flaw.empty()) {
-        findings.error(what + ": " + flaw,
-                       "whoever can change it is as good as all users: `chown root:root' and "
-                       "`chmod go-w' it");
-        return false;
+        return ProgramFlaw{flaw,
+                           "whoever can change it is as good as all users: `chown root:root' and `chmod go-w' it"};
     }
-    findings.ok(what + ": " + program.string());
-    return true;
+    return std::nullopt;
+}
+
+/// A program that users are to execute; false, with a finding, when something is wrong with it.
+bool reportProgram(const std::string& what, const fs::path& program, const Findings& findings) {
+    const auto flaw = flawOf(program);
+    if (!flaw) {
+        findings.ok(what + ": " + program.string());
+    } else if (flaw->grave) {
+        findings.error(what + ": " + flaw->found, flaw->remedy);
+    } else {
+        findings.warning(what + ": " + flaw->found, flaw->remedy);
+    }
+    return !flaw;
+}
+
+// Without a display it can only fail, but it must become a program for that.
+void tryProgram(const std::vector<std::string>& command, const Findings& findings) {
+    RunningProgram program(command, strangerId());
+    program.endedBy(Vard::Deadline::in(toolLimit));
+    if (program.failedToRun()) {
+        findings.warning(command[0] + " cannot be run: " + program.end(),
+                         "run it by hand: ldd " + command[0] + " shows what is missing");
+    }
+}
+
+void reportPublished(const Json::Value& entry, const fs::path& file, const Findings& findings) {
+    const auto text = [&](const char* key) {
+        return entry.isObject() && entry[key].isString() ? entry[key].asString() : "";
+    };
+    const auto name = text("name").empty() ? "?" : text("name");
+    const auto flaw = text("path").empty() ? ProgramFlaw{"it has no path", ""} : flawOf(text("path"));
+    if (flaw) {
+        findings.warning(
+            "published program " + name + ": " + flaw->found,
+            flaw->remedy + (flaw->remedy.empty() ? "" : ", or ") + "correct that entry of " + file.string());
+    }
 }
 
 } // namespace
@@ -77,7 +169,13 @@ Vard::JsonConfig Subject::settings() const {
 }
 
 void lookAtConfiguration(const Subject& subject, const Findings& findings) {
-    reportWriters(subject.file, findings);
+    if (const auto flaw = whoElseWrites(subject.file); subject.proposed && !flaw.empty()) {
+        findings.warning(flaw + ": not yet in its place", "sudo install -o root -g root -m 644 " +
+                                                              subject.file.string() +
+                                                              " /etc/vard/vard_service.json puts it there");
+    } else {
+        reportWriters(subject.file, findings);
+    }
     const auto value = readWhole(subject.file, findings);
     if (!value) {
         return;
@@ -88,14 +186,19 @@ void lookAtConfiguration(const Subject& subject, const Findings& findings) {
     }
     findings.ok(subject.file.string() + ": settings: " + std::to_string(value->size()));
     for (const auto& finding : Vard::reviewSettings(Vard::JsonConfig(*value))) {
-        findings.warning(finding.text(), "correct that key: `man vard_service.json' has all of them and their values");
+        const auto* const remedy = "correct that key: `man vard_service.json' has all of them and their values";
+        finding.grave ? findings.error(finding.text(), remedy) : findings.warning(finding.text(), remedy);
     }
 }
 
 void lookAtPrograms(const Subject& subject, const Findings& findings) {
     const auto settings = subject.settings();
-    for (const auto& setting : {Settings::serverPath, Settings::sessionPath, Settings::sizeTool}) {
+    for (const auto& setting : {Settings::serverPath, Settings::sessionPath}) {
         reportProgram(setting.key, settings.setting(setting), findings);
+    }
+    const auto sizeTool = settings.setting(Settings::sizeTool);
+    if (reportProgram(Settings::sizeTool.key, sizeTool, findings)) {
+        tryProgram({sizeTool, "--version"}, findings);
     }
 }
 
@@ -116,12 +219,7 @@ void lookAtPublished(const Subject& subject, const Findings& findings) {
         return;
     }
     for (const auto& entry : *list) {
-        const auto path = entry.isObject() && entry["path"].isString() ? entry["path"].asString() : "";
-        if (path.empty() || !fs::exists(path)) {
-            const auto name = entry.isObject() && entry["name"].isString() ? entry["name"].asString() : "?";
-            findings.warning("published program " + name + (path.empty() ? " has no path" : " is missing: " + path),
-                             "install it, or correct that entry of " + file.string());
-        }
+        reportPublished(entry, file, findings);
     }
     findings.ok(file.string() + ": programs: " + std::to_string(list->size()));
 }
@@ -145,18 +243,11 @@ void lookAtHashTool(const Subject& subject, const Findings& findings) {
     }
 }
 
-// Without a display it can only fail, but it must become a program for that.
 void lookAtNotices(const Subject& subject, const Findings& findings) {
     const auto program = subject.settings().setting(Settings::noticeProgram);
-    if (!reportProgram(Settings::noticeProgram.key, program, findings)) {
-        return;
-    }
-    const auto quoted = Vard::Utils::stringQuoted("check");
-    RunningProgram helper({program, "--header", quoted, "--message", quoted, "--level", "0"}, strangerId());
-    helper.endedBy(Vard::Deadline::in(toolLimit));
-    if (helper.failedToRun()) {
-        findings.warning("it cannot be run: " + helper.end(),
-                         "run it by hand: ldd " + program + " shows what is missing");
+    if (reportProgram(Settings::noticeProgram.key, program, findings)) {
+        const auto quoted = Vard::Utils::stringQuoted("check");
+        tryProgram({program, "--header", quoted, "--message", quoted, "--level", "0"}, findings);
     }
 }
 

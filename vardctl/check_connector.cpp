@@ -2,17 +2,21 @@
 #include "looks.h"
 #include "program_run.h"
 #include "small_file.h"
+#include "trust.h"
 #include "unit_file.h"
 #include "user_database.h"
 
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <charconv>
 #include <ctime>
+#include <fstream>
 #include <iomanip>
 #include <optional>
 #include <set>
 #include <sstream>
+#include <vector>
 
 namespace fs = std::filesystem;
 
@@ -23,40 +27,50 @@ namespace {
 constexpr const char* portUnit = "vard_connector.socket";
 constexpr const char* connectorProgram = "/usr/libexec/vard/vard_connector";
 constexpr const char* certificateDirectory = "/var/lib/vard_connector/freerdp/shadow";
-constexpr size_t largestTable = 16 << 20;
 constexpr int fewDays = 30;
 constexpr int secondsOfDay = 24 * 60 * 60;
 
-/// The number of a port behind an address, if any; 0 for something else.
-int portOf(const std::string& listen) { return std::atoi(listen.substr(listen.rfind(':') + 1).c_str()); }
+/// The port of an address that a unit listens on; none for a socket of another kind.
+std::optional<int> portOf(const std::string& listen) {
+    const auto digits = listen.substr(listen.rfind(':') + 1);
+    int port = 0;
+    const auto [end, failed] = std::from_chars(digits.data(), digits.data() + digits.size(), port);
+    const bool whole = failed == std::errc{} && end == digits.data() + digits.size();
+    return whole && !listen.starts_with("vsock:") ? std::optional(port) : std::nullopt;
+}
 
-/// The kernel's numbers of the sockets that listen on a port.
-std::set<std::string> listeners(int port) {
+/// A socket that listens.
+struct Listener {
+    uid_t user = Vard::unknownUid; ///< who made it; in a namespace of his own, too
+    std::string number; ///< the kernel's
+};
+
+// Users can make the tables long.
+std::vector<Listener> listeners(int port) {
     constexpr const char* listening = "0A";
-    std::set<std::string> numbers;
+    std::vector<Listener> found;
     for (const auto* table : {"/proc/net/tcp", "/proc/net/tcp6"}) {
-        std::istringstream lines(Vard::Utils::readFile(table, largestTable, Vard::LastLink::followed));
+        std::ifstream lines(table);
         std::string line;
         for (std::getline(lines, line); std::getline(lines, line);) {
             std::istringstream fields(line);
-            std::string place, local, remote, state, number; // NOLINT(*-isolate-declaration)
-            fields >> place >> local >> remote >> state;
-            for (int skipped = 0; skipped < 6; ++skipped) {
-                fields >> number;
-            }
+            std::string place, local, remote, state, skipped; // NOLINT(*-isolate-declaration)
+            Listener listener;
+            fields >> place >> local >> remote >> state >> skipped >> skipped >> skipped >> listener.user >> skipped >>
+                listener.number;
             if (state == listening && std::stoi(local.substr(local.rfind(':') + 1), nullptr, 16) == port) {
-                numbers.insert("socket:[" + number + "]");
+                found.push_back(listener);
             }
         }
     }
-    return numbers;
+    return found;
 }
 
-bool holdsOne(const fs::path& process, const std::set<std::string>& sockets) {
+bool holds(const fs::path& process, const std::string& socket) {
     std::error_code failed;
     for (fs::directory_iterator it(process / "fd", failed), end; !failed && it != end; it.increment(failed)) {
         std::error_code gone;
-        if (sockets.contains(fs::read_symlink(it->path(), gone).string())) {
+        if (fs::read_symlink(it->path(), gone) == socket) {
             return true;
         }
     }
@@ -67,37 +81,50 @@ bool holdsOne(const fs::path& process, const std::set<std::string>& sockets) {
 struct Holder {
     std::string pid;
     std::string program;
+    [[nodiscard]] bool serviceManager() const { return pid == "1"; }
     /// The service manager, or the connector, whatever has been installed since it was started.
-    [[nodiscard]] bool rightful() const { return pid == "1" || program.starts_with(connectorProgram); }
+    [[nodiscard]] bool rightful() const { return serviceManager() || program.starts_with(connectorProgram); }
 };
 
-std::vector<Holder> holdersOf(const std::set<std::string>& sockets) {
-    std::vector<Holder> holders;
+/// The first process that holds a socket. Only for one of root's or the connector's: users can mount what they like
+/// over a program of that name.
+std::optional<Holder> holderOf(const std::string& number) {
+    const auto socket = "socket:[" + number + "]";
     std::error_code failed;
     for (fs::directory_iterator it("/proc", failed), end; !failed && it != end; it.increment(failed)) {
         const auto pid = it->path().filename().string();
-        if (pid.find_first_not_of("0123456789") == std::string::npos && holdsOne(it->path(), sockets)) {
+        if (pid.find_first_not_of("0123456789") == std::string::npos && holds(it->path(), socket)) {
             std::error_code gone;
-            holders.push_back({pid, fs::read_symlink(it->path() / "exe", gone).string()});
+            return Holder{pid, fs::read_symlink(it->path() / "exe", gone).string()};
         }
     }
-    return holders;
+    return std::nullopt;
+}
+
+void reportListener(const std::string& name, const Listener& listener, const Findings& findings) {
+    const auto remedy = "end that program, or give the connector another port by a drop-in of " + std::string(portUnit);
+    if (listener.user != 0 && listener.user != Vard::Utils::getUserUid("vard-connector")) {
+        findings.error(name + " is held by a program of " + userName(listener.user) + "'s", remedy + "; ss -ltnp");
+        return;
+    }
+    const auto holder = holderOf(listener.number);
+    if (!holder) {
+        findings.error(name + " is held by a process that cannot be seen", "look at it from outside of this container");
+    } else if (!holder->rightful()) {
+        findings.error(name + " is held by pid " + holder->pid + ", " + holder->program, remedy);
+    } else {
+        findings.ok(name + " is held by " + (holder->serviceManager() ? "the service manager" : "the connector"));
+    }
 }
 
 void reportPort(int port, bool enabled, const Findings& findings) {
     const auto name = "port " + std::to_string(port);
-    const auto sockets = listeners(port);
-    const auto holders = holdersOf(sockets);
-    const auto stranger = std::ranges::find_if(holders, [](const Holder& holder) { return !holder.rightful(); });
-    if (stranger != holders.end()) {
-        findings.error(name + " is held by pid " + stranger->pid + ", " + stranger->program,
-                       "end that program, or give the connector another port by a drop-in of " + std::string(portUnit));
-    } else if (!sockets.empty() && holders.empty()) {
-        findings.error(name + " is held by a process that cannot be seen", "look at it from outside of this container");
-    } else if (sockets.empty() && enabled) {
+    const auto all = listeners(port);
+    for (const auto& listener : all) {
+        reportListener(name, listener, findings);
+    }
+    if (all.empty() && enabled) {
         findings.warning("nobody listens on " + name, std::string("systemctl start ") + portUnit);
-    } else if (!sockets.empty()) {
-        findings.ok(name + " is held by " + (holders[0].pid == "1" ? "the service manager" : "the connector"));
     }
 }
 
@@ -165,7 +192,11 @@ void lookAtPort(const Subject& /*subject*/, const Findings& findings) {
                          "systemctl enable --now vard_connector, if clients come by it");
     }
     std::set<int> ports;
-    std::ranges::transform(addresses, std::inserter(ports, ports.end()), portOf);
+    for (const auto& address : addresses) {
+        if (const auto port = portOf(address)) {
+            ports.insert(*port);
+        }
+    }
     for (const int port : ports) {
         reportPort(port, enabled, findings);
     }

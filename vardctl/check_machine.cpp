@@ -10,6 +10,7 @@
 #include <sys/timex.h>
 
 #include <cstdlib>
+#include <optional>
 
 namespace fs = std::filesystem;
 
@@ -17,11 +18,17 @@ namespace Vardctl {
 
 namespace {
 
+using namespace std::chrono_literals;
+
 constexpr double fewPercent = 10;
 constexpr double tooFewPercent = 1;
 
-/// Whether a stranger sees root's processes in the machine's /proc.
-bool strangerSeesInit() { return outputOf({"test", "-d", "/proc/1"}, strangerId()).has_value(); }
+/// Whether a stranger sees root's processes in the machine's /proc; none when that cannot be tried.
+std::optional<bool> strangerSeesInit() {
+    RunningProgram test({"test", "-d", "/proc/1"}, strangerId());
+    test.endedBy(Vard::Deadline::in(5s));
+    return test.failedToRun() ? std::nullopt : std::optional(test.succeeded());
+}
 
 /// True when a unit's processes see those of their own user only.
 bool hidesProcesses(const std::string& unit) {
@@ -49,7 +56,11 @@ void reportShare(const std::string& what, double free, double all, const Finding
 void lookAtProcesses(const Subject& /*subject*/, const Findings& findings) {
     const bool service = hidesProcesses("vard_service.service");
     const bool managers = hidesProcesses("user@.service");
-    if (!strangerSeesInit()) {
+    const auto seen = strangerSeesInit();
+    if (!seen) {
+        findings.warning("whether users see each other's processes cannot be looked at",
+                         "log in as a user: `ps -e' shows it");
+    } else if (!*seen) {
         findings.ok("users see their own processes only");
     } else if (service && managers) {
         findings.ok(
@@ -95,7 +106,10 @@ void lookAtClock(const Subject& /*subject*/, const Findings& findings) {
         findings.warning("no time zone: sessions and the journal have UTC", "timedatectl set-timezone ZONE");
     }
     timex state{};
-    if (::adjtimex(&state) == TIME_ERROR) {
+    const int clock = ::adjtimex(&state);
+    if (clock < 0) {
+        findings.warning("whether the clock is synchronised cannot be looked at", "`timedatectl' shows it");
+    } else if (clock == TIME_ERROR) {
         findings.warning("the clock is not synchronised",
                          "timedatectl set-ntp true: limits, records and certificates need the time");
     } else {

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <limits>
 #include <sstream>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -27,6 +28,7 @@ struct Rule {
     std::string type;
     std::string control;
     std::string module; ///< or the file that is included
+    fs::path list; ///< the file that the module is told to look at, if any
 };
 
 /// Reads a line; one without a module has none. A control in brackets has blanks.
@@ -43,6 +45,10 @@ Rule parseRule(const std::string& line) {
         }
     }
     words >> rule.module;
+    constexpr std::string_view file = "file=";
+    for (std::string argument; words >> argument;) {
+        rule.list = argument.starts_with(file) ? fs::path(argument.substr(file.size())) : rule.list;
+    }
     rule.optional = rule.type.starts_with('-');
     rule.type.erase(0, rule.optional ? 1 : 0);
     return rule;
@@ -166,15 +172,31 @@ void tryAccounts(const std::string& service, const Findings& findings) {
     }
 }
 
+// The service writes the names of those who have a session; the rule before pam_nologin lets them in.
+void lookAtList(const std::vector<Rule>& rules, const fs::path& runtime, const Findings& findings) {
+    const auto kept = (runtime / "session_users").lexically_normal();
+    for (const auto& rule : rules) {
+        if (rule.type == "account" && rule.module == "pam_listfile.so" && rule.list.filename() == kept.filename() &&
+            rule.list.lexically_normal() != kept) {
+            findings.warning(
+                "who has a session is looked for in " + rule.list.string() + ", not in " + kept.string(),
+                "correct that line, or \"runtime:dir\": nobody finds his session while /etc/nologin is there");
+        }
+    }
+}
+
 // The module looks for either file.
 void lookAtDrain(const std::vector<Rule>& rules, const Findings& findings) {
     const bool heeded = std::ranges::any_of(
         rules, [](const Rule& rule) { return rule.type == "account" && rule.module == "pam_nologin.so"; });
+    if (!heeded) {
+        findings.warning("the PAM service does not heed /etc/nologin: the machine cannot be drained",
+                         "add `account requisite pam_nologin.so', as the installed file has it");
+        return;
+    }
     for (const std::string file : {"/run/nologin", "/etc/nologin"}) {
-        if (fs::exists(file) && heeded) {
+        if (fs::exists(file)) {
             findings.warning("draining: new sessions are kept out by " + file, "remove it when the work is done");
-        } else if (fs::exists(file)) {
-            findings.warning("the PAM service does not heed " + file, "add `account requisite pam_nologin.so'");
         }
     }
 }
@@ -192,6 +214,7 @@ void lookAtPam(const Subject& subject, const Findings& findings) {
     lookAtModules(stack.rules(), findings);
     tryAccounts(service, findings);
     lookAtDrain(stack.rules(), findings);
+    lookAtList(stack.rules(), subject.settings().setting(Vard::Settings::runtimeDir), findings);
 }
 
 } // namespace Vardctl

@@ -185,7 +185,8 @@ void lookAtUnit(const Subject& /*subject*/, const Findings& findings) {
     if (unit["NeedDaemonReload"] == "yes") {
         findings.warning("the unit's files have changed", "systemctl daemon-reload");
     }
-    if (unit["UnitFileState"] == "disabled") {
+    // The connector brings it along.
+    if (unit["UnitFileState"] == "disabled" && propertiesOf("vard_connector.service")["UnitFileState"] != "enabled") {
         findings.warning("not started with the machine", "systemctl enable vard_service");
     }
 }

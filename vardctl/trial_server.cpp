@@ -81,7 +81,7 @@ bool nameFree(unsigned display) {
 std::optional<unsigned> freeDisplay(const Vard::JsonConfig& settings) {
     constexpr unsigned tries = 3;
     const auto range = Vard::DisplayRange::configured(settings);
-    const auto above = static_cast<unsigned>(range.first + range.count);
+    const auto above = static_cast<unsigned>(range.first) + static_cast<unsigned>(range.count);
     const bool room = above + tries <= Vard::lastDisplay + 1;
     const unsigned first = room ? above : static_cast<unsigned>(std::max(range.first, int{tries})) - tries;
     for (unsigned display = first; display < first + tries; ++display) {

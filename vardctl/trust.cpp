@@ -14,11 +14,6 @@ namespace {
 
 constexpr int mostLinks = 40; // as many as the kernel follows
 
-std::string userName(uid_t uid) {
-    const auto* entry = ::getpwuid(uid);
-    return entry != nullptr ? entry->pw_name : std::to_string(uid);
-}
-
 std::string flawOf(const fs::path& path, const struct stat& info) {
     if (info.st_uid != 0) {
         return path.string() + " belongs to " + userName(info.st_uid);
@@ -65,6 +60,11 @@ std::string whoElseWrites(const fs::path& path) {
         }
     }
     return "";
+}
+
+std::string userName(uid_t uid) {
+    const auto* entry = ::getpwuid(uid);
+    return entry != nullptr ? entry->pw_name : std::to_string(uid);
 }
 
 } // namespace Vardctl

@@ -19,6 +19,12 @@ namespace {
 constexpr std::array<const char*, 4> directories{"/etc/systemd/system", "/run/systemd/system",
                                                  "/usr/local/lib/systemd/system", "/lib/systemd/system"};
 
+std::string trimmed(const std::string& text) {
+    constexpr const char* blanks = " \t\r";
+    const auto begin = text.find_first_not_of(blanks);
+    return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(blanks) - begin + 1);
+}
+
 /// The unit's own file, and then its drop-ins by their names.
 std::vector<fs::path> filesOf(const std::string& unit) {
     std::optional<fs::path> own;
@@ -52,11 +58,11 @@ std::vector<std::string> unitValues(const std::string& unit, const std::string& 
     for (const auto& file : filesOf(unit)) {
         std::istringstream lines(Vard::Utils::readSmallFile(file, true));
         for (std::string line; std::getline(lines, line);) {
-            if (!line.starts_with(key + "=")) {
+            const auto sign = line.find('=');
+            if (sign == std::string::npos || trimmed(line.substr(0, sign)) != key) {
                 continue;
             }
-            auto value = line.substr(key.size() + 1);
-            value.erase(value.find_last_not_of(" \t\r") + 1);
+            const auto value = trimmed(line.substr(sign + 1));
             value.empty() ? values.clear() : values.push_back(value);
         }
     }
