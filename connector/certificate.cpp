@@ -4,6 +4,7 @@
 #include <spawn.h>
 #include <sys/wait.h>
 #include <systemd/sd-journal.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -42,6 +43,16 @@ void ensureCertificate(const std::filesystem::path& stateDir) {
     std::filesystem::create_directories(directory);
     if (runTool(directory) != 0) {
         sd_journal_print(LOG_ERR, "%s: no certificate made", "ensureCertificate");
+    }
+}
+
+void reportUnreadable(const std::filesystem::path& stateDir) {
+    for (const auto* name : {"shadow.crt", "shadow.key"}) {
+        const auto file = stateDir / "freerdp" / "shadow" / name;
+        if (::access(file.c_str(), R_OK) != 0) {
+            sd_journal_print(LOG_ERR, "certificate: %s cannot be read, no client gets in: %s", file.c_str(),
+                             std::strerror(errno));
+        }
     }
 }
 

@@ -1,6 +1,8 @@
 // One transport and the clients that came to it.
 #include "gate.h"
 
+#include "certificate.h"
+
 #include <systemd/sd-journal.h>
 #include <unistd.h>
 #include <boost/asio/write.hpp>
@@ -46,6 +48,7 @@ Gate::Gate(asio::io_context& loop, const Options& options, uint32_t session, con
       owner_(owner),
       username_(info.username),
       hashLine_(info.hashLine),
+      stateDir_(options.stateDir),
       samFile_(fileName(options, session) + ".sam", info.hashLine + "\n", 0600),
       socket_(samFile_.path().string() + ".socket"),
       transport_(loop,
@@ -268,7 +271,10 @@ void Gate::left(const Client* client) {
     if (client == served_) {
         sd_journal_print(LOG_INFO, "session id: 0x%08x, the client has left", session_);
         end();
-    } else if (guests_.empty() && opened_ && !ending_ && served_ == nullptr) {
+        return;
+    }
+    reportUnreadable(stateDir_); // why it may have left without a password
+    if (guests_.empty() && opened_ && !ending_ && served_ == nullptr) {
         owner_.gateIdle(*this);
     }
 }

@@ -96,6 +96,7 @@ private:
     Owner& owner_;
     std::string username_;
     std::string hashLine_;
+    const std::filesystem::path stateDir_;
     OwnedFile samFile_;
     std::string socket_;
     Transport transport_;

@@ -23,6 +23,7 @@ std::string asJson(const Json::Value& value) {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";
     builder["emitUTF8"] = true;
+    builder["commentStyle"] = "None"; // the reader keeps those before a value
     return bounded(Json::writeString(builder, value), longestValue);
 }
 
@@ -76,6 +77,18 @@ std::string_view keyOf(const Setting& setting) {
     return std::visit([](const auto& one) -> std::string_view { return one.key; }, setting);
 }
 
+/// True for a key with one mistake: a wrong, missing or superfluous character, or two that changed places.
+bool isNearly(std::string_view key, std::string_view known) {
+    const auto [left, right] = std::ranges::mismatch(key, known);
+    const std::string_view typed(left, key.end());
+    const std::string_view expected(right, known.end());
+    const auto rest = [](std::string_view text, size_t from) { return text.substr(std::min(from, text.size())); };
+    const bool exchanged =
+        typed.size() > 1 && expected.size() > 1 && typed[0] == expected[1] && typed[1] == expected[0];
+    return rest(typed, 1) == rest(expected, 1) || rest(typed, 1) == expected || typed == rest(expected, 1) ||
+           (exchanged && rest(typed, 2) == rest(expected, 2));
+}
+
 bool groupExists(const std::string& name) {
     const ForkGuard guard;
     std::array<char, 65536> buffer{};
@@ -122,7 +135,12 @@ void Review::members() {
     for (const auto& key : settings_.object().getMemberNames()) {
         const auto* const known = std::ranges::find(allSettings, key, keyOf);
         if (known == allSettings.end()) {
-            add("unknown key", key, "nothing");
+            const auto* const meant = std::ranges::find_if(allSettings, [&](const Setting& one) {
+                return !settings_.hasValue(keyOf(one)) && isNearly(key, keyOf(one));
+            });
+            add("unknown key", key,
+                meant == allSettings.end() ? "nothing"
+                                           : "nothing, and for " + std::string(keyOf(*meant)) + " its default");
         } else if (!std::visit(HasType{settings_.object()[key]}, *known)) {
             add("wrong type", key, inForce(*known));
         }

@@ -6,11 +6,13 @@
 
 #include <linux/netlink.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/timex.h>
 
 #include <cstdlib>
 #include <optional>
+#include <vector>
 
 namespace fs = std::filesystem;
 
@@ -20,6 +22,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
+constexpr uid_t firstHuman = 1000; // accounts of programs have lower numbers
 constexpr double fewPercent = 10;
 constexpr double tooFewPercent = 1;
 
@@ -30,10 +33,46 @@ std::optional<bool> strangerSeesInit() {
     return test.failedToRun() ? std::nullopt : std::optional(test.succeeded());
 }
 
+/// True when a process has a /proc that shows it its user's processes only.
+bool hidesInside(const fs::path& process) {
+    const auto mounts = Vard::Utils::readSmallFile(process / "mountinfo");
+    const auto last = mounts.rfind(" / /proc ");
+    return mounts.substr(std::min(last, mounts.size()), mounts.find('\n', last) - last).find("hidepid=") !=
+           std::string::npos;
+}
+
 /// True when a unit's processes see those of their own user only.
 bool hidesProcesses(const std::string& unit) {
     const auto values = unitValues(unit, "ProtectProc");
     return !values.empty() && values.back() != "default";
+}
+
+/// A user's service manager that runs without that, as one that was started before.
+std::optional<std::string> openManager() {
+    std::error_code failed;
+    for (fs::directory_iterator it("/proc", failed), end; !failed && it != end; it.increment(failed)) {
+        struct stat info {};
+        const auto process = it->path();
+        if (::stat(process.c_str(), &info) == 0 && info.st_uid >= firstHuman &&
+            Vard::Utils::readSmallFile(process / "comm") == "systemd\n" && !hidesInside(process)) {
+            return process.filename().string();
+        }
+    }
+    return std::nullopt;
+}
+
+void reportHiding(const Findings& findings) {
+    if (const auto pid = openManager()) {
+        findings.warning("a user's service manager sees all processes, pid " + *pid,
+                         "it was started before the drop-in: it ends when its user has logged out everywhere");
+    } else if (!fs::exists("/etc/cron.allow") && fs::exists("/usr/bin/crontab")) {
+        findings.warning("sessions hide other users' processes, cron jobs do not, and everybody may have some",
+                         "name root alone in /etc/cron.allow and /etc/at.allow, or hide processes by hidepid=2");
+    } else {
+        findings.ok(
+            "sessions and the users' service managers hide other users' processes: enough while users come in "
+            "by no other way");
+    }
 }
 
 void reportShare(const std::string& what, double free, double all, const Findings& findings) {
@@ -51,6 +90,20 @@ void reportShare(const std::string& what, double free, double all, const Finding
     }
 }
 
+/// Where room is needed, with the homes that are file systems of their own.
+std::vector<fs::path> placesOfRoom() {
+    std::vector<fs::path> places{"/run", "/tmp", "/var", "/home"};
+    std::error_code failed;
+    for (fs::directory_iterator it("/home", failed), end; !failed && it != end; it.increment(failed)) {
+        struct stat own {};
+        struct stat above {};
+        if (::lstat(it->path().c_str(), &own) == 0 && ::lstat("/home", &above) == 0 && own.st_dev != above.st_dev) {
+            places.push_back(it->path());
+        }
+    }
+    return places;
+}
+
 } // namespace
 
 void lookAtProcesses(const Subject& /*subject*/, const Findings& findings) {
@@ -63,9 +116,7 @@ void lookAtProcesses(const Subject& /*subject*/, const Findings& findings) {
     } else if (!*seen) {
         findings.ok("users see their own processes only");
     } else if (service && managers) {
-        findings.ok(
-            "sessions and the users' service managers hide other users' processes: enough while users come in by "
-            "no other way");
+        reportHiding(findings);
     } else {
         findings.warning(std::string("users see each other's processes, and in a login the password for a moment") +
                              (managers && !service ? ": vard_service.service hides nothing" : ""),
@@ -88,16 +139,17 @@ void lookAtAudit(const Subject& /*subject*/, const Findings& findings) {
 }
 
 void lookAtSpace(const Subject& /*subject*/, const Findings& findings) {
-    for (const auto* path : {"/run", "/tmp", "/var", "/home"}) {
+    for (const fs::path& path : placesOfRoom()) {
         struct statvfs room {};
-        if (::statvfs(path, &room) != 0) {
-            findings.error(std::string(path) + " cannot be looked at", "mount or make it");
+        if (::statvfs(path.c_str(), &room) != 0) {
+            findings.error(path.string() + " cannot be looked at", "mount or make it");
             continue;
         }
         const auto used = room.f_blocks - room.f_bfree; // what is kept for root is not free
-        reportShare(path, static_cast<double>(room.f_bavail), static_cast<double>(used + room.f_bavail), findings);
-        reportShare(std::string(path) + ", files", static_cast<double>(room.f_favail),
-                    static_cast<double>(room.f_files), findings);
+        reportShare(path.string(), static_cast<double>(room.f_bavail), static_cast<double>(used + room.f_bavail),
+                    findings);
+        reportShare(path.string() + ", files", static_cast<double>(room.f_favail), static_cast<double>(room.f_files),
+                    findings);
     }
 }
 
@@ -110,8 +162,9 @@ void lookAtClock(const Subject& /*subject*/, const Findings& findings) {
     if (clock < 0) {
         findings.warning("whether the clock is synchronised cannot be looked at", "`timedatectl' shows it");
     } else if (clock == TIME_ERROR) {
-        findings.warning("the clock is not synchronised",
-                         "timedatectl set-ntp true: limits, records and certificates need the time");
+        findings.warning(
+            "the clock is not synchronised",
+            "apt install systemd-timesyncd, or another client of NTP; in a container it is the host's clock");
     } else {
         findings.ok("the clock is synchronised");
     }

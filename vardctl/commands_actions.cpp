@@ -14,9 +14,10 @@ namespace Vardctl {
 
 namespace {
 
-void printStarted(int32_t session, const Options& options) {
+void printStarted(int32_t session, bool reachable, const Options& options) {
     Json::Value answer;
     answer["session"] = session;
+    answer["reachable"] = reachable;
     std::cout << (options.json ? jsonLine(answer) : std::to_string(session) + "\n");
 }
 
@@ -74,22 +75,26 @@ void checkPassword(Service& service, const Options& options, const Password& pas
 }
 
 // A session that runs is found again whatever has become of its user and his home.
-void warnUnreachable(Service& service, const Options& options, int32_t session) {
+std::string unreachable(Service& service, const Options& options, int32_t session) {
     const auto info = findSession(service, static_cast<uint32_t>(session));
     if (isUnknown(options.target)) {
-        std::cerr << "vardctl: warning: " << harmless(options.target) << " is no user any more\n";
-    } else if (info && (*info)["ntlm"].asString().empty()) {
-        std::cerr << "vardctl: warning: nobody can connect to session " << session
-                  << ", it has no hash line: is the home missing or full?" << journalHint << '\n';
+        return harmless(options.target) + " is no user any more";
     }
+    return info && (*info)["ntlm"].asString().empty()
+               ? "nobody can connect to session " + std::to_string(session) +
+                     ", it has no hash line: is the home missing or full?" + journalHint
+               : "";
 }
 
 void requireStarted(Service& service, const Options& options, int32_t session) {
     if (session < 0) {
         throw refused(options.target);
     }
-    printStarted(session, options);
-    warnUnreachable(service, options, session);
+    const auto problem = unreachable(service, options, session);
+    printStarted(session, problem.empty(), options);
+    if (!problem.empty()) {
+        std::cerr << "vardctl: warning: " << problem << '\n';
+    }
 }
 
 } // namespace

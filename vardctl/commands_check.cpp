@@ -15,7 +15,7 @@ namespace Vardctl {
 
 namespace {
 
-constexpr std::array<Check, 17> checks{{{"configuration", lookAtConfiguration},
+constexpr std::array<Check, 18> checks{{{"configuration", lookAtConfiguration},
                                         {"programs", lookAtPrograms},
                                         {"published", lookAtPublished},
                                         {"pam", lookAtPam},
@@ -25,6 +25,7 @@ constexpr std::array<Check, 17> checks{{{"configuration", lookAtConfiguration},
                                         {"notices", lookAtNotices},
                                         {"unit", lookAtUnit},
                                         {"bus", lookAtBus},
+                                        {"sessions", lookAtSessions},
                                         {"port", lookAtPort},
                                         {"certificate", lookAtCertificate},
                                         {"processes", lookAtProcesses},

@@ -21,20 +21,6 @@ Json::Value withoutLastAddress(Json::Value session) {
     return session;
 }
 
-// A row of the service's list, in the order of its fields: id, user, start, age, user id, group id.
-Json::Value readRow(BusClient::Message& answer) {
-    Json::Value entry;
-    const auto id = answer.count();
-    entry["session"] = id;
-    entry["display"] = ":" + std::to_string(id);
-    entry["user"] = answer.text();
-    answer.text(); // as the session has it, too
-    entry["age"] = answer.count();
-    entry["uid"] = answer.count();
-    answer.count();
-    return entry;
-}
-
 void addDetails(Json::Value& entry, const Json::Value& session) {
     entry["state"] = isOnline(session) ? "online" : "detached";
     entry["address"] = session["remoteaddr"];
@@ -45,10 +31,8 @@ void addDetails(Json::Value& entry, const Json::Value& session) {
 
 // A session that ends between the two queries is left out.
 Json::Value sessionList(Service& service) {
-    auto answer = service.query("busSessionsInfo");
-    const auto row = [&] { return answer.structure("ussuuu", [&] { return readRow(answer); }); };
     Json::Value list(Json::arrayValue);
-    for (auto& entry : answer.list("(ussuuu)", row)) {
+    for (auto& entry : sessionRows(service)) {
         if (const auto session = findSession(service, entry["session"].asUInt())) {
             addDetails(entry, withoutLastAddress(*session));
             list.append(entry);

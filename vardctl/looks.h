@@ -36,6 +36,8 @@ void lookAtXServer(const Subject& subject, const Findings& findings);
 void lookAtGroups(const Subject& subject, const Findings& findings);
 /// The bus, its policy, the service on it.
 void lookAtBus(const Subject& subject, const Findings& findings);
+/// The sessions, each of which must have a hash line.
+void lookAtSessions(const Subject& subject, const Findings& findings);
 /// The service's unit.
 void lookAtUnit(const Subject& subject, const Findings& findings);
 /// Whether users see each other's processes.

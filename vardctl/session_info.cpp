@@ -3,6 +3,29 @@
 
 namespace Vardctl {
 
+namespace {
+
+// A row of the service's list, in the order of its fields: id, user, start, age, user id, group id.
+Json::Value readRow(BusClient::Message& answer) {
+    Json::Value entry;
+    const auto id = answer.count();
+    entry["session"] = id;
+    entry["display"] = ":" + std::to_string(id);
+    entry["user"] = answer.text();
+    answer.text(); // as the session has it, too
+    entry["age"] = answer.count();
+    entry["uid"] = answer.count();
+    answer.count();
+    return entry;
+}
+
+} // namespace
+
+std::vector<Json::Value> sessionRows(Service& service) {
+    auto answer = service.query("busSessionsInfo");
+    return answer.list("(ussuuu)", [&] { return answer.structure("ussuuu", [&] { return readRow(answer); }); });
+}
+
 std::optional<Json::Value> findSession(Service& service, uint32_t id) {
     auto session = parseJson(service.query("vardSessionInfoJson", "u", id).text());
     return session.empty() ? std::nullopt : std::optional(std::move(session));

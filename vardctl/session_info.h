@@ -5,9 +5,12 @@
 #include "service.h"
 
 #include <optional>
+#include <vector>
 
 namespace Vardctl {
 
+/// The service's list of sessions: "session", its id, "display", "user", "age" in seconds, "uid".
+std::vector<Json::Value> sessionRows(Service& service);
 /// The session's members; nothing when no session has that id.
 std::optional<Json::Value> findSession(Service& service, uint32_t id);
 /// The same; throws Failure when no session has that id.

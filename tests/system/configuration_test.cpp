@@ -76,6 +76,12 @@ TEST_F(Configuration, InstalledExampleIsAsTheCodeHasIt) {
     }
 }
 
+TEST_F(Configuration, MisspeltKeyIsToldWithoutTheCommentsBeforeIt) {
+    const Vard::JsonConfigString misspelt("{// what runs\n\"sesion:path\": \"/bin/sh\"}");
+    EXPECT_EQ(Vard::reviewSettings(misspelt).at(0).text(),
+              "unknown key, key: sesion:path, found: \"/bin/sh\", in force: nothing, and for session:path its default");
+}
+
 TEST_F(Configuration, WhatIsNotTakenAsItStandsIsReported) {
     start(testConfig({{"display:min", 41},
                       {"display:max", "39"},

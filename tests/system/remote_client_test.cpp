@@ -98,6 +98,11 @@ TEST_F(RemoteClient, SeesTheSessionWithTheRightPasswordAlone) {
     EXPECT_TRUE(connectorSays("no session of user root: log the user in first"));
     EXPECT_TRUE(journal.waitFor("proxyClientConnected: session id: 0x00000021, ipaddr: 127.0.0.1"));
     EXPECT_FALSE(journal.has("proxySessionConnected: session id"));
+    const std::string key = "/var/lib/vard_connector/freerdp/shadow/shadow.key";
+    mustRun("chown root " + key);
+    shell(client(""));
+    EXPECT_TRUE(connectorSays("certificate: " + key + " cannot be read"));
+    mustRun("chown vard-connector " + key);
 
     connect();
     EXPECT_TRUE(waitUntil([&] { return !info(33)["sec:tls"].asBool(); }));

@@ -178,7 +178,8 @@ TEST_F(VardctlTest, NobodyIsAskedForAPasswordInVainAndNoneIsShown) {
 
     writeFile("/tmp/new.json", R"([{"name":"New","path":"/usr/bin/xclock"}])"); // published after the start
     EXPECT_THAT(ctl("programs").text, HasSubstr("New\n"));
-    EXPECT_EQ(shell("echo secret | vardctl run alice New --json --domain work").text, "{\"session\":33}\n");
+    EXPECT_EQ(shell("echo secret | vardctl run alice New --json --domain work").text,
+              "{\"reachable\":true,\"session\":33}\n");
     EXPECT_EQ(info(33)["xsession"], "/usr/bin/xclock");
     EXPECT_EQ(info(33)["domain"], "work");
     const auto shown = typed("topsecret\\n", "vardctl login alice --domain corp --no-check");
