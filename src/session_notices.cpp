@@ -60,7 +60,7 @@ void SessionNotices::start(Session& session, const SessionNotice& notice) {
     const bool started = shown.add(notice.attempt ? mostAttempts : mostNotices, [&] {
         auto child = runSessionCommand(session, identity, program, programArguments(notice), {}, false);
         child.endAt(std::chrono::steady_clock::now() + longestNotice);
-        const auto process = child.process();
+        auto process = child.process();
         children_.add(std::move(child));
         return process;
     });
