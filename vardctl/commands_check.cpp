@@ -1,8 +1,8 @@
 // The subcommand that looks at the machine.
+#include "check/look_process.h"
 #include "commands.h"
 #include "failure.h"
 #include "json.h"
-#include "look_process.h"
 #include "terminal_text.h"
 
 #include <unistd.h>
