@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <string>
 
@@ -47,11 +48,16 @@ void ensureCertificate(const std::filesystem::path& stateDir) {
 }
 
 void reportUnreadable(const std::filesystem::path& stateDir) {
+    static std::chrono::steady_clock::time_point next;
+    if (std::chrono::steady_clock::now() < next) {
+        return;
+    }
     for (const auto* name : {"shadow.crt", "shadow.key"}) {
         const auto file = stateDir / "freerdp" / "shadow" / name;
         if (::access(file.c_str(), R_OK) != 0) {
             sd_journal_print(LOG_ERR, "certificate: %s cannot be read, no client gets in: %s", file.c_str(),
                              std::strerror(errno));
+            next = std::chrono::steady_clock::now() + std::chrono::minutes(1);
         }
     }
 }

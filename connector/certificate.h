@@ -10,8 +10,8 @@ namespace Doors {
 /// halves. Waits for the tool; a failure is logged.
 void ensureCertificate(const std::filesystem::path& stateDir);
 
-/// Writes an error line when one of the two cannot be read: the transports, which run as this user, then end every
-/// connection without a word.
+/// Writes an error line, once a minute, when one of the two cannot be read: the transports, which run as this user,
+/// then end every connection without a word.
 void reportUnreadable(const std::filesystem::path& stateDir);
 
 } // namespace Doors

@@ -9,9 +9,12 @@
 namespace Vard {
 
 // The account comes before the password: an unusable account is refused without asking for one.
-bool checkCredentials(const std::string& service, const std::string& user, const std::string& password) {
+bool checkCredentials(const std::string& service, const std::string& user, const std::string& password,
+                      bool asHimself) {
     PamService pam(service, user, password);
-    pam.nameRequester();
+    if (asHimself) {
+        pam.nameRequester();
+    }
     return pam.validateAccount() && pam.checkAuthenticate();
 }
 
@@ -19,7 +22,7 @@ bool testConnect(const JsonConfig& settings, const std::string& user, const std:
                  const std::string& password) {
     Syslog::info("%s: user: %s, domain: `%s'", "vardTestConnect", user.c_str(), domain.c_str());
     try {
-        return checkCredentials(settings.setting(Settings::pamService), user, password);
+        return checkCredentials(settings.setting(Settings::pamService), user, password, true);
     } catch (const std::exception& err) {
         Syslog::error("%s: exception: %s", "vardTestConnect", err.what());
         return false;

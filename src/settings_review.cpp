@@ -181,7 +181,7 @@ void Review::displays() {
     const long max = std::labs(value(Settings::displayMax));
     const char* const higher = min > max ? Settings::displayMin.key : Settings::displayMax.key;
     if (std::max(min, max) > long{lastDisplay} + 1) {
-        add("beyond the last display, 59535", higher, "the default at the start, the range before after a change");
+        add("beyond the last display", higher, "the default at the start, the range before after a change");
     } else if (min == max) {
         add("no display in the range", Settings::displayMax.key, "every new session fails", true);
     } else if (value(Settings::displayMin) > value(Settings::displayMax)) {

@@ -21,18 +21,23 @@ void printStarted(int32_t session, bool reachable, const Options& options) {
     std::cout << (options.json ? jsonLine(answer) : std::to_string(session) + "\n");
 }
 
-// A session that is found keeps its size, which a client may be looking at. The service gives it the size of the
-// request.
-Size wantedSize(Service& service, const Options& options) {
-    const auto sessions = sessionsOf(service, options.target);
-    if (options.sizeGiven || sessions.size() != 1 || sizeText(sessions[0]).empty()) {
-        return options.size;
+/// The size that was asked for, completed by another.
+Size completed(Size size, const Size& other) {
+    return {size.width != 0 ? size.width : other.width, size.height != 0 ? size.height : other.height};
+}
+
+// The service gives a session that is found the size of the request, and a client may be looking at it.
+Size desktopSize(Service& service, const Options& options) {
+    for (const auto& session : sessionsOf(service, options.target)) {
+        if (!session["seamless:mode"].asBool() && !sizeText(session).empty()) {
+            return completed(options.size, screenSize(sizeText(session)));
+        }
     }
-    return screenSize(sizeText(sessions[0]));
+    return completed(options.size, Size());
 }
 
 int32_t requestDesktop(Service& service, const Options& options, const Password& password) {
-    const auto [width, height] = wantedSize(service, options);
+    const auto [width, height] = desktopSize(service, options);
     auto answer = options.domain.empty()
                       ? service.act("busSessionRequest", "ssyqq", options.target.c_str(), password.text(),
                                     options.depth, width, height)
@@ -112,9 +117,10 @@ void runProgram(const Options& options) {
     requirePublished(service, options.program);
     const Password password(options.target);
     checkPassword(service, options, password);
+    const auto size = completed(options.size, Size());
     const auto session = service
                              .act("busProgramRequest", "sssqqs", options.target.c_str(), options.domain.c_str(),
-                                  password.text(), options.size.width, options.size.height, options.program.c_str())
+                                  password.text(), size.width, size.height, options.program.c_str())
                              .number();
     requireStarted(service, options, session);
 }

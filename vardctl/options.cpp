@@ -98,11 +98,10 @@ void CommandLine::addSessionOrUser(CLI::App& command) {
 }
 
 void CommandLine::addSize(CLI::App& command) {
-    const auto given = [this](const std::string& /*word*/) { options().sizeGiven = true; };
-    addNumber(command, "--width", options().size.width, 1, "W", "Screen width in pixels, 1280 if not given")
-        ->each(given);
-    addNumber(command, "--height", options().size.height, 1, "H", "Screen height in pixels, 1024 if not given")
-        ->each(given);
+    addNumber(command, "--width", options().size.width, 1, "W",
+              "Screen width in pixels, of a new session 1280 if not given");
+    addNumber(command, "--height", options().size.height, 1, "H",
+              "Screen height in pixels, of a new session 1024 if not given");
 }
 
 void CommandLine::addQueries() {
@@ -184,7 +183,7 @@ void CommandLine::addServiceCommands() {
         add("check", "Look whether all that the service needs is in order, and say what to do", checkMachine,
             "Changes nothing, and works without the service. Root alone may do it. Exit code 1 means an error\n"
             "was found; warnings end with 0.\nExamples:\n  vardctl check\n"
-            "  vardctl check --config new.json && mv new.json /etc/vard/vard_service.json");
+            "  vardctl check --config new.json && sudo install -m 644 new.json /etc/vard/vard_service.json");
     addText(check, "--config", options().configuration, "FILE", "The configuration, before it is taken");
     addJson(check);
     auto& level = add("log-level", "Choose how much the service logs", setLogLevel,

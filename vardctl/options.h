@@ -23,8 +23,7 @@ struct Options {
     std::string message;
     std::string configuration = "/etc/vard/vard_service.json"; ///< the file to check
     std::string logLevel; ///< the service's own word
-    Size size; ///< of the screen
-    bool sizeGiven = false; ///< or a part of it
+    Size size{0, 0}; ///< of the screen; 0 for what was not given
     uint8_t depth = 24; ///< of its colours, in bits
     uint8_t urgency = 1; ///< of the message: 0 low, 1 normal, from 2 on critical
     std::optional<uint32_t> duration; ///< seconds

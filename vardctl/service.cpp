@@ -31,7 +31,7 @@ std::string deniedMessage(const std::string& method) {
 } // namespace
 
 const char* closedBy() {
-    for (const char* file : {"/etc/nologin", "/run/nologin"}) {
+    for (const char* file : closingFiles) {
         if (::access(file, F_OK) == 0) {
             return file;
         }

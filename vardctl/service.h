@@ -4,6 +4,8 @@
 #include "bus_client/connection.h"
 #include "failure.h"
 
+#include <array>
+
 namespace Vardctl {
 
 /// A connection to the service, with the times that its answers may take.
@@ -21,7 +23,9 @@ public:
     }
 };
 
-/// The file that closes this machine for new sessions, as PAM's module looks for it; null while it is open.
+/// The files that close this machine for new sessions, as PAM's module looks for them.
+inline constexpr std::array<const char*, 2> closingFiles{"/etc/nologin", "/run/nologin"};
+/// The one of them that does; null while it is open.
 const char* closedBy();
 
 /// What an error of the bus means to the user, who asked for the subcommand `command`.

@@ -31,6 +31,7 @@ protected:
     }
     ~RemoteClient() override {
         EXPECT_TRUE(waitUntil([] { return shell("pkill -KILL -x 'xfreerdp|vard_connector|Xvfb'").status != 0; }));
+        shell("chown -R vard-connector /var/lib/vard_connector");
     }
 
     // As its unit does.

@@ -65,8 +65,7 @@ std::optional<Json::Value> readWhole(const fs::path& file, const Findings& findi
 
 void reportWriters(const fs::path& file, const Findings& findings) {
     if (const auto flaw = whoElseWrites(file); !flaw.empty()) {
-        findings.error(flaw + ", on the way to " + file.string(),
-                       "whoever can change it is as good as root: `chown root:root' and `chmod go-w' it");
+        findings.error(flaw + ", on the way to " + file.string(), ownedByRoot);
     }
 }
 
@@ -115,8 +114,7 @@ std::optional<ProgramFlaw> flawOf(const fs::path& program) {
                            "install that, or correct the script's first line"};
     }
     if (const auto flaw = whoElseWrites(program); !flaw.empty()) {
-        return ProgramFlaw{flaw,
-                           "whoever can change it is as good as all users: `chown root:root' and `chmod go-w' it"};
+        return ProgramFlaw{flaw, ownedForUsers};
     }
     return std::nullopt;
 }

@@ -2,6 +2,7 @@
 #include "looks.h"
 #include "program_run.h"
 #include "small_file.h"
+#include "trust.h"
 #include "unit_file.h"
 
 #include <linux/netlink.h>
@@ -22,7 +23,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr uid_t firstHuman = 1000; // accounts of programs have lower numbers
 constexpr double fewPercent = 10;
 constexpr double tooFewPercent = 1;
 
@@ -141,6 +141,9 @@ void lookAtAudit(const Subject& /*subject*/, const Findings& findings) {
 void lookAtSpace(const Subject& /*subject*/, const Findings& findings) {
     for (const fs::path& path : placesOfRoom()) {
         struct statvfs room {};
+        if (!fs::exists(path)) {
+            continue; // homes may be elsewhere
+        }
         if (::statvfs(path.c_str(), &room) != 0) {
             findings.error(path.string() + " cannot be looked at", "mount or make it");
             continue;

@@ -1,5 +1,6 @@
 // The PAM service of the sessions.
 #include "looks.h"
+#include "service.h"
 #include "text.h"
 #include "trust.h"
 
@@ -71,7 +72,7 @@ private:
     void read(const fs::path& name, int depth) {
         const auto file = serviceFile(name);
         if (const auto flaw = whoElseWrites(file); !flaw.empty()) {
-            findings_.error(flaw, "whoever can change it is as good as root: `chown root:root' and `chmod go-w' it");
+            findings_.error(flaw, ownedByRoot);
         }
         std::ifstream lines(file);
         if (!lines || depth > deepestInclude) {
@@ -194,7 +195,7 @@ void lookAtDrain(const std::vector<Rule>& rules, const Findings& findings) {
                          "add `account requisite pam_nologin.so', as the installed file has it");
         return;
     }
-    for (const std::string file : {"/run/nologin", "/etc/nologin"}) {
+    for (const std::string file : closingFiles) {
         if (fs::exists(file)) {
             findings.warning("draining: new sessions are kept out by " + file, "remove it when the work is done");
         }

@@ -62,7 +62,7 @@ void lookAtPolicyFiles(const Findings& findings) {
         if (!fs::exists(path)) {
             findings.error("no bus policy " + usual.string(), "install the package anew");
         } else if (const auto flaw = whoElseWrites(path); !flaw.empty()) {
-            findings.error(flaw, "whoever can change it is as good as root: `chown root:root' and `chmod go-w' it");
+            findings.error(flaw, ownedByRoot);
         }
     }
 }
@@ -145,7 +145,6 @@ std::string shown(const std::vector<std::string>& names) {
 
 // Accounts of people; those of programs have lower numbers.
 bool isHuman(const std::string& name) {
-    constexpr uid_t firstHuman = 1000;
     constexpr uid_t nobody = 65534;
     const auto* entry = ::getpwnam(name.c_str());
     return entry != nullptr && entry->pw_uid >= firstHuman && entry->pw_uid != nobody;

@@ -56,7 +56,7 @@ void lookAtServerConfiguration(const Vard::JsonConfig& settings, const Findings&
         return;
     }
     if (const auto flaw = whoElseWrites(file); !flaw.empty()) {
-        findings.error(flaw, "whoever can change it is as good as all users: `chown root:root' and `chmod go-w' it");
+        findings.error(flaw, ownedForUsers);
     }
     for (const auto& driver : driversIn(file)) {
         const auto module = "/usr/lib/xorg/modules/drivers/" + driver + "_drv.so";
