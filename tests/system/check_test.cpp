@@ -33,7 +33,10 @@ protected:
         EXPECT_EQ(state(), before) << "something is left behind";
     }
     static std::string state() {
-        return shell("ls -AR /tmp; ls -A /run; stat -c %a /etc/vard; pgrep -fa '[X]org|[s]leep.4242'").text;
+        return shell(
+                   "find /tmp /run -maxdepth 3 -xdev -not -path '/run/log*' | sort; stat -c %a /etc/vard; pgrep -fa "
+                   "'[X]org|[s]leep.4242'")
+            .text;
     }
 };
 
