@@ -42,7 +42,13 @@ bool SessionUsers::write(const std::set<std::string>& names) const {
     }
     const std::string fresh = path_.string() + ".new";
     const FileDescriptor file(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
-    return file && Utils::writeAll(file.get(), text) && ::rename(fresh.c_str(), path_.c_str()) == 0;
+    const bool done = file && Utils::writeAll(file.get(), text) && ::rename(fresh.c_str(), path_.c_str()) == 0;
+    if (!done) {
+        const int code = errno;
+        ::unlink(fresh.c_str());
+        errno = code; // the caller's to tell
+    }
+    return done;
 }
 
 } // namespace Vard

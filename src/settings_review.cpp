@@ -2,14 +2,11 @@
 #include "settings_review.h"
 
 #include "display_range.h"
-#include "fork_guard.h"
 #include "text.h"
-
-#include <grp.h>
+#include "user_database.h"
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 
@@ -89,22 +86,11 @@ bool isNearly(std::string_view key, std::string_view known) {
            (exchanged && rest(typed, 2) == rest(expected, 2));
 }
 
-bool groupExists(const std::string& name) {
-    const ForkGuard guard;
-    std::array<char, 65536> buffer{};
-    group entry{};
-    group* found = nullptr;
-    return ::getgrnam_r(name.c_str(), &entry, buffer.data(), buffer.size(), &found) == ERANGE || found != nullptr;
-}
-
 // PAM takes the last part of a name, in small letters.
 bool pamServiceExists(const std::string& name) {
-    const auto file = std::filesystem::path(Utils::stringLower(name)).filename();
-    const std::array<std::filesystem::path, 2> directories{"/etc/pam.d", "/usr/lib/pam.d"};
+    const auto last = std::filesystem::path(Utils::stringLower(name)).filename();
     std::error_code ignored;
-    return !file.empty() && std::ranges::any_of(directories, [&](const auto& directory) {
-        return std::filesystem::exists(directory / file, ignored);
-    });
+    return !last.empty() && std::filesystem::exists(pamServiceFile(last), ignored);
 }
 
 /// The findings as they are made.
@@ -160,7 +146,7 @@ void Review::machine() {
     const std::string group = value(Settings::xauthGroup);
     if (group.empty()) {
         add("no group", Settings::xauthGroup.key, "the users' own groups: the connector reaches no session");
-    } else if (!groupExists(group)) {
+    } else if (Utils::getGroupGid(group) == unknownGid) {
         add("no such group", Settings::xauthGroup.key, "no group: no transport reaches a session", true);
     }
     if (!pamServiceExists(value(Settings::pamService))) {
@@ -191,6 +177,12 @@ void Review::displays() {
 }
 
 } // namespace
+
+std::filesystem::path pamServiceFile(const std::filesystem::path& name) {
+    const auto own = "/etc/pam.d" / name;
+    std::error_code ignored;
+    return std::filesystem::exists(own, ignored) ? own : "/usr/lib/pam.d" / name;
+}
 
 std::string SettingFinding::text() const {
     return problem + ", key: " + key + ", found: " + found + ", in force: " + inForce;

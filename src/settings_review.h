@@ -3,6 +3,7 @@
 
 #include "json_config.h"
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -21,7 +22,12 @@ struct SettingFinding {
 };
 
 /// Holds the configuration against the known keys and their types, and the PAM service, the group, the displays and the
-/// attempts that it names against the machine. Logs nothing. Any thread.
+/// attempts that it names against the machine. Logs nothing but a look-up
+/// of the group that fails. Any thread.
 std::vector<SettingFinding> reviewSettings(const JsonConfig& settings);
+
+/// Where PAM finds a service, or what one includes: the site's file, or else the distribution's, there or not. An
+/// absolute name stays.
+std::filesystem::path pamServiceFile(const std::filesystem::path& name);
 
 } // namespace Vard

@@ -1,6 +1,7 @@
 // The PAM service of the sessions.
 #include "looks.h"
 #include "service.h"
+#include "settings_review.h"
 #include "text.h"
 #include "trust.h"
 
@@ -55,11 +56,6 @@ Rule parseRule(const std::string& line) {
     return rule;
 }
 
-fs::path serviceFile(const fs::path& name) {
-    const fs::path own = "/etc/pam.d" / name; // an absolute name stays
-    return fs::exists(own) ? own : "/usr/lib/pam.d" / name;
-}
-
 /// All rules of a service, with those of the files that it includes.
 class Stack {
 public:
@@ -70,7 +66,7 @@ public:
 
 private:
     void read(const fs::path& name, int depth) {
-        const auto file = serviceFile(name);
+        const auto file = Vard::pamServiceFile(name);
         if (const auto flaw = whoElseWrites(file); !flaw.empty()) {
             findings_.error(flaw, ownedByRoot);
         }
